@@ -1,0 +1,150 @@
+#include "environment.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cmath>
+
+namespace environment {
+namespace {
+
+// An empty variable counts as unset.
+const char* variable(const char* name) {
+  const char* value = getenv(name);
+  return value != nullptr && value[0] != '\0' ? value : nullptr;
+}
+
+struct TimeScale {
+  double factor;
+  bool usable;
+};
+
+const TimeScale& parsed_time_scale() {
+  static const TimeScale scale = [] {
+#ifdef TOVI_DEVICE
+    const char* text = nullptr;
+#else
+    const char* text = variable("TOVI_TIME_SCALE");
+#endif
+    if (text == nullptr) return TimeScale{1, true};
+    char* end;
+    const double factor = strtod(text, &end);
+    if (*end == '\0' && std::isfinite(factor) && factor > 0 && factor <= 1e6) {
+      return TimeScale{factor, true};
+    }
+    complain("TOVI_TIME_SCALE=%s: not a number above 0", text);
+    return TimeScale{1, false};
+  }();
+  return scale;
+}
+
+std::optional<ModemChoice> parse_modem() {
+#ifdef TOVI_DEVICE
+  constexpr const char* kDefault = "qrtr";
+#else
+  constexpr const char* kDefault = "sim";
+#endif
+  const char* text = variable("TOVI_MODEM");
+  const std::string value = text != nullptr ? text : kDefault;
+  if (!parsed_time_scale().usable) return std::nullopt;
+  if (value == "sim") return ModemChoice{ModemKind::Simulated, ""};
+  if (value == "qrtr") return ModemChoice{ModemKind::Qrtr, ""};
+  if (value.starts_with("unix:")) {
+    const std::string path = value.substr(strlen("unix:"));
+    if (!path.empty() && path.size() < sizeof(sockaddr_un::sun_path)) {
+      return ModemChoice{ModemKind::Unix, path};
+    }
+    complain("TOVI_MODEM=%s: a socket's path has 1 to %zu characters", text,
+             sizeof(sockaddr_un::sun_path) - 1);
+    return std::nullopt;
+  }
+  complain("TOVI_MODEM=%s: not one of sim, unix:PATH, qrtr", text);
+  return std::nullopt;
+}
+
+std::optional<std::string> parse_state_folder() {
+  if (const char* state = variable("TOVI_STATE")) return state;
+  if (const char* base = variable("XDG_STATE_HOME")) return std::string(base) + "/tovi";
+  if (const char* home = variable("HOME")) return std::string(home) + "/.local/state/tovi";
+  complain("no folder for the modem's state: set TOVI_STATE or HOME");
+  return std::nullopt;
+}
+
+Output open_output(const char* name, const char* target) {
+  if (strcmp(target, "stderr") == 0) return {Sink::Descriptor, STDERR_FILENO};
+  const int fd = open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  if (fd >= 0) return {Sink::Descriptor, fd};
+  complain("%s=%s: %s", name, target, strerror(errno));
+  return {Sink::None, -1};
+}
+
+}  // namespace
+
+const ModemChoice* modem() {
+  static const std::optional<ModemChoice> choice = parse_modem();
+  return choice ? &*choice : nullptr;
+}
+
+const std::string* state_folder() {
+  static const std::optional<std::string> folder = parse_state_folder();
+  return folder ? &*folder : nullptr;
+}
+
+double time_scale() {
+  return parsed_time_scale().factor;
+}
+
+const std::string& device_root() {
+  static const std::string root = [] {
+    if (const char* path = variable("TOVI_DEVICE_ROOT")) return std::string(path);
+#ifdef TOVI_DEVICE
+    return std::string();
+#else
+    const std::string* state = state_folder();
+    return state != nullptr ? *state + "/device" : std::string();
+#endif
+  }();
+  return root;
+}
+
+const Output& system_log() {
+  static const Output output = [] {
+    const char* target = variable("TOVI_LOG");
+    if (target == nullptr || strcmp(target, "syslog") == 0) return Output{Sink::Syslog, -1};
+    return open_output("TOVI_LOG", target);
+  }();
+  return output;
+}
+
+const Output& trace() {
+  static const Output output = [] {
+    const char* target = variable("TOVI_TRACE");
+    return target != nullptr ? open_output("TOVI_TRACE", target) : Output{Sink::None, -1};
+  }();
+  return output;
+}
+
+bool trace_full() {
+  static const bool full = [] {
+    const char* value = variable("TOVI_TRACE_FULL");
+    return value != nullptr && strcmp(value, "1") == 0;
+  }();
+  return full;
+}
+
+void complain(const char* format, ...) {
+  char line[1024];
+  va_list args;
+  va_start(args, format);
+  vsnprintf(line, sizeof line, format, args);
+  va_end(args);
+  fprintf(stderr, "%s: %s\n", program_invocation_short_name, line);
+}
+
+}  // namespace environment

@@ -1,0 +1,44 @@
+// The one place that reads the TOVI_* variables, each when it is first asked for. A value that
+// cannot be used is said once, in one line on standard error.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace environment {
+
+enum class ModemKind { Simulated, Unix, Qrtr };
+
+struct ModemChoice {
+  ModemKind kind;
+  std::string path;  // of the unix socket
+};
+
+// TOVI_MODEM. Null when it, or another variable that no modem can work without, is unusable.
+const ModemChoice* modem();
+
+// TOVI_STATE: the folder of the simulated modem's state. Null when none can be named.
+const std::string* state_folder();
+
+// TOVI_TIME_SCALE, 1 when it is unset or unusable.
+double time_scale();
+
+// TOVI_DEVICE_ROOT: the folder that stands for the root of the phone's file tree.
+const std::string& device_root();
+
+// TOVI_LOG and TOVI_TRACE: where to write. `fd` -1 means not at all.
+enum class Sink { None, Syslog, Descriptor };
+struct Output {
+  Sink sink;
+  int fd;
+};
+const Output& system_log();
+const Output& trace();
+
+// TOVI_TRACE_FULL: show what identifies a person or a device.
+bool trace_full();
+
+// One line on standard error: "tovi: ", the formatted text, a newline.
+[[gnu::format(printf, 1, 2)]] void complain(const char* format, ...);
+
+}  // namespace environment

@@ -1,0 +1,7 @@
+// The phone's file tree. Messages show the device's own path; opening goes through here.
+#pragma once
+
+#include <string>
+
+// `path` as it is to be opened on this machine (TOVI_DEVICE_ROOT in front).
+std::string velmor_device_path(const char* path);

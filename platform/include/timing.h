@@ -1,0 +1,29 @@
+// The one source of time: sleeps, time-outs and deadlines. TOVI_TIME_SCALE multiplies all of them
+// on a host build, so that a wait of 100 seconds can be tried in milliseconds.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+namespace timing {
+
+using Clock = std::chrono::steady_clock;
+using Deadline = Clock::time_point;
+
+// A deadline that never comes.
+inline constexpr Deadline kNever = Deadline::max();
+
+// A deadline that has passed: take what is there, do not wait.
+inline constexpr Deadline kPast{};
+
+// `ms` milliseconds of sleep or timer, scaled freely.
+std::chrono::nanoseconds scaled(uint32_t ms);
+
+// The end of a wait for a peer that is allowed `ms` milliseconds. Scaling never makes it shorter
+// than `ms` or 50 ms, whichever is less: the peer does not run faster for it.
+Deadline peer_deadline(uint32_t ms);
+
+void sleep_ms(uint32_t ms);
+void sleep_s(uint32_t s);
+
+}  // namespace timing

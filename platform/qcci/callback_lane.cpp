@@ -1,0 +1,82 @@
+#include "qcci/callback_lane.h"
+
+namespace qmi {
+namespace {
+
+// Threads that run lanes. One idle thread is kept; the others end when they have nothing to do.
+class Runners {
+ public:
+  static Runners& instance() {
+    static auto* runners = new Runners;  // outlives main: a callback may still run at exit
+    return *runners;
+  }
+
+  void add(std::shared_ptr<CallbackLane> lane) {
+    MutexLock hold(lock_);
+    lanes_.push_back(std::move(lane));
+    if (lanes_.size() <= idle_) {
+      due_.notify_one();
+    } else {
+      std::thread([this] { run(); }).detach();
+    }
+  }
+
+ private:
+  void run() {
+    while (const auto lane = next()) lane->run();
+  }
+
+  std::shared_ptr<CallbackLane> next() {
+    MutexLock hold(lock_);
+    if (lanes_.empty() && idle_ > 0) return nullptr;
+    ++idle_;
+    while (lanes_.empty()) due_.wait(lock_);
+    --idle_;
+    auto lane = std::move(lanes_.front());
+    lanes_.pop_front();
+    return lane;
+  }
+
+  Mutex lock_;
+  Condition due_;
+  std::deque<std::shared_ptr<CallbackLane>> lanes_ GUARDED_BY(lock_);
+  size_t idle_ GUARDED_BY(lock_) = 0;
+};
+
+}  // namespace
+
+void CallbackLane::post(std::function<void()> callback) {
+  MutexLock hold(lock_);
+  if (closed_) return;
+  queue_.push_back(std::move(callback));
+  if (active_) return;
+  active_ = true;
+  Runners::instance().add(shared_from_this());
+}
+
+void CallbackLane::run() {
+  MutexLock hold(lock_);
+  runner_ = std::this_thread::get_id();
+  while (!queue_.empty()) {
+    const auto callback = std::move(queue_.front());
+    queue_.pop_front();
+    lock_.unlock();
+    callback();
+    lock_.lock();
+  }
+  runner_ = {};
+  active_ = false;
+  finished_.notify_all();
+}
+
+void CallbackLane::close() {
+  MutexLock hold(lock_);
+  closed_ = true;
+  if (runner_ == std::this_thread::get_id()) {
+    queue_.clear();
+    return;
+  }
+  while (active_) finished_.wait(lock_);
+}
+
+}  // namespace qmi

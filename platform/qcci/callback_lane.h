@@ -1,0 +1,36 @@
+// Runs the program's callbacks: those of one lane one at a time and in order, those of different
+// lanes independently, always on threads of the library. A thread is started only when a callback
+// is due and no idle one is left.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <thread>
+
+#include "mutex.h"
+
+namespace qmi {
+
+class CallbackLane : public std::enable_shared_from_this<CallbackLane> {
+ public:
+  // Queues a callback. Dropped once the lane is closed.
+  void post(std::function<void()> callback);
+
+  // Lets the queued callbacks finish and takes no more. Called from a callback of this lane it
+  // drops the rest instead of waiting for itself.
+  void close();
+
+  // Runs the queued callbacks until none is left.
+  void run();
+
+ private:
+  Mutex lock_;
+  Condition finished_;
+  std::deque<std::function<void()>> queue_ GUARDED_BY(lock_);
+  bool active_ GUARDED_BY(lock_) = false;  // a thread has been asked to run this lane
+  bool closed_ GUARDED_BY(lock_) = false;
+  std::thread::id runner_ GUARDED_BY(lock_);
+};
+
+}  // namespace qmi

@@ -1,0 +1,95 @@
+#include "qcci/channel.h"
+
+#include <atomic>
+
+#include "qcci/reading_thread.h"
+
+namespace qmi {
+namespace {
+
+uint64_t next_id() {
+  static std::atomic<uint64_t> id = 0;
+  return ++id;
+}
+
+}  // namespace
+
+Channel::Channel() : id_(next_id()) {}
+
+Channel::~Channel() {
+  MutexLock hold(lock_);
+  drop_endpoint();
+}
+
+void Channel::drop_endpoint() {
+  if (endpoint_ == nullptr) return;
+  ReadingThread::instance().forget(id_, endpoint_->descriptor());
+  served_ = false;
+  endpoint_.reset();
+}
+
+void Channel::take(Endpoint::Received received, Address source, std::span<const uint8_t> packet) {
+  if (received == Endpoint::Received::Packet) {
+    on_packet(source, packet);
+  } else if (received == Endpoint::Received::Closed) {
+    drop_endpoint();
+    on_closed();
+  }
+  changed_.notify_all();
+}
+
+bool Channel::read_one(timing::Deadline deadline) {
+  if (reading_) {
+    ++sleepers_;
+    const bool in_time = changed_.wait_until(lock_, deadline);
+    --sleepers_;
+    return in_time;
+  }
+  if (served_) ReadingThread::instance().leave_alone(id_, endpoint_->descriptor());
+  served_ = false;
+  reading_ = true;
+  Endpoint* endpoint = endpoint_.get();
+  Address source;
+  std::span<const uint8_t> packet;
+  lock_.unlock();
+  const Endpoint::Received received = endpoint->receive(source, packet, deadline);
+  lock_.lock();
+  reading_ = false;
+  take(received, source, packet);
+  return received != Endpoint::Received::TimedOut;
+}
+
+void Channel::stop_reading() {
+  if (!can_read() || reading_ || served_ || sleepers_ > 0) return;
+  served_ = true;
+  ReadingThread::instance().serve_when_readable(id_, endpoint_->descriptor(), shared_from_this());
+}
+
+void Channel::serve() {
+  MutexLock hold(lock_);
+  if (reading_) return;
+  served_ = false;
+  while (can_read()) {
+    Address source;
+    std::span<const uint8_t> packet;
+    const auto received = endpoint_->receive(source, packet, timing::kPast);
+    if (received == Endpoint::Received::TimedOut) break;
+    take(received, source, packet);
+  }
+  stop_reading();
+}
+
+void Channel::interrupt() {
+  if (reading_) endpoint_->interrupt();
+  changed_.notify_all();
+}
+
+void Channel::close() {
+  closing_ = true;
+  interrupt();
+  while (reading_) changed_.wait(lock_);
+  drop_endpoint();
+  closing_ = false;
+}
+
+}  // namespace qmi

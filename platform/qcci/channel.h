@@ -1,0 +1,71 @@
+// A channel is an endpoint and the rule for who reads it. A thread that waits for something on the
+// channel reads it itself, so that an answer costs no change of threads; a second waiter sleeps
+// and takes over when the first has what it came for; while nobody waits, the library's reading
+// thread serves what comes.
+#pragma once
+
+#include <memory>
+#include <span>
+
+#include "mutex.h"
+#include "qcci/endpoint.h"
+
+namespace qmi {
+
+class Channel : public std::enable_shared_from_this<Channel> {
+ public:
+  virtual ~Channel();
+
+  // Takes the packets that are there. Called by the reading thread.
+  void serve() EXCLUDES(lock_);
+
+ protected:
+  Channel();
+
+  // A packet has arrived. Called by whichever thread reads.
+  virtual void on_packet(Address source, std::span<const uint8_t> packet) REQUIRES(lock_) = 0;
+
+  // The other end is gone for good; the endpoint is closed already.
+  virtual void on_closed() REQUIRES(lock_) = 0;
+
+  void open(std::unique_ptr<Endpoint> endpoint) REQUIRES(lock_) { endpoint_ = std::move(endpoint); }
+  bool is_open() const REQUIRES(lock_) { return endpoint_ != nullptr; }
+
+  // Closes the endpoint, once no thread is reading it any more. Waiters return.
+  void close() REQUIRES(lock_);
+
+  // Lets the reader look at its condition again.
+  void interrupt() REQUIRES(lock_);
+
+  // Waits until `done()` (called with the lock held) is true, reading packets meanwhile. Ends
+  // early at the deadline or when the channel is closed. The final value of `done()`.
+  template <typename Done>
+  bool wait(timing::Deadline deadline, Done done) REQUIRES(lock_) {
+    while (!done() && can_read()) {
+      if (!read_one(deadline)) break;
+    }
+    stop_reading();
+    return done();
+  }
+
+  Mutex lock_;
+  std::unique_ptr<Endpoint> endpoint_ GUARDED_BY(lock_);
+  Condition changed_;  // a packet was handled, or the place of the reader is free
+
+ private:
+  bool can_read() const REQUIRES(lock_) { return endpoint_ != nullptr && !closing_; }
+  // Reads one packet, or sleeps while another thread reads. False at the deadline.
+  bool read_one(timing::Deadline deadline) REQUIRES(lock_);
+  void stop_reading() REQUIRES(lock_);
+  void drop_endpoint() REQUIRES(lock_);
+  void take(Endpoint::Received received, Address source, std::span<const uint8_t> packet)
+      REQUIRES(lock_);
+
+  const uint64_t id_;                       // for the reading thread
+  bool reading_ GUARDED_BY(lock_) = false;  // a thread is inside endpoint_->receive
+  bool served_ GUARDED_BY(lock_) = false;   // the reading thread watches the descriptor
+  bool closing_ GUARDED_BY(lock_) = false;
+  int sleepers_ GUARDED_BY(lock_) = 0;  // waiters that are not the reader
+};
+
+}  // namespace qmi

@@ -1,0 +1,213 @@
+#include "qcci/directory.h"
+
+#include <algorithm>
+
+#include "qcci/reading_thread.h"
+
+namespace qmi {
+namespace {
+
+constexpr uint32_t kLookupLimitMs = 1000;
+constexpr uint32_t kReconnectMs = 100;
+
+bool has_version(const Server& server, uint8_t major_version) {
+  return (server.instance & 0xFF) == major_version;
+}
+
+}  // namespace
+
+Directory& Directory::instance() {
+  static auto* directory = new std::shared_ptr<Directory>(std::make_shared<Directory>());
+  return **directory;
+}
+
+Directory::Service& Directory::service_of(uint32_t id) {
+  for (Service& service : services_) {
+    if (service.id == id) return service;
+  }
+  return services_.emplace_back(Service{.id = id, .servers = {}, .watches = {}});
+}
+
+qmi_client_error_type Directory::connect() {
+  if (is_open()) return QMI_NO_ERR;
+  Opened opened = open_endpoint();
+  if (opened.endpoint == nullptr) return opened.error;
+  open(std::move(opened.endpoint));
+  for (Service& service : services_) {
+    if (service.asked) ask(service);
+  }
+  return QMI_NO_ERR;
+}
+
+void Directory::ask(Service& service) {
+  service.asked = true;
+  unanswered_.push_back(service.id);
+  const ControlPacket lookup{.command = Control::NewLookup, .service = service.id};
+  endpoint_->send(endpoint_->name_service(), bytes_of(lookup),
+                  timing::peer_deadline(kLookupLimitMs));
+}
+
+// Brings the view of a service up to date: takes what has arrived, or waits for the first answer.
+// A name service that does not answer is waited for only once.
+qmi_client_error_type Directory::refresh(Service& service) {
+  if (const auto error = connect(); error != QMI_NO_ERR) {
+    service.asked = true;
+    return error;
+  }
+  if (!service.asked) ask(service);
+  const bool first = !service.answered && !service.waited_for;
+  const auto limit = first ? timing::peer_deadline(kLookupLimitMs) : timing::kPast;
+  wait(limit, [&]() REQUIRES(lock_) { return first && service.answered; });
+  service.waited_for = !service.answered;
+  return QMI_NO_ERR;
+}
+
+qmi_client_error_type Directory::list(const qmi_idl_service_object& object,
+                                      std::vector<Server>& servers) {
+  MutexLock hold(lock_);
+  Service& service = service_of(object.service_id);
+  servers.clear();
+  if (const auto error = refresh(service); error != QMI_NO_ERR) return error;
+  for (const Server& server : service.servers) {
+    if (has_version(server, object.major_version)) servers.push_back(server);
+  }
+  return servers.empty() ? QMI_SERVICE_ERR : QMI_NO_ERR;
+}
+
+qmi_client_error_type Directory::find(const qmi_idl_service_object& object, uint32_t instance,
+                                      uint32_t time_out_ms, Server& found) {
+  MutexLock hold(lock_);
+  Service& service = service_of(object.service_id);
+  const auto pick = [&]() REQUIRES(lock_) {
+    for (const Server& server : service.servers) {
+      if (!has_version(server, object.major_version)) continue;
+      if (instance != QMI_CLIENT_INSTANCE_ANY && server.instance >> 8 != instance) continue;
+      found = server;
+      return true;
+    }
+    return false;
+  };
+  qmi_client_error_type error = refresh(service);
+  // The lookup has a limit of its own; only waiting for a missing service counts.
+  const auto deadline = timing::peer_deadline(time_out_ms);
+  while (!pick()) {
+    if (error == QMI_PORT_NOT_OPEN_ERR) return error;
+    if (timing::Clock::now() >= deadline) return QMI_TIMEOUT_ERR;
+    if (is_open()) {
+      wait(deadline, pick);
+    } else {
+      changed_.wait_until(lock_, std::min(deadline, timing::Clock::now() +
+                                                        std::chrono::milliseconds(kReconnectMs)));
+      error = connect();
+    }
+  }
+  return QMI_NO_ERR;
+}
+
+bool Directory::watch(const qmi_idl_service_object& object, std::weak_ptr<ServiceWatcher> watcher,
+                      bool tell_now) {
+  MutexLock hold(lock_);
+  Service& service = service_of(object.service_id);
+  const auto error = refresh(service);
+  if (error == QMI_PORT_NOT_OPEN_ERR) return false;
+  service.watches.push_back({object.major_version, std::move(watcher)});
+  if (tell_now) {
+    const auto told = service.watches.back().watcher.lock();
+    for (const Server& server : service.servers) {
+      if (has_version(server, object.major_version)) told->on_service(true, server);
+    }
+  }
+  if (error == QMI_SERVICE_ERR) retry_soon();
+  return true;
+}
+
+bool Directory::runs(const qmi_idl_service_object& object, Address address) {
+  MutexLock hold(lock_);
+  const auto& servers = service_of(object.service_id).servers;
+  return std::any_of(servers.begin(), servers.end(),
+                     [&](const Server& server) { return server.address == address; });
+}
+
+void Directory::on_packet(Address source, std::span<const uint8_t> bytes) {
+  if (source.port != kControlPort) return;
+  const auto packet = read_control(bytes);
+  if (!packet) return;
+  if (packet->ends_list()) {
+    if (unanswered_.empty()) return;
+    service_of(unanswered_.front()).answered = true;
+    unanswered_.pop_front();
+    return;
+  }
+  const auto service = std::find_if(services_.begin(), services_.end(), [&](const Service& known) {
+    return known.id == packet->service;
+  });
+  if (service == services_.end()) return;
+  if (packet->command == Control::NewServer) {
+    server_came(*service, {packet->address(), packet->instance});
+  } else if (packet->command == Control::DelServer) {
+    server_left(*service, packet->address());
+  }
+}
+
+void Directory::on_closed() {
+  unanswered_.clear();
+  for (Service& service : services_) {
+    service.answered = service.waited_for = false;
+    while (!service.servers.empty()) server_left(service, service.servers.back().address);
+  }
+  retry_soon();
+}
+
+void Directory::server_came(Service& service, const Server& server) {
+  for (Server& known : service.servers) {
+    if (known.address == server.address) {
+      known = server;
+      return;
+    }
+  }
+  service.servers.push_back(server);
+  tell(service, true, server);
+}
+
+void Directory::server_left(Service& service, Address address) {
+  const auto found = std::find_if(service.servers.begin(), service.servers.end(),
+                                  [&](const Server& server) { return server.address == address; });
+  if (found == service.servers.end()) return;
+  const Server server = *found;
+  service.servers.erase(found);
+  tell(service, false, server);
+}
+
+void Directory::tell(Service& service, bool there, const Server& server) {
+  std::erase_if(service.watches, [&](const Watch& watch) {
+    const auto watcher = watch.watcher.lock();
+    if (watcher == nullptr) return true;
+    return has_version(server, watch.major_version) && !watcher->on_service(there, server);
+  });
+}
+
+// Somebody may wait for a modem that is not there: tries again until nobody watches any more.
+void Directory::retry_soon() {
+  if (retry_planned_) return;
+  retry_planned_ = true;
+  ReadingThread::instance().call_at(timing::Clock::now() + timing::scaled(kReconnectMs),
+                                    [this] { retry(); });
+}
+
+void Directory::retry() {
+  MutexLock hold(lock_);
+  retry_planned_ = false;
+  bool watched = false;
+  for (Service& service : services_) {
+    std::erase_if(service.watches, [](const Watch& watch) { return watch.watcher.expired(); });
+    watched = watched || !service.watches.empty();
+  }
+  if (!watched) return;
+  if (connect() == QMI_NO_ERR) {
+    wait(timing::kPast, [] { return false; });
+  } else {
+    retry_soon();
+  }
+}
+
+}  // namespace qmi

@@ -1,0 +1,19 @@
+#include "qcci/endpoint.h"
+
+#include "environment.h"
+#include "qmi_client.h"
+
+namespace qmi {
+
+Opened open_endpoint() {
+  const environment::ModemChoice* modem = environment::modem();
+  if (modem == nullptr) return {nullptr, QMI_PORT_NOT_OPEN_ERR};
+  switch (modem->kind) {
+    case environment::ModemKind::Simulated: return open_loopback_endpoint();
+    case environment::ModemKind::Unix: return open_unix_endpoint(modem->path.c_str());
+    case environment::ModemKind::Qrtr: break;
+  }
+  return {nullptr, QMI_PORT_NOT_OPEN_ERR};
+}
+
+}  // namespace qmi

@@ -1,0 +1,157 @@
+#include "state_files.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace state_files {
+namespace {
+
+bool write_all(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t n = ::write(fd, bytes.data(), bytes.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    bytes.remove_prefix(static_cast<size_t>(n));
+  }
+  return true;
+}
+
+std::string parent_of(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// The key of a line, and its value; an empty key for a line that holds none.
+std::pair<std::string_view, std::string_view> split(std::string_view line) {
+  line = line.substr(0, line.find('#'));
+  const size_t equals = line.find('=');
+  if (equals == std::string_view::npos) return {};
+  return {trim(line.substr(0, equals)), trim(line.substr(equals + 1))};
+}
+
+std::string_view take_line(std::string_view& text) {
+  const size_t end = text.find('\n');
+  const std::string_view line = text.substr(0, end);
+  text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+  return line;
+}
+
+}  // namespace
+
+std::optional<std::string> read(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return std::nullopt;
+  struct stat status {};
+  std::string bytes;
+  bool ok = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+  if (ok) {
+    bytes.resize(static_cast<size_t>(status.st_size));
+    size_t filled = 0;
+    while (filled < bytes.size()) {
+      const ssize_t n = ::read(fd, bytes.data() + filled, bytes.size() - filled);
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) break;
+      filled += static_cast<size_t>(n);
+    }
+    bytes.resize(filled);
+  }
+  close(fd);
+  if (!ok) return std::nullopt;
+  return bytes;
+}
+
+bool write(const std::string& folder, const std::string& path, std::string_view bytes) {
+  std::string temporary = folder + "/tmp/XXXXXX";
+  const int fd = mkostemp(temporary.data(), O_CLOEXEC);
+  if (fd < 0) return false;
+  bool ok = write_all(fd, bytes) && fchmod(fd, 0644) == 0;
+  ok = close(fd) == 0 && ok;
+  ok = ok && make_folder(parent_of(path)) && rename(temporary.c_str(), path.c_str()) == 0;
+  if (!ok) {
+    const int error = errno;
+    unlink(temporary.c_str());
+    errno = error;
+  }
+  return ok;
+}
+
+bool make_folder(const std::string& path) {
+  if (mkdir(path.c_str(), 0755) == 0) return true;
+  if (errno == ENOENT) {
+    return make_folder(parent_of(path)) && (mkdir(path.c_str(), 0755) == 0 || errno == EEXIST);
+  }
+  struct stat status {};
+  if (errno != EEXIST || stat(path.c_str(), &status) != 0) return false;
+  if (S_ISDIR(status.st_mode)) return true;
+  errno = ENOTDIR;
+  return false;
+}
+
+std::string_view trim(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t\r";
+  const size_t first = text.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+KeyValues parse(std::string_view text) {
+  KeyValues values;
+  while (!text.empty()) {
+    const auto [key, value] = split(take_line(text));
+    if (!key.empty()) values.emplace_back(key, value);
+  }
+  return values;
+}
+
+const std::string* find(const KeyValues& values, std::string_view key) {
+  const std::string* found = nullptr;
+  for (const auto& [known, value] : values) {
+    if (known == key) found = &value;
+  }
+  return found;
+}
+
+std::string with_value(std::string_view text, std::string_view key, std::string_view value) {
+  const std::string line = std::string(key) + "=" + std::string(value) + "\n";
+  std::string out;
+  bool replaced = false;
+  while (!text.empty()) {
+    const std::string_view old = take_line(text);
+    if (split(old).first != key) {
+      out += std::string(old) + "\n";
+    } else if (!replaced) {
+      out += line;
+      replaced = true;
+    }
+  }
+  return replaced ? out : out + line;
+}
+
+FolderLock::FolderLock(const std::string& folder, LockPart part, Mode mode, Wait wait) {
+  const std::string path = folder + "/lock";
+  const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0) return;
+  struct flock range {};
+  range.l_type = static_cast<short>(mode == Mode::Shared ? F_RDLCK : F_WRLCK);
+  range.l_whence = SEEK_SET;
+  range.l_start = static_cast<off_t>(part);
+  range.l_len = 1;
+  int result;
+  do {
+    result = fcntl(fd, wait == Wait::Yes ? F_OFD_SETLKW : F_OFD_SETLK, &range);
+  } while (result != 0 && errno == EINTR);
+  if (result == 0) {
+    fd_ = fd;
+  } else {
+    close(fd);
+  }
+}
+
+FolderLock::~FolderLock() {
+  if (fd_ >= 0) close(fd_);
+}
+
+}  // namespace state_files

@@ -1,0 +1,58 @@
+// Files of the state folder: whole reads, writes that a kill in the middle cannot spoil, the one
+// lock file, and the one parser of `key=value` lines.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace state_files {
+
+// The whole file, or nothing when it cannot be read.
+std::optional<std::string> read(const std::string& path);
+
+// Replaces `path`, a file somewhere in `folder`, through a temporary file in folder/tmp. The
+// folders on the way are made. False, with errno set, when that fails.
+bool write(const std::string& folder, const std::string& path, std::string_view bytes);
+
+// Makes a folder and those above it. True when it is there afterwards.
+bool make_folder(const std::string& path);
+
+using KeyValues = std::vector<std::pair<std::string, std::string>>;
+
+// Lines of `key=value`; `#` begins a comment, blanks around keys and values do not count, lines
+// without `=` are passed over.
+KeyValues parse(std::string_view text);
+
+// The last value of a key, or null.
+const std::string* find(const KeyValues& values, std::string_view key);
+
+// `text` with the line of `key` set to `value`; everything else, comments included, stays.
+std::string with_value(std::string_view text, std::string_view key, std::string_view value);
+
+std::string_view trim(std::string_view text);
+
+// The lock file has two parts: one held for a moment by whoever changes several things at once,
+// one held for the whole life of a server.
+enum class LockPart { Writing = 0, Serving = 1 };
+
+// Holds a part of folder/lock as long as it lives.
+class FolderLock {
+ public:
+  enum class Mode { Shared, Exclusive };
+  enum class Wait { Yes, No };
+
+  FolderLock(const std::string& folder, LockPart part, Mode mode = Mode::Exclusive,
+             Wait wait = Wait::Yes);
+  ~FolderLock();
+  FolderLock(FolderLock&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+
+  bool held() const { return fd_ >= 0; }
+
+ private:
+  int fd_ = -1;
+};
+
+}  // namespace state_files

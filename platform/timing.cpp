@@ -1,0 +1,34 @@
+#include "timing.h"
+
+#include <algorithm>
+#include <thread>
+
+#include "environment.h"
+
+namespace timing {
+namespace {
+
+std::chrono::nanoseconds multiply(uint64_t ms, double factor) {
+  return std::chrono::nanoseconds(static_cast<int64_t>(static_cast<double>(ms) * 1e6 * factor));
+}
+
+}  // namespace
+
+std::chrono::nanoseconds scaled(uint32_t ms) {
+  return multiply(ms, environment::time_scale());
+}
+
+Deadline peer_deadline(uint32_t ms) {
+  const auto least = multiply(std::min(ms, 50U), 1.0);
+  return Clock::now() + std::max(scaled(ms), least);
+}
+
+void sleep_ms(uint32_t ms) {
+  std::this_thread::sleep_for(scaled(ms));
+}
+
+void sleep_s(uint32_t s) {
+  std::this_thread::sleep_for(multiply(uint64_t{s} * 1000, environment::time_scale()));
+}
+
+}  // namespace timing

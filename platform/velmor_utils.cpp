@@ -1,0 +1,90 @@
+#include "velmor_utils.h"
+
+#include <errno.h>
+#include <paths.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "environment.h"
+#include "properties.h"
+
+std::atomic<uint8_t> g_velmor_shell_print_flag = 1;
+
+namespace {
+
+std::atomic<uint8_t> g_instance_id = 255;
+
+uint8_t flag_property(const char* name) {
+  char value[PROPERTY_VALUE_MAX];
+  property_get(name, value, "1");
+  return static_cast<uint8_t>(strtol(value, nullptr, 10));
+}
+
+// Asked once: without a log daemon every line would look for it again.
+bool has_syslog() {
+  static const bool there = [] {
+    openlog(velmor_get_current_pid_name(), LOG_PID, LOG_USER);
+    return access(_PATH_LOG, W_OK) == 0;
+  }();
+  return there;
+}
+
+[[gnu::format(printf, 3, 0)]] void write_log(int priority, char mark, const char* format,
+                                             va_list args) {
+  const environment::Output& output = environment::system_log();
+  if (output.sink == environment::Sink::None) return;
+  if (output.sink == environment::Sink::Syslog) {
+    if (has_syslog()) vsyslog(priority, format, args);
+    return;
+  }
+  char* body = nullptr;
+  const int length = vasprintf(&body, format, args);
+  if (length < 0) return;
+  std::string line{mark, ' '};
+  line.append(body, static_cast<size_t>(length));
+  line += '\n';
+  free(body);
+  [[maybe_unused]] const ssize_t n = write(output.fd, line.data(), line.size());
+}
+
+}  // namespace
+
+uint8_t velmor_utils_get_print_flag() {
+  return flag_property("persist.vendor.velmor.print");
+}
+
+uint8_t velmor_utils_get_shell_print_flag() {
+  if (g_velmor_shell_print_flag == 0) return 0;
+  return flag_property("persist.vendor.velmor.shell_print");
+}
+
+uint8_t velmor_get_qcril_process_instance_id() {
+  return g_instance_id;
+}
+
+void velmor_set_qcril_process_instance_id(uint8_t id) {
+  g_instance_id = id;
+}
+
+const char* velmor_get_current_pid_name() {
+  return program_invocation_short_name;
+}
+
+void velmor_utils_syslog_dbg(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  write_log(LOG_DEBUG, 'D', format, args);
+  va_end(args);
+}
+
+void velmor_utils_syslog_err(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  write_log(LOG_ERR, 'E', format, args);
+  va_end(args);
+}

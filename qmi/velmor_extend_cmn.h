@@ -1,0 +1,58 @@
+// The vendor extension service: the process's one client of it, the exchange that tunnels opaque
+// payloads of up to 512 bytes, and the common requests built on that exchange.
+//
+// The client is opened by the first exchange and lives until the process ends; a failed open is
+// tried again by the next exchange. All exchanges of the process are serialised.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "qmi_client.h"
+#include "velmor_extend_payload.h"
+#include "velmor_extend_service.h"
+
+// Gates what the client prints to standard output; 0 keeps all but a few lines quiet.
+extern std::atomic<uint32_t> g_velmor_extend_print_flag;
+
+// Results of velmor_extend_qmi_send_sync.
+enum : int {
+  VELMOR_EXTEND_OK = 0,
+  VELMOR_EXTEND_BAD_ARGUMENT = -1,
+  VELMOR_EXTEND_NO_CLIENT = -2,  // no client could be opened
+  VELMOR_EXTEND_FAILED = -3,     // transport failure, time-out, or refused by the service
+};
+
+// Sends `data_len` (0 to 512) bytes of `data` as a payload of the kind `request_id` and waits up to
+// 3 s for the answer. `*resp_len` is the room in `resp` (at most 512) on entry and the number of
+// bytes stored on return; a longer answer is cut. On failure neither is written.
+int velmor_extend_qmi_send_sync(unsigned int request_id, unsigned char* data, int data_len,
+                                unsigned char* resp, unsigned int* resp_len);
+
+// The process's client, opened if need be; null on failure. An exchange calls this under the
+// client's lock, so it takes none: for others only while no exchange runs.
+qmi_client_type velmor_extend_qmi_client_open();
+
+// The indication callback of the client. Runs on a thread of the QMI library.
+void velmor_extend_qmi_ind_cb(qmi_client_type handle, unsigned int msg_id, void* buf,
+                              unsigned int len, void* cb_data);
+
+// Receives the payload of indication 0x03 for one `ind_id`.
+using velmor_extend_ind_handler = void (*)(unsigned int ind_id, const unsigned char* data,
+                                           unsigned int data_len);
+// Receives indications 0x05 to 0x09, decoded into their C structure of `c_len` bytes.
+using velmor_extend_generic_ind_handler = void (*)(unsigned int msg_id, const void* c_struct,
+                                                   unsigned int c_len);
+
+inline constexpr unsigned int kExtendIndSlots = 7;  // ind_id 0 to 6
+
+// Install a handler, or null for none. False when `ind_id` has no slot.
+bool velmor_extend_set_ind_handler(unsigned int ind_id, velmor_extend_ind_handler handler);
+void velmor_extend_set_generic_ind_handler(velmor_extend_generic_ind_handler handler);
+
+// Send the common request `t` with `l` bytes of value `v` (null only when `l` is 0) and receive the
+// answer into `rsp`, a velmor_common_rsp. The first sends type, length and value, `l` up to 491;
+// the second type and value only, `l` up to 499. The exchange's result, or VELMOR_INVALID_ARGUMENT;
+// success does not mean that the modem did the work: `rsp`'s `result` says that.
+int velmor_send_common_qmi_msg(unsigned int t, unsigned int l, void* v, void* rsp);
+int velmor_common_qmi_req(unsigned int t, unsigned int l, void* v, void* rsp);

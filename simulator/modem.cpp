@@ -1,0 +1,82 @@
+#include "modem.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "state_files.h"
+#include "state_folder.h"
+
+namespace sim {
+
+std::unique_ptr<Modem> Modem::open(const std::string& folder, std::string& problem) {
+  if (!prepare_state_folder(folder, problem)) return nullptr;
+  return std::unique_ptr<Modem>(new Modem(folder));
+}
+
+bool Modem::reset(const std::string& folder, std::string& problem) {
+  return empty_state_folder(folder, problem);
+}
+
+std::string Modem::nv_path(unsigned int sub, unsigned int id) const {
+  return folder_ + "/nv/" + std::to_string(sub) + "/" + std::to_string(id);
+}
+
+std::optional<std::string> Modem::nv_read(unsigned int sub, unsigned int id) const {
+  return state_files::read(nv_path(sub, id));
+}
+
+bool Modem::nv_write(unsigned int sub, unsigned int id, std::string_view value) {
+  return state_files::write(folder_, nv_path(sub, id), value);
+}
+
+bool Modem::nv_delete(unsigned int sub, unsigned int id) {
+  return unlink(nv_path(sub, id).c_str()) == 0;
+}
+
+std::optional<std::string> Modem::efs_path(unsigned int sub, std::string_view path) const {
+  if (path.starts_with('/')) path.remove_prefix(1);
+  const std::string full = folder_ + "/efs/" + std::to_string(sub) + "/" + std::string(path);
+  for (bool last = false; !last;) {
+    const size_t slash = path.find('/');
+    const std::string_view component = path.substr(0, slash);
+    if (component.empty() || component == "." || component == "..") return std::nullopt;
+    last = slash == std::string_view::npos;
+    path.remove_prefix(last ? path.size() : slash + 1);
+  }
+  return full;
+}
+
+int Modem::efs_read(unsigned int sub, std::string_view path, size_t offset, size_t limit,
+                    EfsChunk& chunk) const {
+  const auto file = efs_path(sub, path);
+  if (!file) return -EINVAL;
+  const int fd = ::open(file->c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return -errno;
+  struct stat status {};
+  int result = fstat(fd, &status) != 0 ? -errno : S_ISDIR(status.st_mode) ? -EISDIR : 0;
+  if (result == 0) {
+    chunk.file_size = static_cast<size_t>(status.st_size);
+    chunk.bytes.resize(limit);
+    const ssize_t n = pread(fd, chunk.bytes.data(), limit, static_cast<off_t>(offset));
+    if (n < 0) result = -errno;
+    chunk.bytes.resize(n > 0 ? static_cast<size_t>(n) : 0);
+  }
+  close(fd);
+  return result;
+}
+
+int Modem::efs_write(unsigned int sub, std::string_view path, std::string_view bytes) {
+  const auto file = efs_path(sub, path);
+  if (!file) return -EINVAL;
+  return state_files::write(folder_, *file, bytes) ? 0 : -errno;
+}
+
+int Modem::efs_delete(unsigned int sub, std::string_view path) {
+  const auto file = efs_path(sub, path);
+  if (!file) return -EINVAL;
+  return unlink(file->c_str()) == 0 ? 0 : -errno;
+}
+
+}  // namespace sim

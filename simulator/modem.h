@@ -1,0 +1,53 @@
+// What the simulated modem holds: NV items and EFS files of two subscriptions. It knows no bytes
+// of any protocol. Everything lives in the state folder, as files that a person can look into and
+// change with ordinary tools; several processes may use one folder at the same time.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace sim {
+
+inline constexpr unsigned int kSubscriptions = 2;
+
+class Modem {
+ public:
+  // Opens the state folder, with factory content when it is new. Null, with `problem` in words,
+  // when that cannot be done.
+  static std::unique_ptr<Modem> open(const std::string& folder, std::string& problem);
+
+  // Empties a state folder. False, with `problem` in words, when it is none, or in use by a server.
+  static bool reset(const std::string& folder, std::string& problem);
+
+  const std::string& folder() const { return folder_; }
+
+  // NV items. Nothing for an item that is not active.
+  std::optional<std::string> nv_read(unsigned int sub, unsigned int id) const;
+  bool nv_write(unsigned int sub, unsigned int id, std::string_view value);
+  bool nv_delete(unsigned int sub, unsigned int id);
+
+  // EFS files. 0, or a negative errno value: a path with an empty component, `.` or `..` is
+  // -EINVAL, one that runs through a file -ENOTDIR.
+  struct EfsChunk {
+    size_t file_size = 0;
+    std::string bytes;
+  };
+  int efs_read(unsigned int sub, std::string_view path, size_t offset, size_t limit,
+               EfsChunk& chunk) const;
+  int efs_write(unsigned int sub, std::string_view path, std::string_view bytes);
+  int efs_delete(unsigned int sub, std::string_view path);
+
+ private:
+  explicit Modem(std::string folder) : folder_(std::move(folder)) {}
+
+  std::string nv_path(unsigned int sub, unsigned int id) const;
+  // Where an EFS file is kept, or nothing for a path that is refused.
+  std::optional<std::string> efs_path(unsigned int sub, std::string_view path) const;
+
+  const std::string folder_;
+};
+
+}  // namespace sim

@@ -1,0 +1,122 @@
+// tovi-modem: the simulated modem as a program of its own.
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/signalfd.h>
+
+#include <string>
+#include <vector>
+
+#include "environment.h"
+#include "modem.h"
+#include "properties.h"
+#include "router.h"
+#include "state_files.h"
+#include "unix_server.h"
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: tovi-modem serve --unix PATH   serve the simulated modem at a unix socket\n"
+    "       tovi-modem getprop NAME        print a system property\n"
+    "       tovi-modem setprop NAME VALUE  set a system property\n"
+    "       tovi-modem reset               empty the state folder\n"
+    "       tovi-modem --help | --version\n"
+    "\n"
+    "The modem's state is the folder TOVI_STATE ($XDG_STATE_HOME/tovi or ~/.local/state/tovi when\n"
+    "unset). Programs reach a served modem with TOVI_MODEM=unix:PATH.\n";
+
+enum Status { kDone = 0, kFailed = 1, kWrongUsage = 2 };
+
+using Args = std::vector<std::string>;
+
+int wrong_usage() {
+  fputs(kUsage, stderr);
+  return kWrongUsage;
+}
+
+int failed(const std::string& problem) {
+  environment::complain("%s", problem.c_str());
+  return kFailed;
+}
+
+int serve(const Args& args) {
+  if (args.size() != 2 || args[0] != "--unix") return wrong_usage();
+  const std::string* folder = environment::state_folder();
+  if (folder == nullptr) return kFailed;
+  std::string problem;
+  const auto modem = sim::Modem::open(*folder, problem);
+  if (modem == nullptr) return failed(problem);
+  const state_files::FolderLock serving(*folder, state_files::LockPart::Serving,
+                                        state_files::FolderLock::Mode::Shared);
+
+  sigset_t stops;
+  sigemptyset(&stops);
+  sigaddset(&stops, SIGTERM);
+  sigaddset(&stops, SIGINT);
+  sigprocmask(SIG_BLOCK, &stops, nullptr);
+  const qmi::Descriptor stop(signalfd(-1, &stops, SFD_CLOEXEC));
+
+  sim::Router router(sim::make_services(*modem));
+  sim::UnixServer server(router);
+  if (!server.listen(args[1], problem)) return failed(problem);
+  fputs("tovi-modem: ready\n", stderr);
+  server.run(stop.get());
+  return kDone;
+}
+
+int getprop(const Args& args) {
+  if (args.size() != 1) return wrong_usage();
+  char value[PROPERTY_VALUE_MAX];
+  property_get(args[0].c_str(), value, "");
+  puts(value);
+  return kDone;
+}
+
+int setprop(const Args& args) {
+  if (args.size() != 2) return wrong_usage();
+  if (const char* problem = property_problem(args[0], args[1])) return failed(problem);
+  const std::string* folder = environment::state_folder();
+  if (folder == nullptr) return kFailed;
+  std::string problem;
+  if (sim::Modem::open(*folder, problem) == nullptr) return failed(problem);
+  if (property_set(args[0].c_str(), args[1].c_str()) == 0) return kDone;
+  return failed(*folder + "/properties: cannot be written");
+}
+
+int reset(const Args& args) {
+  if (!args.empty()) return wrong_usage();
+  const std::string* folder = environment::state_folder();
+  if (folder == nullptr) return kFailed;
+  std::string problem;
+  return sim::Modem::reset(*folder, problem) ? kDone : failed(problem);
+}
+
+int help(const Args&) {
+  fputs(kUsage, stdout);
+  return kDone;
+}
+
+int version(const Args&) {
+  puts("tovi-modem " TOVI_VERSION);
+  return kDone;
+}
+
+struct Command {
+  const char* name;
+  int (*run)(const Args& args);
+};
+constexpr Command kCommands[] = {
+    {"serve", serve}, {"getprop", getprop}, {"setprop", setprop},
+    {"reset", reset}, {"--help", help},     {"--version", version},
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) return wrong_usage();
+  for (const Command& command : kCommands) {
+    if (strcmp(command.name, argv[1]) == 0) return command.run(Args(argv + 2, argv + argc));
+  }
+  return wrong_usage();
+}

@@ -1,0 +1,171 @@
+#include "sim_extension.h"
+
+#include <errno.h>
+#include <string.h>
+
+#include <algorithm>
+
+namespace sim {
+namespace {
+
+constexpr uint32_t kRefused = 1;  // `result` for a request id the service does not know
+
+// What the modem's NV manager answers.
+constexpr int kNvBadCommand = 2;
+constexpr int kNvFail = 4;
+constexpr int kNvNotActive = 5;
+constexpr int kNvBadParameter = 6;
+
+constexpr size_t kMaxOpenWrites = 16;
+constexpr int kMaxInstance = 254;  // 255 asks for a new one
+constexpr size_t kMaxFileBytes = 1 << 20;
+
+constexpr int32_t kCommonNotSupported = 94;
+
+std::string path_of(const velmor_nvefs_req& req) {
+  const size_t told = std::min<size_t>(req.path_len, sizeof req.path);
+  const auto* path = reinterpret_cast<const char*>(req.path);
+  return std::string(path, strnlen(path, told));
+}
+
+void put_payload(const void* bytes, size_t size, velmor_extend_send_data_resp_msg_v01& response) {
+  response.data_valid = 1;
+  response.data_len = static_cast<uint32_t>(size);
+  memcpy(response.data, bytes, size);
+}
+
+}  // namespace
+
+const qmi_idl_service_object& ExtensionService::description() const {
+  return *velmor_extend_get_service_object_internal_v01(1, 1, 6);
+}
+
+uint32_t ExtensionService::answer(qmi::Address client, uint16_t message, const void* request,
+                                  void* response) {
+  // Messages 0x03, 0x04 and 0x0A are sent by nobody; what they mean is not known.
+  if (message != kExtendSendDataMsg) return kQmiNotSupported;
+  const auto& req = *static_cast<const velmor_extend_send_data_req_msg_v01*>(request);
+  auto& resp = *static_cast<velmor_extend_send_data_resp_msg_v01*>(response);
+  const Payload payload(req.data);
+  switch (req.request_id) {
+    case REQUEST_ID_EFS: answer_nvefs(client, payload, resp); break;
+    case REQUEST_ID_COMMON: answer_common(payload, resp); break;
+    default: resp.result = kRefused; break;
+  }
+  return 0;
+}
+
+void ExtensionService::client_gone(qmi::Address client) {
+  std::erase_if(open_writes_, [&](const OpenWrite& write) { return write.client == client; });
+}
+
+void ExtensionService::answer_nvefs(qmi::Address client, Payload payload,
+                                    velmor_extend_send_data_resp_msg_v01& response) {
+  velmor_nvefs_req req;
+  memcpy(&req, payload.data(), sizeof req);
+  velmor_nvefs_rsp rsp{};
+  size_t data_bytes = 0;
+  if (req.sub_id >= kSubscriptions) {
+    rsp.result = -EINVAL;
+  } else {
+    switch (req.op_type) {
+      case NvefsOp::NvRead: rsp.result = nv_read(req, rsp, data_bytes); break;
+      case NvefsOp::NvWrite: rsp.result = nv_write(req); break;
+      case NvefsOp::NvDelete:
+        rsp.result = modem_.nv_delete(req.sub_id, req.id) ? 0 : kNvNotActive;
+        break;
+      case NvefsOp::EfsRead: rsp.result = efs_read(req, rsp, data_bytes); break;
+      case NvefsOp::EfsWrite: rsp.result = efs_write(client, req); break;
+      case NvefsOp::EfsDelete: rsp.result = modem_.efs_delete(req.sub_id, path_of(req)); break;
+      default: rsp.result = kNvBadCommand; break;
+    }
+  }
+  put_payload(&rsp, offsetof(velmor_nvefs_rsp, data) + data_bytes, response);
+}
+
+int ExtensionService::nv_read(const velmor_nvefs_req& req, velmor_nvefs_rsp& rsp,
+                              size_t& data_bytes) {
+  const auto item = modem_.nv_read(req.sub_id, req.id);
+  if (!item) return kNvNotActive;
+  data_bytes = std::min(item->size(), sizeof rsp.data);
+  rsp.data_len_all = static_cast<uint32_t>(data_bytes);
+  memcpy(rsp.data, item->data(), data_bytes);
+  return 0;
+}
+
+int ExtensionService::nv_write(const velmor_nvefs_req& req) {
+  if (req.data_len_all < 1 || req.data_len_all > sizeof req.data) return kNvBadParameter;
+  const std::string_view value(reinterpret_cast<const char*>(req.data), req.data_len_all);
+  return modem_.nv_write(req.sub_id, req.id, value) ? 0 : kNvFail;
+}
+
+int ExtensionService::efs_read(const velmor_nvefs_req& req, velmor_nvefs_rsp& rsp,
+                               size_t& data_bytes) {
+  Modem::EfsChunk chunk;
+  const int result =
+      modem_.efs_read(req.sub_id, path_of(req), req.data_len_cur, sizeof rsp.data, chunk);
+  if (result != 0) return result;
+  data_bytes = chunk.bytes.size();
+  rsp.data_len_all = static_cast<uint32_t>(chunk.file_size);
+  rsp.data_len_send = static_cast<uint32_t>(data_bytes);
+  memcpy(rsp.data, chunk.bytes.data(), data_bytes);
+  return 0;
+}
+
+int ExtensionService::efs_write(qmi::Address client, const velmor_nvefs_req& req) {
+  OpenWrite* write =
+      req.id == kNoEfsInstance ? begin_write(client, req) : continue_write(client, req);
+  if (write == nullptr) return -EINVAL;
+  const int instance = write->instance;
+  const size_t wanted = write->file_size - write->bytes.size();
+  if (req.data_len_cur != write->bytes.size() || req.data_len_send < 1 ||
+      req.data_len_send > std::min(wanted, sizeof req.data)) {
+    end_write(instance);
+    return -EINVAL;
+  }
+  write->bytes.append(reinterpret_cast<const char*>(req.data), req.data_len_send);
+  if (write->bytes.size() < write->file_size) return instance;
+  const int result = modem_.efs_write(write->sub, write->path, write->bytes);
+  end_write(instance);
+  return result != 0 ? result : instance;
+}
+
+ExtensionService::OpenWrite* ExtensionService::begin_write(qmi::Address client,
+                                                           const velmor_nvefs_req& req) {
+  if (req.data_len_all < 1 || req.data_len_all > kMaxFileBytes) return nullptr;
+  if (open_writes_.size() == kMaxOpenWrites) open_writes_.pop_front();
+  do {
+    last_instance_ = last_instance_ % kMaxInstance + 1;
+  } while (std::any_of(open_writes_.begin(), open_writes_.end(), [this](const OpenWrite& write) {
+    return write.instance == last_instance_;
+  }));
+  return &open_writes_.emplace_back(
+      OpenWrite{last_instance_, client, req.sub_id, path_of(req), req.data_len_all, ""});
+}
+
+ExtensionService::OpenWrite* ExtensionService::continue_write(qmi::Address client,
+                                                              const velmor_nvefs_req& req) {
+  for (OpenWrite& write : open_writes_) {
+    if (write.instance == req.id && write.client == client && write.sub == req.sub_id &&
+        write.path == path_of(req) && write.file_size == req.data_len_all) {
+      return &write;
+    }
+  }
+  return nullptr;
+}
+
+void ExtensionService::end_write(int instance) {
+  std::erase_if(open_writes_, [&](const OpenWrite& write) { return write.instance == instance; });
+}
+
+void ExtensionService::answer_common(Payload payload,
+                                     velmor_extend_send_data_resp_msg_v01& response) {
+  uint32_t words[3];
+  memcpy(words, payload.data(), sizeof words);
+  const uint32_t type = words[0] == kCommonTypeLengthValueForm ? words[2] : words[0];
+  velmor_common_rsp rsp{};
+  if (type != VELMOR_COMMON_NV_SYNC) rsp.result = kCommonNotSupported;
+  put_payload(&rsp, offsetof(velmor_common_rsp, data), response);
+}
+
+}  // namespace sim

@@ -1,0 +1,131 @@
+#include "state_folder.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string_view>
+
+#include "state_files.h"
+
+namespace sim {
+namespace {
+
+using namespace std::string_view_literals;
+using state_files::FolderLock;
+using state_files::LockPart;
+
+constexpr std::string_view kVersion = "1\n";
+
+struct FactoryFile {
+  const char* path;
+  std::string_view bytes;
+};
+
+// clang-format off
+constexpr FactoryFile kFactoryFiles[] = {
+  // NV 10: preferred mode, automatic. NV 550: the IMEI, one digit a nibble.
+  { "nv/0/10",                                             "\x00\x04\x00"sv                         },
+  { "nv/0/550",                                            "\x08\x0a\x10\x10\x32\x54\x76\x98\x20"sv },
+  { "nv/1/10",                                             "\x00\x04\x00"sv                         },
+  { "nv/1/550",                                            "\x08\x0a\x10\x10\x32\x54\x76\x98\x01"sv },
+  { "efs/0/nv/item_files/modem/mmode/device_mode",         "\x02"sv                                 },
+  { "efs/0/nv/item_files/modem/mmode/lte_bandpref",        "\xdf\x18\x0a\x00\x42\x00\x00\x00"sv     },
+  { "efs/0/nv/item_files/ims/IMS_enable",                  "\x01"sv                                 },
+  { "efs/1/nv/item_files/modem/mmode/device_mode",         "\x02"sv                                 },
+  { "efs/1/nv/item_files/modem/mmode/lte_bandpref",        "\x05\x00\x08\x00\x40\x00\x00\x00"sv     },
+  { "efs/1/nv/item_files/ims/IMS_enable",                  "\x00"sv                                 },
+  { "properties",                                          "# One property a line: name=value\n"sv  },
+};
+// clang-format on
+
+std::string failure(const std::string& path) {
+  return path + ": " + strerror(errno);
+}
+
+bool exists(const std::string& path) {
+  return access(path.c_str(), F_OK) == 0;
+}
+
+bool check_version(const std::string& folder, std::string& problem) {
+  const auto version = state_files::read(folder + "/version");
+  if (version && *version == kVersion) return true;
+  problem = folder + ": holds the state of another version of this program";
+  return false;
+}
+
+// The version comes last: until it is there, the next process begins again.
+bool write_factory_content(const std::string& folder, std::string& problem) {
+  if (!state_files::make_folder(folder + "/tmp")) {
+    problem = failure(folder);
+    return false;
+  }
+  const FolderLock lock(folder, LockPart::Writing);
+  if (!lock.held()) {
+    problem = failure(folder + "/lock");
+    return false;
+  }
+  if (exists(folder + "/version")) return true;
+  for (const FactoryFile& file : kFactoryFiles) {
+    const std::string path = folder + "/" + file.path;
+    if (!exists(path) && !state_files::write(folder, path, file.bytes)) {
+      problem = failure(path);
+      return false;
+    }
+  }
+  if (state_files::write(folder, folder + "/version", kVersion)) return true;
+  problem = failure(folder + "/version");
+  return false;
+}
+
+// Removes a file or a folder with all it holds; links are removed, not followed.
+bool remove_tree(const std::string& path) {
+  if (unlink(path.c_str()) == 0 || errno == ENOENT) return true;
+  const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(path.c_str()), closedir);
+  if (folder == nullptr) return false;
+  while (const dirent* entry = readdir(folder.get())) {
+    const std::string name = entry->d_name;
+    if (name != "." && name != ".." && !remove_tree(path + "/" + name)) return false;
+  }
+  return rmdir(path.c_str()) == 0;
+}
+
+}  // namespace
+
+bool prepare_state_folder(const std::string& folder, std::string& problem) {
+  if (!exists(folder + "/version") && !write_factory_content(folder, problem)) return false;
+  return check_version(folder, problem);
+}
+
+bool empty_state_folder(const std::string& folder, std::string& problem) {
+  if (!exists(folder + "/version")) {
+    problem = folder + ": not a state folder (it has no file version)";
+    return false;
+  }
+  const FolderLock no_server(folder, LockPart::Serving, FolderLock::Mode::Exclusive,
+                             FolderLock::Wait::No);
+  if (!no_server.held()) {
+    problem = folder + ": a server is using it";
+    return false;
+  }
+  const FolderLock lock(folder, LockPart::Writing);
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
+  if (entries == nullptr) {
+    problem = failure(folder);
+    return false;
+  }
+  // The version goes first: what a kill leaves behind is then no state folder any more.
+  bool ok = remove_tree(folder + "/version");
+  while (const dirent* entry = readdir(entries.get())) {
+    const std::string name = entry->d_name;
+    if (name == "." || name == ".." || name == "lock") continue;
+    ok = remove_tree(folder + "/" + name) && ok;
+  }
+  if (!ok) problem = failure(folder);
+  return ok;
+}
+
+}  // namespace sim

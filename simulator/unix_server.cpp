@@ -1,0 +1,139 @@
+#include "unix_server.h"
+
+#include <errno.h>
+#include <string.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <sys/un.h>
+
+#include <deque>
+
+namespace sim {
+
+// One client. Packets that it does not take at once wait here.
+class UnixServer::Connection final : public Peer {
+ public:
+  Connection(UnixServer& server, qmi::Descriptor socket)
+      : server_(server), socket_(std::move(socket)), port_(server.router_.attach(*this)) {}
+  ~Connection() override { server_.router_.detach(port_); }
+
+  // Takes the client's next packet. False when it has gone.
+  bool receive() {
+    static uint8_t buffer[sizeof(qmi::Address) + qmi::kMaxPacketBytes];
+    const ssize_t n = recv(socket_.get(), buffer, sizeof buffer, MSG_DONTWAIT | MSG_TRUNC);
+    if (n < 0) return errno == EAGAIN || errno == EINTR;
+    if (n == 0) return false;
+    const auto size = static_cast<size_t>(n);
+    qmi::Address to;
+    if (size < sizeof to || size > sizeof buffer) return true;
+    memcpy(&to, buffer, sizeof to);
+    server_.router_.send(port_, to, {buffer + sizeof to, size - sizeof to});
+    return true;
+  }
+
+  // Sends what waits, as far as the client takes it.
+  void flush() {
+    while (!waiting_.empty() && send_now(waiting_.front())) waiting_.pop_front();
+    if (waiting_.empty()) server_.watch(socket_.get(), EPOLLIN, true);
+  }
+
+ private:
+  void deliver(qmi::Address source, std::span<const uint8_t> packet) override {
+    std::vector<uint8_t> framed(sizeof source + packet.size());
+    memcpy(framed.data(), &source, sizeof source);
+    memcpy(framed.data() + sizeof source, packet.data(), packet.size());
+    if (waiting_.empty() && send_now(framed)) return;
+    waiting_.push_back(std::move(framed));
+    server_.watch(socket_.get(), EPOLLIN | EPOLLOUT, true);
+  }
+
+  // False when the client has no room. What cannot be sent at all is lost with the client.
+  bool send_now(const std::vector<uint8_t>& framed) {
+    const ssize_t n =
+        ::send(socket_.get(), framed.data(), framed.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    return n >= 0 || errno != EAGAIN;
+  }
+
+  UnixServer& server_;
+  const qmi::Descriptor socket_;
+  const uint32_t port_;
+  std::deque<std::vector<uint8_t>> waiting_;
+};
+
+UnixServer::UnixServer(Router& router) : router_(router), epoll_(epoll_create1(EPOLL_CLOEXEC)) {}
+
+UnixServer::~UnixServer() {
+  connections_.clear();
+  if (listener_) unlink(path_.c_str());
+}
+
+bool UnixServer::listen(const std::string& path, std::string& problem) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.empty() || path.size() >= sizeof address.sun_path) {
+    problem = path + ": a socket's path has 1 to 107 characters";
+    return false;
+  }
+  memcpy(address.sun_path, path.c_str(), path.size());
+  const auto* name = reinterpret_cast<const sockaddr*>(&address);
+
+  const qmi::Descriptor probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  if (connect(probe.get(), name, sizeof address) == 0) {
+    problem = path + ": a server is already there";
+    return false;
+  }
+  struct stat status {};
+  if (errno == ECONNREFUSED && stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) {
+    unlink(path.c_str());
+  }
+  qmi::Descriptor listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (bind(listener.get(), name, sizeof address) != 0 || ::listen(listener.get(), SOMAXCONN) != 0) {
+    problem = path + ": " + strerror(errno);
+    return false;
+  }
+  listener_ = std::move(listener);
+  path_ = path;
+  watch(listener_.get(), EPOLLIN, false);
+  return true;
+}
+
+void UnixServer::watch(int descriptor, uint32_t events, bool known) {
+  epoll_event event{};
+  event.events = events;
+  event.data.fd = descriptor;
+  epoll_ctl(epoll_.get(), known ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, descriptor, &event);
+}
+
+void UnixServer::accept_client() {
+  qmi::Descriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  if (!socket) return;
+  const int descriptor = socket.get();
+  connections_[descriptor] = std::make_unique<Connection>(*this, std::move(socket));
+  watch(descriptor, EPOLLIN, false);
+}
+
+void UnixServer::run(int stop_descriptor) {
+  watch(stop_descriptor, EPOLLIN, false);
+  for (;;) {
+    epoll_event events[64];
+    const int count = epoll_wait(epoll_.get(), events, 64, -1);
+    for (int i = 0; i < count; ++i) {
+      const int descriptor = events[i].data.fd;
+      if (descriptor == stop_descriptor) return;
+      if (descriptor == listener_.get()) {
+        accept_client();
+        continue;
+      }
+      const auto connection = connections_.find(descriptor);
+      if (connection == connections_.end()) continue;
+      if ((events[i].events & EPOLLOUT) != 0) connection->second->flush();
+      if ((events[i].events & ~uint32_t{EPOLLOUT}) != 0 && !connection->second->receive()) {
+        connections_.erase(connection);
+      }
+    }
+  }
+}
+
+}  // namespace sim

@@ -1,0 +1,35 @@
+// The program's entry: picks the module that the first argument names. The exit status is always
+// 0; whether a command worked is visible only in what it printed.
+#include <signal.h>
+#include <stdio.h>
+
+#include "velmor_tovi_test_modules.h"
+#include "velmor_tovi_test_parse.h"
+
+namespace {
+
+const TestModule* find_module(int number) {
+  for (const TestModule& module : velmor_test_modules()) {
+    if (module.number == number) return &module;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // What was done is seen when it was done, through a pipe too; a reader that leaves early does
+  // not end the work.
+  setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  signal(SIGPIPE, SIG_IGN);
+
+  const TestModule* module = argc >= 2 ? find_module(velmor_atoi(argv[1])) : nullptr;
+  if (module == nullptr) {
+    show_help(0);
+  } else if (module->enter == nullptr) {
+    VELMOR_LOG_DEBUG("Not support");
+  } else {
+    module->enter(argc, argv);
+  }
+  return 0;
+}

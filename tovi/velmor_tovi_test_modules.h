@@ -1,0 +1,41 @@
+// The modules of the command line, as one table that the dispatch and the help both walk, and what
+// every module shares: its help lines, the checks of its arguments.
+#pragma once
+
+#include <span>
+
+#include "utilities/velmor_log.h"
+
+// A line of help: a printf format with at most two %d, and their values.
+struct HelpLine {
+  const char* format;
+  int values[2];
+};
+
+// One module. `enter` gets the process's arguments unchanged; its result is of no consequence.
+// `show_help` prints the module's section when its argument is 0 or the module's number.
+struct TestModule {
+  int number;
+  int (*enter)(int argc, char** argv);  // null: "Not support"
+  void (*show_help)(int module);        // null: no help
+};
+
+// In the order of the help.
+std::span<const TestModule> velmor_test_modules();
+
+// Prints the help of every module (0) or of one between two banners, while the echo is on.
+void show_help(int module);
+
+// Prints `lines` while the echo is on, if `asked` is 0 or `own`.
+void velmor_show_help_lines(int asked, int own, std::span<const HelpLine> lines);
+
+// The checks every module begins with: at least `least` arguments, argv[1] its own number `module`.
+// When one fails, says so with the module's help and gives false.
+bool velmor_check_module_args(int argc, char** argv, int module, int least,
+                              const LogPlace& place = LogPlace::here());
+
+// Notes a refusal: the text, then the module's help.
+void velmor_refuse_command(int module, const LogPlace& place = LogPlace::here());
+
+// For a module whose commands are not part of this build.
+int velmor_module_is_missing(int module, const LogPlace& place = LogPlace::here());
