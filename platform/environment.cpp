@@ -76,6 +76,16 @@ std::optional<std::string> parse_state_folder() {
   return std::nullopt;
 }
 
+std::string parse_device_root() {
+  if (const char* path = variable("TOVI_DEVICE_ROOT")) return path;
+#ifdef TOVI_DEVICE
+  return "";
+#else
+  const std::string* state = state_folder();
+  return state != nullptr ? *state + "/device" : "";
+#endif
+}
+
 Output open_output(const char* name, const char* target) {
   if (strcmp(target, "stderr") == 0) return {Sink::Descriptor, STDERR_FILENO};
   const int fd = open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
@@ -86,14 +96,15 @@ Output open_output(const char* name, const char* target) {
 
 }  // namespace
 
+// What is kept is never destroyed: threads may still ask for it while the process exits.
 const ModemChoice* modem() {
-  static const std::optional<ModemChoice> choice = parse_modem();
-  return choice ? &*choice : nullptr;
+  static const auto* const choice = new std::optional(parse_modem());
+  return *choice ? &**choice : nullptr;
 }
 
 const std::string* state_folder() {
-  static const std::optional<std::string> folder = parse_state_folder();
-  return folder ? &*folder : nullptr;
+  static const auto* const folder = new std::optional(parse_state_folder());
+  return *folder ? &**folder : nullptr;
 }
 
 double time_scale() {
@@ -101,16 +112,8 @@ double time_scale() {
 }
 
 const std::string& device_root() {
-  static const std::string root = [] {
-    if (const char* path = variable("TOVI_DEVICE_ROOT")) return std::string(path);
-#ifdef TOVI_DEVICE
-    return std::string();
-#else
-    const std::string* state = state_folder();
-    return state != nullptr ? *state + "/device" : std::string();
-#endif
-  }();
-  return root;
+  static const auto* const root = new std::string(parse_device_root());
+  return *root;
 }
 
 const Output& system_log() {

@@ -47,18 +47,20 @@ void Directory::ask(Service& service) {
                   timing::peer_deadline(kLookupLimitMs));
 }
 
-// Brings the view of a service up to date: takes what has arrived, or waits for the first answer.
-// A name service that does not answer is waited for only once.
+// Brings the view of a service up to date: takes what has arrived, and waits for the answer to a
+// lookup that has none yet. A name service that does not answer is waited for only once.
 qmi_client_error_type Directory::refresh(Service& service) {
-  if (const auto error = connect(); error != QMI_NO_ERR) {
-    service.asked = true;
+  wait(timing::kPast, [] { return false; });  // may find that the connection is gone
+  const qmi_client_error_type error = connect();
+  if (error != QMI_NO_ERR) {
+    service.asked = true;  // by the next connection
     return error;
   }
   if (!service.asked) ask(service);
-  const bool first = !service.answered && !service.waited_for;
-  const auto limit = first ? timing::peer_deadline(kLookupLimitMs) : timing::kPast;
-  wait(limit, [&]() REQUIRES(lock_) { return first && service.answered; });
-  service.waited_for = !service.answered;
+  if (!service.answered && !service.waited_for) {
+    wait(timing::peer_deadline(kLookupLimitMs), [&]() REQUIRES(lock_) { return service.answered; });
+    service.waited_for = !service.answered;
+  }
   return QMI_NO_ERR;
 }
 
@@ -87,21 +89,21 @@ qmi_client_error_type Directory::find(const qmi_idl_service_object& object, uint
     }
     return false;
   };
-  qmi_client_error_type error = refresh(service);
-  // The lookup has a limit of its own; only waiting for a missing service counts.
-  const auto deadline = timing::peer_deadline(time_out_ms);
-  while (!pick()) {
+  auto deadline = timing::kNever;
+  for (;;) {
+    const qmi_client_error_type error = refresh(service);
+    if (pick()) return QMI_NO_ERR;
     if (error == QMI_PORT_NOT_OPEN_ERR) return error;
+    // The lookup has a limit of its own; only waiting for a missing service counts.
+    if (deadline == timing::kNever) deadline = timing::peer_deadline(time_out_ms);
     if (timing::Clock::now() >= deadline) return QMI_TIMEOUT_ERR;
     if (is_open()) {
       wait(deadline, pick);
     } else {
       changed_.wait_until(lock_, std::min(deadline, timing::Clock::now() +
                                                         std::chrono::milliseconds(kReconnectMs)));
-      error = connect();
     }
   }
-  return QMI_NO_ERR;
 }
 
 bool Directory::watch(const qmi_idl_service_object& object, std::weak_ptr<ServiceWatcher> watcher,

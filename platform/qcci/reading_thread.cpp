@@ -92,14 +92,15 @@ void ReadingThread::run() {
     epoll_event events[16];
     const int count = epoll_wait(epoll_.get(), events, 16, 0);
     for (int i = 0; i < count; ++i) {
-      if (events[i].data.u64 == kWakeId) {
+      const uint64_t id = events[i].data.u64;
+      if (id == kWakeId) {
         wake_.clear();
         continue;
       }
       std::shared_ptr<Channel> channel;
       {
         MutexLock hold(lock_);
-        const auto found = channels_.find(events[i].data.u64);
+        const auto found = channels_.find(id);
         if (found != channels_.end()) channel = found->second.lock();
       }
       if (channel) channel->serve();

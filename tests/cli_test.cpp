@@ -1,0 +1,294 @@
+// The program as a person at the shell sees it: arguments in, bytes out, what the modem holds
+// afterwards.
+#include <stdio.h>
+
+#include "gtest/gtest.h"
+#include "support/tool.h"
+
+namespace {
+
+using namespace testing_support;
+
+constexpr const char* kMask = "/nv/item_files/modem/velmor/rf_print_mask";
+
+class Cli : public testing::Test {
+ protected:
+  // What `tovi ARGS...` prints, line numbers left out; it must end well and quietly.
+  std::string tovi(const Args& args) {
+    const Result result = run("tovi", args, variables);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    return without_lines(result.out);
+  }
+
+  void set_property(const std::string& name, const std::string& value) {
+    EXPECT_EQ(run("tovi-modem", {"setprop", name, value}, variables).status, 0);
+  }
+
+  // The help between its banners: all of it, or the section that begins with `heading`.
+  static std::string help(const std::string& heading = "") {
+    const std::string all = read_file(std::string(TOVI_TEST_DATA) + "/golden/help.txt");
+    if (heading.empty()) return all;
+    const size_t first = all.find('\n') + 1;
+    const size_t last = all.find("=========== above");
+    const size_t start = all.find(heading);
+    size_t end = all.find('\n', start) + 1;
+    while (end < last && all[end] == ' ') end = all.find('\n', end) + 1;
+    return all.substr(0, first) + all.substr(start, end - start) + all.substr(last);
+  }
+
+  ScratchFolder folder;
+  Variables variables = {{"TOVI_STATE", folder / "state"}, {"TOVI_LOG", folder / "log"}};
+};
+
+// What opening the client and one exchange print.
+std::string exchange(const std::string& answer_bytes) {
+  return "VELMOR_QMI_NV: qmi_client_get_service_list() returned 0 num_services = 1\n"
+         "qmi_client_get_service_list, err = 0, num_entries = 1, num_services = 1"
+         "qmi_client_init, err = 0, handle = 2, client_handle = 0QMI client inited\n"
+         "velmor_extend_qmi_send_sync resp_len:" +
+         answer_bytes + "\nvelmor_extend_qmi_handle_req_cb result:0\n";
+}
+
+std::string line(const std::string& function, const std::string& body) {
+  return "RIL[" + function + "]: " + body + "\n";
+}
+
+std::string mapped(int from, int to) {
+  return line("velmor_qmi_result_map", "velmor_qmi_result_map, old_result " + std::to_string(from) +
+                                           ", new_result " + std::to_string(to));
+}
+
+TEST_F(Cli, WithoutAModuleThereIsTheWholeHelp) {
+  for (const Args& args : {Args{}, Args{"13"}, Args{"--help"}, Args{"0", "1"}, Args{"-4"}}) {
+    EXPECT_EQ(tovi(args), help());
+  }
+  EXPECT_FALSE(exists(folder / "state"));
+}
+
+TEST_F(Cli, ModulesWithoutAHandlerAreNotSupported) {
+  EXPECT_EQ(tovi({"2"}), line("main", "Not support"));
+  EXPECT_EQ(tovi({"1", "1"}), line("main", "Not support"));
+  EXPECT_EQ(tovi({"12", "0"}),
+            line("velmor_test_qmi_do", "note: module 12 is not part of this build"));
+}
+
+TEST_F(Cli, WrongArgumentsAreNotedWithTheModulesHelp) {
+  const std::string few = "note: Too few parameters, Pls refer to the following cmd:";
+  const std::string second =
+      "note: the second parameters is invalid, Pls refer to the following cmd:";
+  const std::string error = "note: Error happen! error_code(268431370)";
+  const std::string need5 = "note: need 5 inputs, Pls refer to the following cmd:";
+  const std::string inputs = "note: Too few inputs, Pls refer to the following cmd:";
+  const std::string id = "note: the second parameters(qmi_id) should be >= 0 && < 6";
+  const std::string nvefs = "velmor_test_nvefs_do", send = "velmor_test_qmi_send_data_do";
+  const struct {
+    Args args;
+    std::string notes;
+  } rows[] = {
+      {{"4"}, line(nvefs, few)},
+      {{"4", "7", "0", "1"}, line(nvefs, second)},
+      {{"4", "0", "0", "1"}, line(nvefs, second)},
+      {{"4", "1", "0", "10", "x"}, line("velmor_nvefs_test_nv_read", need5) + line(nvefs, error)},
+      {{"4", "3", "0"}, line("velmor_nvefs_test_nv_delete", need5) + line(nvefs, error)},
+      {{"4", "4", "0"}, line("velmor_nvefs_test_efs_read", need5) + line(nvefs, error)},
+      {{"4", "2", "0", "10"}, line("velmor_nvefs_test_nv_write", inputs) + line(nvefs, error)},
+      {{"4", "5"}, line("velmor_nvefs_test_efs_write", inputs) + line(nvefs, error)},
+      {{"6", "2"}, line(send, few)},
+      {{"6", "6", "1"}, line(send, id)},
+      {{"6", "-1", "1"}, line(send, id)},
+  };
+  for (const auto& row : rows) {
+    const char* heading = row.args[0] == "4" ? "4: nvefs" : "6: velmor";
+    EXPECT_EQ(tovi(row.args), row.notes + help(heading));
+  }
+  EXPECT_FALSE(exists(folder / "state"));
+}
+
+TEST_F(Cli, AnNvItemIsReadLineByLine) {
+  write_file(folder / "state/nv/0/10", std::string("\x01\x00\xff", 3));
+  EXPECT_EQ(tovi({"4", "1", "0", "10"}),
+            line("velmor_nv_read", "function entry ------------->") +
+                line("velmor_nv_read", "velmor_nv_read, sub_id 0, nv_id: 10") +
+                line("velmor_nv_read", "buf_len: 365") + exchange("23") + mapped(0, 0) +
+                line("velmor_nv_read", "result = 0, rsp.result = 0") +
+                line("velmor_nv_read", "rsp.data_len_all = 3") +
+                line("velmor_nv_read", "function exit <-------------") +
+                line("velmor_nvefs_test_nv_read", "data len(3)\ndata: \n") +
+                line("velmor_nvefs_test_nv_read", " 01") +
+                line("velmor_nvefs_test_nv_read", " 00") +
+                line("velmor_nvefs_test_nv_read", " FF") + line("velmor_nvefs_test_nv_read", ""));
+}
+
+TEST_F(Cli, AFileIsWrittenReadAndDeleted) {
+  const std::string stored = folder / "state/efs/0" + kMask;
+  const auto enter = [](const std::string& f) { return line(f, "function entry ------------->"); };
+  const auto exit = [](const std::string& f) { return line(f, "function exit <-------------"); };
+  const std::string w = "velmor_efs_write", r = "velmor_efs_read", d = "velmor_efs_delete";
+  const std::string value = std::string("path_value: ") + kMask;
+
+  EXPECT_EQ(tovi({"4", "5", "0", kMask, "15", "256", "-1", "0x10"}),
+            enter(w) + line(w, "velmor_efs_write, sub_id 0, path_len: 41, buf_len: 4") +
+                line(w, value) + line(w, "left_num(4)") + line(w, "send_num(4)") + exchange("20") +
+                mapped(0, 0) + line(w, "result = 0, rsp.result[>=0 is instance id] = 1") +
+                line(w,
+                     "data_len_all = 4, data_len_send = 4, data_len_recv = 4, send_count = 1, "
+                     "data_len_cur = 0") +
+                exit(w));
+  EXPECT_EQ(read_file(stored), std::string("\x0f\x00\xff\x00", 4));
+
+  const std::string test_read = "velmor_nvefs_test_efs_read";
+  EXPECT_EQ(tovi({"4", "4", "0", kMask}),
+            enter(r) + line(r, "velmor_efs_read, sub_id 0, path_len: 41") +
+                line(r, "buf_len: 365") + line(r, value) + exchange("24") + mapped(0, 0) +
+                line(r, "result = 0, rsp.result = 0") +
+                line(r,
+                     "data_len_all = 4, data_len_send = 4, data_len_recv = 4, read_count = 1, "
+                     "data_len_cur = 0") +
+                exit(r) + line(test_read, "data len(4)\ndata: \n") + line(test_read, " 0F") +
+                line(test_read, " 00") + line(test_read, " FF") + line(test_read, " 00") +
+                line(test_read, ""));
+
+  EXPECT_EQ(tovi({"4", "6", "0", kMask}),
+            enter(d) + line(d, "velmor_efs_delete, sub_id 0, path_len: 41") + line(d, value) +
+                exchange("20") + mapped(0, 0) + line(d, "result = 0, rsp.result = 0") + exit(d));
+  EXPECT_FALSE(exists(stored));
+
+  EXPECT_EQ(tovi({"4", "4", "0", kMask}),
+            enter(r) + line(r, "velmor_efs_read, sub_id 0, path_len: 41") +
+                line(r, "buf_len: 365") + line(r, value) + exchange("20") + mapped(0, 0) +
+                line(r, "result = 0, rsp.result = -2") + line(r, "qmi response fail") + exit(r) +
+                line(test_read, "velmor_extend_qmi_send_sync fail, REQUEST_ID_EFS") +
+                line("velmor_test_nvefs_do", "note: Error happen! error_code(-2)") +
+                help("4: nvefs"));
+}
+
+TEST_F(Cli, TheTwoSubscriptionsNeverMix) {
+  tovi({"4", "2", "0", "77", "1", "2"});
+  tovi({"4", "2", "7", "77", "3"});
+  EXPECT_EQ(read_file(folder / "state/nv/0/77"), "\x01\x02");
+  EXPECT_EQ(read_file(folder / "state/nv/1/77"), "\x03");
+  tovi({"4", "3", "0", "77"});
+  EXPECT_FALSE(exists(folder / "state/nv/0/77"));
+  EXPECT_NE(tovi({"4", "1", "1", "77"})
+                .find(": data len(1)\ndata: \n\nRIL[velmor_nvefs_test_nv_read]:  03"),
+            std::string::npos);
+  EXPECT_NE(tovi({"4", "1", "0", "77"}).find("error_code(5)"), std::string::npos);
+}
+
+TEST_F(Cli, DataBeyondTheBufferIsLeftOut) {
+  Args write = {"4", "2", "0", "77"};
+  write.insert(write.end(), 400, "7");
+  EXPECT_NE(tovi(write).find("buf_len: 365"), std::string::npos);
+  EXPECT_EQ(read_file(folder / "state/nv/0/77"), std::string(365, 7));
+  write_file(folder / "state/nv/0/78", std::string(400, 8));
+  EXPECT_NE(tovi({"4", "1", "0", "78"}).find("data len(365)"), std::string::npos);
+  Args send = {"6", "4"};
+  send.insert(send.end(), 600, "0x12");
+  const std::string out = tovi(send);
+  EXPECT_NE(out.find("velmor_qmi req data(qmi_id: 4, len: 600[max: 500]):"), std::string::npos);
+  size_t lines = 0;
+  for (size_t at = 0; (at = out.find(": 0x12 \n", at)) != std::string::npos; ++at) ++lines;
+  EXPECT_EQ(lines, 500u);
+}
+
+TEST_F(Cli, ARawPayloadIsSentAndItsAnswerDumped) {
+  const std::string f = "velmor_test_qmi_send_data_do";
+  std::string dump;
+  for (int i = 0; i < 8; ++i) dump += line(f, " 00");
+  EXPECT_EQ(tovi({"6", "4", "0x23", "0", "0", "0"}),
+            line(f, "velmor_qmi req data(qmi_id: 4, len: 4[max: 500]):") + line(f, "0x23 ") +
+                line(f, "0x00 ") + line(f, "0x00 ") + line(f, "0x00 ") + exchange("8") +
+                line(f, "qmi_id = 4, result = 0") +
+                line(f, "velmor_qmi rsp data(qmi_id: 4, len: 8[max: 500]):") + dump + line(f, ""));
+  const std::string refused = tovi({"6", "3", "1"});
+  EXPECT_NE(refused.find("1 QMI service framework error. Check client\n"
+                         "velmor_extend_qmi_handle_req_cb result:-3\n" +
+                         line(f, "qmi_id = 3, result = -3") +
+                         line(f, "velmor_extend_qmi_send_sync fail") + help("6: velmor")),
+            std::string::npos);
+  EXPECT_NE(tovi({"6", "4", "200"}).find(line(f, " 5E")), std::string::npos);
+}
+
+TEST_F(Cli, TheFlagsSwitchLogAndEchoApart) {
+  set_property("persist.vendor.velmor.shell_print", "0");
+  EXPECT_EQ(tovi({"2"}), "");
+  EXPECT_EQ(tovi({}), "");
+  const std::string log = read_file(folder / "log");
+  EXPECT_TRUE(log.starts_with("D [tovi][velmor_tovi_test_main.cpp:")) << log;
+  EXPECT_TRUE(log.ends_with("] main: Not support\n")) << log;
+  set_property("persist.vendor.velmor.shell_print", "1");
+  set_property("persist.vendor.velmor.print", "2");
+  EXPECT_EQ(tovi({"2"}), line("main", "Not support"));
+  EXPECT_EQ(read_file(folder / "log"), log);
+}
+
+TEST_F(Cli, WithoutAModemTheSearchEndsAfter50Attempts) {
+  variables["TOVI_MODEM"] = "unix:" + (folder / "nobody");
+  variables["TOVI_TIME_SCALE"] = "0.01";
+  std::string searches;
+  for (int i = 0; i < 50; ++i) {
+    searches += "VELMOR_QMI_NV: qmi_client_get_service_list() returned -2 num_services = 0\n";
+  }
+  EXPECT_EQ(
+      tovi({"4", "3", "0", "10"}),
+      line("velmor_nv_delete", "function entry ------------->") +
+          line("velmor_nv_delete", "velmor_nv_delete, sub_id 0, nv_id: 10") + searches +
+          "qmi_client_get_service_list, err = -2, num_entries = 0, num_services = 0"
+          "qmi_client_init, err = -5, handle = 0, client_handle = 0"
+          "-5 QMI client init failed\n"
+          "velmor_extend_qmi_handle_req_cb result:-2\n" +
+          mapped(-2, -102) + line("velmor_nv_delete", "result = -102, rsp.result = 0") +
+          line("velmor_nv_delete", "velmor_extend_qmi_send_sync fail") +
+          line("velmor_nv_delete", "function exit <-------------") +
+          line("velmor_nvefs_test_nv_delete", "velmor_extend_qmi_send_sync fail, REQUEST_ID_EFS") +
+          line("velmor_test_nvefs_do", "note: Error happen! error_code(-102)") + help("4: nvefs"));
+}
+
+TEST_F(Cli, AVariableThatCannotBeUsedIsSaidInOneLine) {
+  const struct {
+    const char* name;
+    const char* value;
+    bool modem;  // still there?
+  } rows[] = {
+      {"TOVI_MODEM", "wire", false},           {"TOVI_MODEM", "unix:", false},
+      {"TOVI_STATE", "/proc/nowhere", false},  {"TOVI_TIME_SCALE", "0", false},
+      {"TOVI_TIME_SCALE", "-1", false},        {"TOVI_TIME_SCALE", "fast", false},
+      {"TOVI_LOG", "/proc/nowhere/log", true}, {"TOVI_TRACE", "/proc/nowhere/trace", true},
+  };
+  for (const auto& row : rows) {
+    Variables changed = variables;
+    changed["TOVI_TIME_SCALE"] = "0.01";
+    changed[row.name] = row.value;
+    const Result result = run("tovi", {"4", "1", "0", "550"}, changed);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << row.name << result.err;
+    EXPECT_NE(result.err.find(row.value), std::string::npos) << result.err;
+    EXPECT_EQ(result.out.find("data len(9)") != std::string::npos, row.modem) << row.name;
+    EXPECT_EQ(result.out.find("returned -5 num_services = 0") != std::string::npos, !row.modem);
+    EXPECT_EQ(run("tovi", {}, changed).err, "");
+  }
+}
+
+TEST_F(Cli, TheTraceShowsWhatWasAskedAndAnswered) {
+  variables["TOVI_TRACE"] = folder / "trace";
+  tovi({"6", "4", "35"});
+  const std::string trace = read_file(folder / "trace");
+  EXPECT_NE(trace.find(" > extend 0x0002 send_data req #1 len 529\n  request_id = 4\n"
+                       "  data_len = 1\n  data = 512 bytes: 23 00*511\n  00 01 00 02 00 11 02 "),
+            std::string::npos);
+  EXPECT_NE(trace.find(" < extend 0x0002 send_data rsp #1 len 529\n  result = 0\n"),
+            std::string::npos);
+}
+
+TEST_F(Cli, AReaderThatLeavesEarlyDoesNoHarm) {
+  const std::string command =
+      std::string("bash -c '") + TOVI_BUILD_FOLDER + "/tovi | head -1; echo ${PIPESTATUS[0]}'";
+  FILE* pipe = popen(command.c_str(), "r");
+  char out[512] = {};
+  EXPECT_GT(fread(out, 1, sizeof out - 1, pipe), 0u);
+  pclose(pipe);
+  EXPECT_TRUE(std::string(out).ends_with("=\n0\n")) << out;
+}
+
+}  // namespace

@@ -1,0 +1,235 @@
+// Message tables, the codec that walks them, the trace, and the number readers.
+#include "gtest/gtest.h"
+#include "qcci/qmi_codec.h"
+#include "qcci/trace.h"
+#include "support/fake_modem.h"
+#include "velmor_extend_service.h"
+#include "velmor_tovi_test_parse.h"
+
+namespace {
+
+using namespace qmi;
+using testing_support::Bytes;
+using testing_support::bytes;
+using testing_support::hex;
+
+const qmi_idl_service_object& extension() {
+  return *velmor_extend_get_service_object_internal_v01(1, 1, 6);
+}
+
+TEST(MessageTables, DeclaredSizesAreWhatTheRowsAddUpTo) {
+  for (const Message& message : extension().messages) {
+    EXPECT_EQ(largest_body(message), message.wire_max)
+        << message.name << " " << int(message.kind) << " " << message.id;
+    EXPECT_LE(message.wire_max, extension().wire_max);
+  }
+  EXPECT_EQ(extension().messages.size(), 14u);
+  EXPECT_EQ(extension().wire_max, 1553u);
+}
+
+TEST(MessageTables, ServiceObjectIsGivenForItsVersionOnly) {
+  EXPECT_EQ(extension().service_id, 65508u);
+  EXPECT_EQ(velmor_extend_get_service_object_internal_v01(1, 2, 6), nullptr);
+  EXPECT_EQ(velmor_extend_get_service_object_internal_v01(2, 1, 6), nullptr);
+  EXPECT_EQ(velmor_extend_get_service_object_internal_v01(1, 1, 5), nullptr);
+}
+
+// A message with every kind of row.
+struct Pair {
+  uint32_t wide;
+  uint32_t name_len;
+  uint8_t name[4];
+};
+struct Everything {
+  qmi_response_type_v01 resp;
+  uint16_t word;
+  uint32_t list_len;
+  Pair list[3];
+  uint8_t option_valid;
+  uint32_t option_len;
+  uint16_t option[300];
+  uint8_t secret_valid;
+  uint64_t secret;
+};
+constexpr Field kPair[] = {
+    {U8as32, QMI_FIELD(Pair, wide)},
+    {Counted8(U8, 4), QMI_LIST(Pair, name)},
+};
+constexpr Field kEverything[] = {
+    {0x02, Required, Result, QMI_FIELD(Everything, resp)},
+    {0x03, Required, U16, QMI_FIELD(Everything, word)},
+    {0x04, Required, Counted8(Struct(kPair, sizeof(Pair)), 3), QMI_LIST(Everything, list)},
+    {0x10, Optional, Counted16(U16, 300), QMI_OPTIONAL_LIST(Everything, option)},
+    {0x11, Optional, Hidden(U64), QMI_OPTIONAL(Everything, secret)},
+};
+constexpr Message kMessage(Kind::Response, 7, "everything", 650, sizeof(Everything), kEverything);
+
+const char* const kRequired =
+    "02 0400 0100 5e00"
+    "03 0200 3412"
+    "04 0900 02 07 02 6162 ff 02 6364";
+const char* const kOptional =
+    "10 0600 0200 0100 ffff"
+    "11 0800 0102030405060708";
+
+Everything sample() {
+  Everything c{};
+  c.resp = {1, 0x5e};
+  c.word = 0x1234;
+  c.list_len = 2;
+  c.list[0] = {7, 2, {'a', 'b'}};
+  c.list[1] = {255, 2, {'c', 'd'}};
+  return c;
+}
+
+TEST(Codec, EncodesWhatIsValidInTableOrder) {
+  EXPECT_EQ(largest_body(kMessage), kMessage.wire_max);
+  Everything c = sample();
+  uint8_t room[700];
+  auto n = encode(kMessage, &c, room);
+  ASSERT_TRUE(n);
+  EXPECT_EQ(hex({room, *n}), hex(bytes(kRequired)));
+  c.option_valid = c.secret_valid = 1;
+  c.option_len = 2;
+  c.option[0] = 1;
+  c.option[1] = 0xffff;
+  c.secret = 0x0807060504030201;
+  n = encode(kMessage, &c, room);
+  ASSERT_TRUE(n);
+  EXPECT_EQ(hex({room, *n}), hex(bytes(std::string(kRequired) + kOptional)));
+  for (size_t size = 0; size < *n; ++size) {
+    EXPECT_FALSE(encode(kMessage, &c, {room, size})) << size;
+  }
+}
+
+TEST(Codec, RefusesToEncodeWhatTheWireCannotSay) {
+  uint8_t room[700];
+  Everything c = sample();
+  c.list_len = 4;
+  EXPECT_FALSE(encode(kMessage, &c, room));
+  c = sample();
+  c.list[1].name_len = 5;
+  EXPECT_FALSE(encode(kMessage, &c, room));
+  c = sample();
+  c.list[0].wide = 256;
+  EXPECT_FALSE(encode(kMessage, &c, room));
+  c = sample();
+  c.resp.error = 0x10000;
+  EXPECT_FALSE(encode(kMessage, &c, room));
+}
+
+TEST(Codec, DecodesInAnyOrderAndSkipsTheUnknown) {
+  Everything c;
+  ASSERT_TRUE(decode(kMessage, bytes(std::string("7f 0200 0000") + kOptional + kRequired), &c));
+  Everything want = sample();
+  EXPECT_EQ(c.resp.error, want.resp.error);
+  EXPECT_EQ(c.word, want.word);
+  ASSERT_EQ(c.list_len, 2u);
+  EXPECT_EQ(c.list[1].wide, 255u);
+  EXPECT_EQ(memcmp(c.list[1].name, "cd\0\0", 4), 0);
+  EXPECT_EQ(c.option_valid, 1);
+  EXPECT_EQ(c.option[1], 0xffff);
+  EXPECT_EQ(c.secret, 0x0807060504030201u);
+}
+
+TEST(Codec, MalformedBodiesFailAndLeaveTheStructureCleared) {
+  const std::string word = "03 0200 3412", list = "04 0100 00", result = "02 0400 0000 0000";
+  const struct {
+    const char* what;
+    std::string body;
+  } rows[] = {
+      {"a required TLV is missing", result + word},
+      {"two of three header bytes", result + word + list + "10 00"},
+      {"the value ends past the message", result + word + list + "10 0300 0000"},
+      {"a scalar cut short", result + list + "03 0100 34"},
+      {"bytes left over in a known TLV", result + list + "03 0300 341200"},
+      {"a count above its bound", result + word + "04 0100 04"},
+      {"a count above what its TLV holds", result + word + "04 0400 02 07 01 61"},
+      {"a nested count above its bound", result + word + "04 0800 01 07 05 6162636465"},
+      {"a nested count past its TLV", result + word + "04 0400 01 07 04 61"},
+      {"an empty TLV", result + word + list + "10 0000"},
+      {"a 16-bit count above its bound", result + word + list + "10 0200 2d01"},
+  };
+  for (const auto& row : rows) {
+    Everything c;
+    memset(&c, 0xaa, sizeof c);
+    EXPECT_FALSE(decode(kMessage, bytes(row.body), &c)) << row.what;
+    EXPECT_EQ(memcmp(&c, Bytes(sizeof c).data(), sizeof c), 0) << row.what;
+  }
+}
+
+// Only whole TLVs may be cut away.
+TEST(Codec, EveryCutOfAMessageIsFoundOut) {
+  const Bytes whole = bytes(std::string(kRequired) + kOptional);
+  const size_t required = bytes(kRequired).size();
+  Everything c;
+  for (size_t size = 0; size < whole.size(); ++size) {
+    const bool good = size == required || size == whole.size() - 11;
+    EXPECT_EQ(decode(kMessage, std::span(whole).first(size), &c), good) << size;
+  }
+}
+
+TEST(Trace, PutsAMessageIntoWordsAndBytes) {
+  const qmi_idl_service_object service = {"demo", 1, 1, 0, 6, 700, {&kMessage, 1}};
+  const Bytes packet = testing_support::packet(
+      Kind::Response, 3, 7, bytes(std::string(kRequired) + "11 0800 0102030405060708 55 0100 07"));
+  EXPECT_EQ(trace::text('<', service, packet, false),
+            "< demo 0x0007 everything rsp #3 len 39\n"
+            "  resp = {result = 1, error = 94}\n"
+            "  word = 4660\n"
+            "  list = [{wide = 7, name = 2 bytes: 61 62}, {wide = 255, name = 2 bytes: 63 64}]\n"
+            "  secret = ..\n"
+            "  0x55 = 1 bytes: 07\n"
+            "  02 03 00 07 00 27 00 02 04 00 01 00 5e 00 03 02 00 34 12 04 09 00 02 07 02 61 62 ff "
+            "02 63 64 11\n"
+            "  08 00 .. .. .. .. .. .. .. .. 55 01 00 07\n");
+  EXPECT_NE(trace::text('<', service, packet, true).find("secret = 578437695752307201\n"),
+            std::string::npos);
+  EXPECT_EQ(trace::text('<', service, bytes("0201"), false), "< demo malformed len 2\n  02 01\n");
+  // Cut anywhere, it still ends and shows every byte.
+  for (uint16_t size = 0; size < packet.size() - kHeaderBytes; ++size) {
+    Bytes cut(packet.begin(), packet.begin() + static_cast<ptrdiff_t>(kHeaderBytes) + size);
+    memcpy(&cut[5], &size, 2);
+    EXPECT_NE(trace::text('<', service, cut, false), "") << size;
+  }
+}
+
+TEST(NumberReaders, FollowTheirRules) {
+  const struct {
+    const char* text;
+    int string_value;
+    int hex_value;
+  } rows[] = {
+      {"", 0, 0},
+      {"1F", 1, 31},
+      {"ff", 0, 255},
+      {"7fffffff", 7, 2147483647},
+      {"1G", 1, 16},
+      {"0x1a", 26, 26},
+      {"0X1a", 26, 26},
+      {"012", 12, 18},
+      {"0x", 0, 0},
+      {"-5", -5, 5},
+      {"  7x", 7, 0x70},
+      {"80000000", 80000000, 2147483647},
+      {"100000001", 100000001, static_cast<int>(2147483648u)},
+      {"1000000000000000000000000000000000000000000000000000000000000", -1, 2147483647},
+  };
+  for (const auto& row : rows) {
+    std::string text = row.text;
+    EXPECT_EQ(velmor_string_to_int(text.data()), row.string_value) << text;
+    EXPECT_EQ(velmor_hex_string_to_int(text.data()), row.hex_value) << text;
+  }
+}
+
+TEST(NumberReaders, ByteToHexWritesTwoDigitsAByteAndNoMore) {
+  unsigned char in[] = {0x0A, 0xFF, 0x12};
+  char out[] = "......";
+  velmor_byte_to_hex(in, 2, out);
+  EXPECT_STREQ(out, "0aff..");
+  velmor_byte_to_hex(in, -1, out);
+  velmor_byte_to_hex(nullptr, 3, out);
+  EXPECT_STREQ(out, "0aff..");
+}
+
+}  // namespace

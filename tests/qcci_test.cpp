@@ -1,0 +1,338 @@
+// The QMI client library, against a modem that says exactly what a test tells it to.
+#include <atomic>
+#include <future>
+
+#include "qmi_client.h"
+#include "support/fake_modem_fixture.h"
+
+namespace {
+
+using namespace testing_support;
+using std::chrono::milliseconds;
+
+const qmi_idl_service_object_type kService = velmor_extend_get_service_object_internal_v01(1, 1, 6);
+constexpr uint32_t kPort = kExtensionPort;
+
+// What callbacks were told, for a test to wait for.
+class Events {
+ public:
+  void add(const std::string& event) {
+    MutexLock hold(lock_);
+    all_ += event + " ";
+    changed_.notify_all();
+  }
+  // All events once there are as many as in `wanted`, or what there is after a while.
+  std::string when(const std::string& wanted) {
+    MutexLock hold(lock_);
+    const auto limit = timing::Clock::now() + std::chrono::seconds(10);
+    while (all_.size() < wanted.size() && changed_.wait_until(lock_, limit)) {
+    }
+    return all_;
+  }
+
+ private:
+  Mutex lock_;
+  Condition changed_;
+  std::string all_ GUARDED_BY(lock_);
+};
+
+void on_indication(qmi_client_type, unsigned int id, void* buf, unsigned int len, void* data) {
+  std::this_thread::sleep_for(milliseconds(5));
+  const std::span body(static_cast<uint8_t*>(buf), len);
+  static_cast<Events*>(data)->add("ind" + std::to_string(id) + ":" + hex(body));
+}
+
+void on_error(qmi_client_type, qmi_client_error_type error, void* data) {
+  static_cast<Events*>(data)->add("error" + std::to_string(error));
+}
+
+void on_notify(qmi_client_type, qmi_idl_service_object_type, qmi_client_notify_event_type event,
+               void* data) {
+  static_cast<Events*>(data)->add("event" + std::to_string(event));
+}
+
+class Qcci : public FakeModemTest {
+ protected:
+  qmi_client_type open(qmi_client_ind_cb cb = nullptr, void* data = nullptr) {
+    qmi_client_type handle = nullptr;
+    EXPECT_EQ(qmi_client_init_instance(kService, QMI_CLIENT_INSTANCE_ANY, cb, data, nullptr, 1000,
+                                       &handle),
+              QMI_NO_ERR);
+    return handle;
+  }
+
+  qmi_client_error_type send(qmi_client_type handle, uint8_t payload = 0,
+                             unsigned int time_out_ms = 100000) {
+    velmor_extend_send_data_req_msg_v01 req{};
+    req.data_valid = 1;
+    req.data[0] = payload;
+    resp = {};
+    return qmi_client_send_msg_sync(handle, 2, &req, sizeof req, &resp, sizeof resp, time_out_ms);
+  }
+
+  // Answers every request with the payload byte it came with.
+  void echo() {
+    modem.on_request([](const Bytes& request) {
+      return Replies{answer(request, {request[qmi::kHeaderBytes + 17]})};
+    });
+  }
+
+  FakeModem modem{socket_path()};
+  velmor_extend_send_data_resp_msg_v01 resp{};
+};
+
+TEST_F(Qcci, ListGivesTheServersOfTheRightVersion) {
+  modem.add_service(kExtensionId, 5, 0x0002);  // another version
+  modem.add_service(kExtensionId, 6, 0x0001);
+  modem.add_service(kExtensionId, 9, 0x0301);
+  unsigned int entries = 99, services = 99;
+  EXPECT_EQ(qmi_client_get_service_list(kService, nullptr, &entries, &services), QMI_NO_ERR);
+  EXPECT_EQ(entries, 0u);
+  EXPECT_EQ(services, 2u);
+  qmi_service_info list[3] = {};
+  entries = 3;
+  EXPECT_EQ(qmi_client_get_service_list(kService, list, &entries, &services), QMI_NO_ERR);
+  EXPECT_EQ(entries, 2u);
+  EXPECT_EQ(list[0].port, 6u);
+  EXPECT_EQ(list[1].instance, 3u);
+  EXPECT_EQ(list[2].port, 0u);
+  qmi_client_type handle;
+  EXPECT_EQ(qmi_client_init_instance(kService, 3, nullptr, nullptr, nullptr, 4, &handle), 0);
+  EXPECT_EQ(qmi_client_init_instance(kService, 2, nullptr, nullptr, nullptr, 4, &handle),
+            QMI_TIMEOUT_ERR);
+}
+
+TEST_F(Qcci, WithoutTheServiceNothingOpens) {
+  unsigned int entries = 1, services = 1;
+  qmi_service_info list[1] = {};
+  EXPECT_EQ(qmi_client_get_service_list(kService, list, &entries, &services), QMI_SERVICE_ERR);
+  EXPECT_EQ(entries + services, 0u);
+  qmi_client_type handle = &handle;
+  EXPECT_EQ(qmi_client_init(list, kService, nullptr, nullptr, nullptr, &handle),
+            QMI_PORT_NOT_OPEN_ERR);
+  EXPECT_EQ(handle, nullptr);
+  list[0].port = 3;  // a server that is not there any more
+  EXPECT_EQ(qmi_client_init(list, kService, nullptr, nullptr, nullptr, &handle), QMI_SERVICE_ERR);
+  EXPECT_EQ(qmi_client_init_instance(kService, 0xFFFF, nullptr, nullptr, nullptr, 4, &handle),
+            QMI_TIMEOUT_ERR);
+  modem.stop();
+  EXPECT_EQ(qmi_client_get_service_list(kService, list, &entries, &services), QMI_SERVICE_ERR);
+  EXPECT_EQ(qmi_client_init_instance(kService, 0xFFFF, nullptr, nullptr, nullptr, 4, &handle),
+            QMI_TIMEOUT_ERR);
+}
+
+TEST_F(Qcci, ASilentNameServiceIsWaitedForOnce) {
+  modem.answer_lookups(false);
+  unsigned int entries = 0, services = 0;
+  const auto start = timing::Clock::now();
+  for (int i = 0; i < 50; ++i) {
+    EXPECT_EQ(qmi_client_get_service_list(kService, nullptr, &entries, &services), QMI_SERVICE_ERR);
+  }
+  EXPECT_LT(timing::Clock::now() - start, milliseconds(1000));
+}
+
+TEST_F(Qcci, AServiceThatComesLateIsWaitedFor) {
+  auto opened = std::async(std::launch::async, [&] { return open(); });
+  std::this_thread::sleep_for(milliseconds(10));
+  modem.add_service(kExtensionId, kPort);
+  EXPECT_NE(opened.get(), nullptr);
+}
+
+TEST_F(Qcci, HandlesThatStandForNothingAreRefusedUntouched) {
+  modem.add_service(kExtensionId, kPort);
+  const qmi_client_type released = open();
+  EXPECT_EQ(qmi_client_release(released), QMI_NO_ERR);
+  uint8_t buf[600];
+  for (const qmi_client_type handle : {qmi_client_type{}, released, qmi_client_type(buf)}) {
+    EXPECT_EQ(send(handle), QMI_PORT_NOT_OPEN_ERR);
+    EXPECT_EQ(qmi_client_release(handle), QMI_PORT_NOT_OPEN_ERR);
+    EXPECT_EQ(qmi_client_register_error_cb(handle, on_error, nullptr), QMI_PORT_NOT_OPEN_ERR);
+    EXPECT_EQ(qmi_client_register_notify_cb(handle, on_notify, nullptr), QMI_PORT_NOT_OPEN_ERR);
+    EXPECT_EQ(qmi_client_message_decode(handle, QMI_IDL_INDICATION, 3, buf, 0, buf, sizeof buf),
+              QMI_PORT_NOT_OPEN_ERR);
+  }
+}
+
+TEST_F(Qcci, WrongSizesAndUnknownMessagesAreNotSent) {
+  modem.add_service(kExtensionId, kPort);
+  const qmi_client_type handle = open();
+  velmor_extend_send_data_req_msg_v01 req{};
+  EXPECT_EQ(qmi_client_send_msg_sync(handle, 2, &req, 523, &resp, 524, 9), QMI_INTERNAL_ERR);
+  EXPECT_EQ(qmi_client_send_msg_sync(handle, 2, &req, 524, &resp, 523, 9), QMI_INTERNAL_ERR);
+  EXPECT_EQ(qmi_client_send_msg_sync(handle, 2, nullptr, 524, &resp, 524, 9), QMI_INTERNAL_ERR);
+  EXPECT_EQ(qmi_client_send_msg_sync(handle, 5, &req, 524, &resp, 524, 9), QMI_INTERNAL_ERR);
+  EXPECT_EQ(qmi_client_send_msg_sync(handle, 0x10002, &req, 524, &resp, 524, 9), QMI_INTERNAL_ERR);
+  EXPECT_TRUE(modem.requests().empty());
+  uint32_t len = 1;
+  EXPECT_EQ(qmi_idl_get_message_c_struct_len(kService, QMI_IDL_INDICATION, 6, &len), QMI_NO_ERR);
+  EXPECT_EQ(len, 1288u);
+  EXPECT_NE(qmi_idl_get_message_c_struct_len(kService, QMI_IDL_INDICATION, 4, &len), QMI_NO_ERR);
+  EXPECT_EQ(len, 0u);
+}
+
+TEST_F(Qcci, OnlyTheResponseToItsOwnTransactionEndsARequest) {
+  modem.add_service(kExtensionId, kPort);
+  const qmi_client_type handle = open();
+  modem.on_request([](const Bytes& request) {
+    Bytes other = answer(request, {1});
+    other[1] ^= 0x40;
+    Bytes other_message = answer(request, {2});
+    other_message[3] = 3;
+    Bytes cut = answer(request, {3});
+    cut.pop_back();
+    return Replies{other, other_message, cut, answer(request, {4}), answer(request, {5})};
+  });
+  EXPECT_EQ(send(handle), QMI_NO_ERR);
+  EXPECT_EQ(resp.data[0], 4);
+  EXPECT_EQ(send(handle), QMI_NO_ERR);
+  EXPECT_EQ(resp.data[0], 4);
+}
+
+TEST_F(Qcci, AMalformedResponseIsAnInternalErrorAndClearsTheStructure) {
+  modem.add_service(kExtensionId, kPort);
+  const qmi_client_type handle = open();
+  modem.on_request([](const Bytes& request) {
+    return Replies{packet(qmi::Kind::Response, transaction_of(request), 2,
+                          bytes("01 0400 01000000 02 0300 000000"))};
+  });
+  EXPECT_EQ(send(handle), QMI_INTERNAL_ERR);
+  EXPECT_EQ(resp.result, 0u);
+}
+
+TEST_F(Qcci, ALateResponseIsDroppedAndTheNextRequestWorks) {
+  modem.add_service(kExtensionId, kPort);
+  const qmi_client_type handle = open();
+  Bytes late;
+  modem.on_request([&](const Bytes& request) {
+    if (late.empty()) {
+      late = answer(request, {1});
+      return Replies{};
+    }
+    return Replies{late, answer(request, {2})};
+  });
+  resp.data[0] = 0;
+  EXPECT_EQ(send(handle, 0, 20), QMI_TIMEOUT_ERR);
+  EXPECT_EQ(resp.data[0], 0);
+  EXPECT_EQ(send(handle), QMI_NO_ERR);
+  EXPECT_EQ(resp.data[0], 2);
+}
+
+TEST_F(Qcci, IndicationsComeInOrderAndBeforeReleaseReturns) {
+  modem.add_service(kExtensionId, kPort);
+  Events events;
+  const qmi_client_type handle = open(on_indication, &events);
+  modem.on_request([](const Bytes& request) {
+    return Replies{packet(qmi::Kind::Indication, 0, 7, bytes("aa")),
+                   packet(qmi::Kind::Indication, 0, 8, bytes("bb")), answer(request, {}),
+                   packet(qmi::Kind::Indication, 0, 9, {})};
+  });
+  EXPECT_EQ(send(handle), QMI_NO_ERR);
+  EXPECT_EQ(qmi_client_release(handle), QMI_NO_ERR);
+  const std::string all = events.when("");
+  EXPECT_EQ(all.substr(0, 16), "ind7:aa ind8:bb ");
+  std::this_thread::sleep_for(milliseconds(20));
+  EXPECT_EQ(events.when(""), all);
+}
+
+TEST_F(Qcci, IndicationsAreDeliveredWhileNobodyWaits) {
+  modem.add_service(kExtensionId, kPort);
+  Events events;
+  const qmi_client_type handle = open(on_indication, &events);
+  echo();
+  EXPECT_EQ(send(handle), QMI_NO_ERR);
+  modem.send(kPort, packet(qmi::Kind::Indication, 0, 7, bytes("0102")));
+  EXPECT_EQ(events.when("ind7:0102 "), "ind7:0102 ");
+  EXPECT_EQ(send(handle, 3), QMI_NO_ERR);
+  EXPECT_EQ(resp.data[0], 3);
+  qmi_client_release(handle);
+}
+
+TEST_F(Qcci, AServiceThatLeavesEndsRequestsAndTellsTheErrorCallbackOnce) {
+  for (const bool hang_up : {false, true}) {
+    modem.add_service(kExtensionId, kPort);
+    Events events, late_events;
+    const qmi_client_type handle = open();
+    EXPECT_EQ(qmi_client_register_error_cb(handle, on_error, &events), QMI_NO_ERR);
+    modem.on_request([](const Bytes&) { return Replies{}; });
+    auto sent = std::async(std::launch::async, [&] { return send(handle); });
+    while (modem.requests().empty()) std::this_thread::yield();
+    hang_up ? modem.stop() : modem.remove_service(kPort);
+    EXPECT_EQ(sent.get(), QMI_SERVICE_ERR);
+    EXPECT_EQ(events.when("error-2 "), "error-2 ");
+    EXPECT_EQ(send(handle), QMI_SERVICE_ERR);
+    EXPECT_EQ(qmi_client_register_error_cb(handle, on_error, &late_events), QMI_NO_ERR);
+    EXPECT_EQ(late_events.when("error-2 "), "error-2 ");
+    EXPECT_EQ(qmi_client_release(handle), QMI_NO_ERR);
+    EXPECT_EQ(events.when(""), "error-2 ");
+    if (hang_up) modem.start();
+  }
+}
+
+TEST_F(Qcci, ANotifierHearsOfEveryChangeAcrossAHangUp) {
+  Events events;
+  qmi_client_os_params params{};
+  qmi_client_type notifier = nullptr;
+  ASSERT_EQ(qmi_client_notifier_init(kService, &params, &notifier), QMI_NO_ERR);
+  EXPECT_EQ(qmi_client_register_notify_cb(notifier, on_notify, &events), QMI_NO_ERR);
+  auto waited = std::async(std::launch::async, [&] { qmi_cci_os_signal_wait(&params, 500000); });
+  modem.add_service(kExtensionId, kPort);
+  waited.get();
+  EXPECT_EQ(events.when("event0 "), "event0 ");
+  modem.remove_service(kPort);
+  EXPECT_EQ(events.when("event0 event1 "), "event0 event1 ");
+  modem.add_service(kExtensionId, kPort);
+  events.when("event0 event1 event0 ");
+  modem.stop();
+  EXPECT_EQ(events.when("event0 event1 event0 event1 "), "event0 event1 event0 event1 ");
+  modem.start();
+  const std::string all = "event0 event1 event0 event1 event0 ";
+  EXPECT_EQ(events.when(all), all);
+  Events again;
+  EXPECT_EQ(qmi_client_register_notify_cb(notifier, on_notify, &again), QMI_NO_ERR);
+  EXPECT_EQ(again.when("event0 "), "event0 ");
+  EXPECT_EQ(qmi_client_release(notifier), QMI_NO_ERR);
+  modem.remove_service(kPort);
+}
+
+void release_own_client(qmi_client_type handle, unsigned int, void*, unsigned int, void* data) {
+  static_cast<Events*>(data)->add("released" + std::to_string(qmi_client_release(handle)));
+}
+
+TEST_F(Qcci, AClientMayBeReleasedFromItsCallbackAndDuringARequest) {
+  modem.add_service(kExtensionId, kPort);
+  Events events;
+  qmi_client_type handle = open(release_own_client, &events);
+  modem.on_request([](const Bytes&) {
+    return Replies{packet(qmi::Kind::Indication, 0, 7, {}),
+                   packet(qmi::Kind::Indication, 0, 7, {})};
+  });
+  EXPECT_EQ(send(handle), QMI_PORT_NOT_OPEN_ERR);
+  EXPECT_EQ(events.when("released0 "), "released0 ");
+  EXPECT_EQ(send(handle), QMI_PORT_NOT_OPEN_ERR);
+}
+
+TEST_F(Qcci, RequestsOfManyThreadsOnOneClientAreNotMixed) {
+  modem.add_service(kExtensionId, kPort);
+  echo();
+  const qmi_client_type handle = open();
+  std::atomic<int> good = 0;
+  std::vector<std::thread> threads;
+  for (uint8_t t = 0; t < 8; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 100; ++i) {
+        velmor_extend_send_data_req_msg_v01 req{};
+        velmor_extend_send_data_resp_msg_v01 got{};
+        req.data_valid = 1;
+        req.data[0] = t;
+        const int error =
+            qmi_client_send_msg_sync(handle, 2, &req, sizeof req, &got, sizeof got, 500000);
+        good += error == 0 && got.data[0] == t;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(good, 800);
+  qmi_client_release(handle);
+}
+
+}  // namespace

@@ -1,0 +1,211 @@
+// The simulated modem as a program, its state folder, and several programs at once.
+#include <signal.h>
+
+#include <filesystem>
+
+#include "gtest/gtest.h"
+#include "support/tool.h"
+
+namespace {
+
+using namespace testing_support;
+
+class Simulator : public testing::Test {
+ protected:
+  std::unique_ptr<Program> serve() {
+    auto server = std::make_unique<Program>("tovi-modem", Args{"serve", "--unix", socket}, state);
+    server->wait_for_error_line("tovi-modem: ready\n");
+    return server;
+  }
+  Result modem(const Args& args) { return run("tovi-modem", args, state); }
+
+  // Starts the same program several times at once; all must end well and quietly.
+  std::vector<std::string> together(const std::vector<Args>& commands, const Variables& variables) {
+    std::vector<std::unique_ptr<Program>> programs;
+    for (const Args& args : commands) {
+      programs.push_back(std::make_unique<Program>("tovi", args, variables));
+    }
+    std::vector<std::string> out;
+    for (const auto& program : programs) {
+      const Result result = program->wait();
+      EXPECT_EQ(result.status, 0);
+      EXPECT_EQ(result.err, "");
+      out.push_back(without_lines(result.out));
+    }
+    return out;
+  }
+
+  ScratchFolder folder;
+  const std::string socket = folder / "socket";
+  const Variables state = {{"TOVI_STATE", folder / "state"}, {"TOVI_LOG", folder / "log"}};
+  const Variables served = {{"TOVI_MODEM", "unix:" + socket},
+                            {"TOVI_LOG", folder / "log"},
+                            {"TOVI_STATE", folder / "elsewhere"}};
+};
+
+TEST_F(Simulator, TheSameCommandsPrintTheSameOverBothEndpoints) {
+  const auto server = serve();
+  const std::string path = "/nv/item_files/modem/mmode/device_mode";
+  const Args commands[] = {
+      {"4", "1", "0", "550"},
+      {"4", "2", "1", "9", "1", "2"},
+      {"4", "1", "1", "9"},
+      {"4", "3", "1", "9"},
+      {"4", "1", "1", "9"},
+      {"4", "4", "0", path},
+      {"4", "5", "0", path, "1", "2"},
+      {"4", "4", "0", path},
+      {"4", "6", "0", path},
+      {"4", "6", "0", path},
+      {"6", "4", "35"},
+      {"6", "5", "1"},
+      {"6", "2", "9"},
+      {"4", "1", "0", "7233"},
+  };
+  Variables embedded = state;
+  embedded["TOVI_STATE"] = folder / "other";
+  for (const Args& args : commands) {
+    EXPECT_EQ(without_lines(run("tovi", args, served).out),
+              without_lines(run("tovi", args, embedded).out));
+  }
+  EXPECT_FALSE(exists(folder / "elsewhere"));
+}
+
+TEST_F(Simulator, EightProgramsAtOnceLoseAndMixNothing) {
+  const auto server = serve();
+  for (const Variables& variables : {served, state}) {
+    for (int round = 0; round < 5; ++round) {
+      std::vector<Args> writes, reads;
+      for (int i = 0; i < 8; ++i) {
+        const std::string path = "/parallel/" + std::to_string(i);
+        writes.push_back({"4", "5", std::to_string(i % 2), path});
+        writes.back().insert(writes.back().end(), 300, std::to_string(16 * round + i));
+        reads.push_back({"4", "4", std::to_string(i % 2), path});
+      }
+      together(writes, variables);
+      const auto out = together(reads, variables);
+      for (int i = 0; i < 8; ++i) {
+        char value[8];
+        snprintf(value, sizeof value, ":  %02X\n", 16 * round + i);
+        size_t count = 0;
+        for (size_t at = 0; (at = out[size_t(i)].find(value, at)) != std::string::npos; ++at) {
+          ++count;
+        }
+        EXPECT_EQ(count, 300u) << i;
+      }
+    }
+  }
+}
+
+TEST_F(Simulator, EightProgramsMayMakeTheStateAtOnceAndWriteOneFile) {
+  std::vector<Args> writes;
+  for (int i = 1; i <= 8; ++i) {
+    writes.push_back({"4", "5", "0", "/one"});
+    writes.back().insert(writes.back().end(), static_cast<size_t>(i) * 20, std::to_string(i));
+  }
+  together(writes, state);
+  const std::string stored = read_file(folder / "state/efs/0/one");
+  ASSERT_FALSE(stored.empty());
+  EXPECT_EQ(stored, std::string(static_cast<size_t>(stored[0]) * 20, stored[0]));
+  EXPECT_TRUE(std::filesystem::is_empty(folder / "state/tmp"));
+}
+
+TEST_F(Simulator, NothingIsWrittenOutsideTheStateFolder) {
+  run("tovi", {"4", "5", "0", "/plain/file", "1"}, state);
+  const auto listing = [&] {
+    std::string all;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path())) {
+      all += entry.path().string() + " " +
+             (entry.is_regular_file() ? std::to_string(entry.file_size()) : "") + "\n";
+    }
+    return all;
+  };
+  write_file(folder / "log", "");
+  Variables quiet = state;
+  quiet["TOVI_LOG"] = "/dev/null";
+  const std::string before = listing();
+  for (const char* path : {"/../../../x", "..", "/a/../../x", "/./x", "//x", "/x/", "/", "/a//b",
+                           "/plain/file/x", "/plain"}) {
+    for (const char* command : {"5", "6", "4"}) {
+      Args args = {"4", command, "0", path};
+      if (command[0] == '5') args.push_back("1");
+      EXPECT_NE(run("tovi", args, quiet).out.find("note: Error happen! error_code(-"),
+                std::string::npos)
+          << command << " " << path;
+    }
+  }
+  EXPECT_EQ(listing(), before);
+}
+
+TEST_F(Simulator, AServerReplacesADeadSocketAndRefusesALiveOne) {
+  auto server = serve();
+  const Result second = modem({"serve", "--unix", socket});
+  EXPECT_EQ(second.status, 1);
+  EXPECT_EQ(second.err, "tovi-modem: " + socket + ": a server is already there\n");
+  server->kill(SIGKILL);
+  EXPECT_EQ(server->wait().status, 128 + SIGKILL);
+  EXPECT_TRUE(exists(socket));
+  for (const int signal : {SIGTERM, SIGINT}) {
+    server = serve();
+    EXPECT_NE(run("tovi", {"4", "1", "0", "550"}, served).out.find("data len(9)"),
+              std::string::npos);
+    server->kill(signal);
+    EXPECT_EQ(server->wait().status, 0);
+    EXPECT_FALSE(exists(socket));
+  }
+  write_file(socket, "a file, not a socket");
+  EXPECT_EQ(modem({"serve", "--unix", socket}).status, 1);
+  EXPECT_EQ(read_file(socket), "a file, not a socket");
+}
+
+TEST_F(Simulator, ResetEmptiesOnlyAStateFolderThatNoServerUses) {
+  EXPECT_EQ(modem({"reset"}).status, 1);
+  write_file(folder / "state/precious", "x");
+  EXPECT_EQ(modem({"reset"}).status, 1);
+  EXPECT_EQ(read_file(folder / "state/precious"), "x");
+  auto server = serve();
+  EXPECT_EQ(modem({"reset"}).err, "tovi-modem: " + (folder / "state") + ": a server is using it\n");
+  EXPECT_TRUE(exists(folder / "state/nv/0/550"));
+  server->kill(SIGTERM);
+  server->wait();
+  write_file(folder / "outside", "x");
+  std::filesystem::create_directory_symlink(folder.path(), folder / "state/efs/link");
+  EXPECT_EQ(modem({"reset"}).status, 0);
+  EXPECT_FALSE(exists(folder / "state/nv"));
+  EXPECT_FALSE(exists(folder / "state/precious"));
+  EXPECT_TRUE(exists(folder / "outside"));
+  EXPECT_NE(run("tovi", {"4", "1", "0", "550"}, state).out.find("data len(9)"), std::string::npos);
+  write_file(folder / "state/version", "999\n");
+  EXPECT_NE(run("tovi", {"4", "1", "0", "550"}, state).err.find("another version"),
+            std::string::npos);
+}
+
+TEST_F(Simulator, PropertiesKeepWhatAPersonWroteAroundThem) {
+  EXPECT_EQ(modem({"getprop", "a.b"}).out, "\n");
+  EXPECT_EQ(modem({"setprop", "a.b", "1"}).status, 0);
+  const std::string file = folder / "state/properties";
+  write_file(file, "# mine\n a.b = 7 # old\nother=x\na.b=8");
+  EXPECT_EQ(modem({"getprop", "a.b"}).out, "8\n");
+  EXPECT_EQ(modem({"setprop", "a.b", "two words"}).status, 0);
+  EXPECT_EQ(read_file(file), "# mine\na.b=two words\nother=x\n");
+  for (const Args& bad :
+       {Args{"setprop", "", "1"}, Args{"setprop", "a=b", "1"}, Args{"setprop", "a", "1\n2"},
+        Args{"setprop", "a", std::string(92, 'x')}, Args{"setprop", "a", "#"}}) {
+    EXPECT_EQ(modem(bad).status, 1);
+  }
+  EXPECT_EQ(read_file(file), "# mine\na.b=two words\nother=x\n");
+}
+
+TEST_F(Simulator, WrongUsageEndsWithStatus2) {
+  for (const Args& args : {Args{}, Args{"fly"}, Args{"serve"}, Args{"serve", "--unix"},
+                           Args{"reset", "now"}, Args{"getprop"}, Args{"setprop", "a"}}) {
+    const Result result = modem(args);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(result.err.starts_with("usage: tovi-modem serve"));
+    EXPECT_EQ(result.out, "");
+  }
+  EXPECT_TRUE(modem({"--help"}).out.starts_with("usage:"));
+  EXPECT_TRUE(modem({"--version"}).out.starts_with("tovi-modem "));
+}
+
+}  // namespace

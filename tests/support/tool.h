@@ -1,0 +1,59 @@
+// Runs the built programs as a user would, in a state folder of the test's own.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace testing_support {
+
+// A folder that goes away with the test.
+class ScratchFolder {
+ public:
+  ScratchFolder();
+  ~ScratchFolder();
+  const std::string& path() const { return path_; }
+  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+struct Result {
+  int status;  // exit status; 128 + signal when killed
+  std::string out;
+  std::string err;
+};
+
+using Args = std::vector<std::string>;
+using Variables = std::map<std::string, std::string>;
+
+// A program that is running: its output is collected until it ends.
+class Program {
+ public:
+  Program(const std::string& name, const Args& args, const Variables& variables);
+  ~Program();
+
+  // Waits until the program has written `text` to standard error.
+  void wait_for_error_line(const std::string& text);
+  void kill(int signal);
+  Result wait();
+
+ private:
+  pid_t pid_;
+  int err_fd_;
+  std::string out_path_;
+  std::string err_;
+  ScratchFolder folder_;
+};
+
+Result run(const std::string& name, const Args& args, const Variables& variables);
+
+// `text` with "RIL[name:line]" turned into "RIL[name]": line numbers are nobody's business.
+std::string without_lines(const std::string& text);
+
+std::string read_file(const std::string& path);
+void write_file(const std::string& path, const std::string& bytes);
+bool exists(const std::string& path);
+
+}  // namespace testing_support
