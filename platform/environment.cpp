@@ -141,6 +141,16 @@ bool trace_full() {
   return full;
 }
 
+std::string sim_faults() {
+  const char* rules = variable("TOVI_SIM_FAULTS");
+  return rules != nullptr ? rules : "";
+}
+
+std::string sim_seed() {
+  const char* seed = variable("TOVI_SIM_SEED");
+  return seed != nullptr ? seed : "";
+}
+
 void complain(const char* format, ...) {
   char line[1024];
   va_list args;

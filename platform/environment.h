@@ -38,6 +38,10 @@ const Output& trace();
 // TOVI_TRACE_FULL: show what identifies a person or a device.
 bool trace_full();
 
+// TOVI_SIM_FAULTS and TOVI_SIM_SEED; empty when unset.
+std::string sim_faults();
+std::string sim_seed();
+
 // One line on standard error: "tovi: ", the formatted text, a newline.
 [[gnu::format(printf, 1, 2)]] void complain(const char* format, ...);
 

@@ -56,3 +56,15 @@ void velmor_extend_set_generic_ind_handler(velmor_extend_generic_ind_handler han
 // success does not mean that the modem did the work: `rsp`'s `result` says that.
 int velmor_send_common_qmi_msg(unsigned int t, unsigned int l, void* v, void* rsp);
 int velmor_common_qmi_req(unsigned int t, unsigned int l, void* v, void* rsp);
+
+// The modem's SAR DSI, asked of the SAR service through a client that lives for this call only;
+// -1 when that fails. The result inside the response is not looked at.
+int velmor_get_sar_dsi();
+
+// Callbacks for clients that only want to be heard of in the log. They run on threads of the QMI
+// library.
+void velmor_qmi_client_common_empty_unsol_ind_cb(qmi_client_type handle, unsigned int msg_id,
+                                                 void* buf, unsigned int len, void* cb_data);
+void velmor_qmi_client_unsol_ind_cb(qmi_client_type handle, unsigned int msg_id, void* buf,
+                                    unsigned int len, void* cb_data);
+void velmor_qmi_client_error_cb(qmi_client_type handle, qmi_client_error_type error, void* cb_data);

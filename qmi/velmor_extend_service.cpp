@@ -129,7 +129,5 @@ constexpr qmi_idl_service_object kService = {
 
 qmi_idl_service_object_type velmor_extend_get_service_object_internal_v01(int major, int minor,
                                                                           int library) {
-  const bool same = major == kService.major_version && minor == kService.minor_version &&
-                    library == kService.library_version;
-  return same ? &kService : nullptr;
+  return kService.if_version(major, minor, library);
 }

@@ -80,12 +80,15 @@ Router* embedded_modem() {
     const std::string* folder = environment::state_folder();
     if (folder == nullptr) return nullptr;
     std::string problem;
-    auto modem = Modem::open(*folder, problem);
+    auto behaviour = Behaviour::from(environment::sim_faults(), problem);
+    auto modem = behaviour ? Modem::open(*folder, problem) : nullptr;
     if (modem == nullptr) {
-      environment::complain("the modem's state: %s", problem.c_str());
+      environment::complain("the simulated modem: %s", problem.c_str());
       return nullptr;
     }
-    return new Router(make_services(*modem.release()));
+    auto* network = new Router(*modem.release(), std::move(*behaviour));
+    network->keep_time_on_a_thread();
+    return network;
   }();
   return router;
 }

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -77,6 +78,16 @@ int Modem::efs_delete(unsigned int sub, std::string_view path) {
   const auto file = efs_path(sub, path);
   if (!file) return -EINVAL;
   return unlink(file->c_str()) == 0 ? 0 : -errno;
+}
+
+std::optional<uint32_t> Modem::sar_dsi() const {
+  const auto values = state_files::parse(state_files::read(folder_ + "/sar").value_or(""));
+  const std::string* dsi = state_files::find(values, "dsi");
+  if (dsi == nullptr || dsi->empty()) return std::nullopt;
+  char* end;
+  const unsigned long value = strtoul(dsi->c_str(), &end, 10);
+  if (*end != '\0' || value > UINT32_MAX) return std::nullopt;
+  return static_cast<uint32_t>(value);
 }
 
 }  // namespace sim

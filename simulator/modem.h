@@ -1,6 +1,7 @@
-// What the simulated modem holds: NV items and EFS files of two subscriptions. It knows no bytes
-// of any protocol. Everything lives in the state folder, as files that a person can look into and
-// change with ordinary tools; several processes may use one folder at the same time.
+// What the simulated modem holds: NV items and EFS files of two subscriptions, the SAR
+// state. It knows no bytes of any protocol. Everything lives in the state folder, as files that a
+// person can look into and change with ordinary tools; several processes may use one folder at the
+// same time.
 #pragma once
 
 #include <cstdint>
@@ -39,6 +40,9 @@ class Modem {
                EfsChunk& chunk) const;
   int efs_write(unsigned int sub, std::string_view path, std::string_view bytes);
   int efs_delete(unsigned int sub, std::string_view path);
+
+  // The SAR DSI; nothing when the state does not hold a number.
+  std::optional<uint32_t> sar_dsi() const;
 
  private:
   explicit Modem(std::string folder) : folder_(std::move(folder)) {}

@@ -4,12 +4,14 @@
 #include <string.h>
 #include <sys/signalfd.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "environment.h"
 #include "modem.h"
 #include "properties.h"
+#include "qrtr_server.h"
 #include "router.h"
 #include "state_files.h"
 #include "unix_server.h"
@@ -17,7 +19,10 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: tovi-modem serve --unix PATH   serve the simulated modem at a unix socket\n"
+    "usage: tovi-modem serve --unix PATH [--faults RULES]\n"
+    "                                      serve the simulated modem at a unix socket\n"
+    "       tovi-modem serve --qrtr [--faults RULES]\n"
+    "                                      serve it on the kernel's QRTR\n"
     "       tovi-modem getprop NAME        print a system property\n"
     "       tovi-modem setprop NAME VALUE  set a system property\n"
     "       tovi-modem reset               empty the state folder\n"
@@ -40,29 +45,67 @@ int failed(const std::string& problem) {
   return kFailed;
 }
 
-int serve(const Args& args) {
-  if (args.size() != 2 || args[0] != "--unix") return wrong_usage();
-  const std::string* folder = environment::state_folder();
-  if (folder == nullptr) return kFailed;
-  std::string problem;
-  const auto modem = sim::Modem::open(*folder, problem);
-  if (modem == nullptr) return failed(problem);
-  const state_files::FolderLock serving(*folder, state_files::LockPart::Serving,
-                                        state_files::FolderLock::Mode::Shared);
+struct ServeOptions {
+  bool qrtr = false;
+  std::string socket;
+  std::string faults;
+};
 
+std::optional<ServeOptions> parse_serve_options(const Args& args) {
+  ServeOptions options;
+  options.faults = environment::sim_faults();
+  for (size_t i = 0; i < args.size(); ++i) {
+    const bool has_value = i + 1 < args.size();
+    if (args[i] == "--qrtr") {
+      options.qrtr = true;
+    } else if (args[i] == "--unix" && has_value) {
+      options.socket = args[++i];
+    } else if (args[i] == "--faults" && has_value) {
+      options.faults = args[++i];
+    } else {
+      return std::nullopt;
+    }
+  }
+  if (options.qrtr == !options.socket.empty()) return std::nullopt;  // one of the two
+  return options;
+}
+
+// SIGTERM and SIGINT, as a descriptor that polls readable when one of them comes.
+qmi::Descriptor stop_signals() {
   sigset_t stops;
   sigemptyset(&stops);
   sigaddset(&stops, SIGTERM);
   sigaddset(&stops, SIGINT);
   sigprocmask(SIG_BLOCK, &stops, nullptr);
-  const qmi::Descriptor stop(signalfd(-1, &stops, SFD_CLOEXEC));
+  return qmi::Descriptor(signalfd(-1, &stops, SFD_CLOEXEC));
+}
 
-  sim::Router router(sim::make_services(*modem));
-  sim::UnixServer server(router);
-  if (!server.listen(args[1], problem)) return failed(problem);
+int ready_and_run(auto& server, const qmi::Descriptor& stop) {
   fputs("tovi-modem: ready\n", stderr);
   server.run(stop.get());
   return kDone;
+}
+
+int serve(const Args& args) {
+  const auto options = parse_serve_options(args);
+  if (!options) return wrong_usage();
+  const std::string* folder = environment::state_folder();
+  if (folder == nullptr) return kFailed;
+  std::string problem;
+  auto behaviour = sim::Behaviour::from(options->faults, problem);
+  if (!behaviour) return failed(problem);
+  const auto modem = sim::Modem::open(*folder, problem);
+  if (modem == nullptr) return failed(problem);
+  const state_files::FolderLock serving(*folder, state_files::LockPart::Serving,
+                                        state_files::FolderLock::Mode::Shared);
+  const qmi::Descriptor stop = stop_signals();
+  if (options->qrtr) {
+    sim::QrtrServer server(*modem, std::move(*behaviour));
+    return server.listen(problem) ? ready_and_run(server, stop) : failed(problem);
+  }
+  sim::Router router(*modem, std::move(*behaviour));
+  sim::UnixServer server(router);
+  return server.listen(options->socket, problem) ? ready_and_run(server, stop) : failed(problem);
 }
 
 int getprop(const Args& args) {

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "sim_extension.h"
-
 namespace sim {
 namespace {
 
@@ -14,15 +12,9 @@ constexpr qmi::Address kNameService{kClientNode, qmi::kControlPort};
 
 }  // namespace
 
-std::vector<std::unique_ptr<Service>> make_services(Modem& modem) {
-  std::vector<std::unique_ptr<Service>> services;
-  services.push_back(std::make_unique<ExtensionService>(modem));
-  return services;
-}
-
-Router::Router(std::vector<std::unique_ptr<Service>> services) {
-  uint32_t port = 1;
-  for (auto& service : services) services_.push_back({std::move(service), port++});
+Router::Router(Modem& modem, Behaviour behaviour) : Network(modem, std::move(behaviour)) {
+  MutexLock hold(lock_);
+  start_services();
 }
 
 uint32_t Router::attach(Peer& peer) {
@@ -35,7 +27,7 @@ uint32_t Router::attach(Peer& peer) {
 void Router::detach(uint32_t port) {
   MutexLock hold(lock_);
   clients_.erase(port);
-  for (Running& running : services_) running.service->client_gone({kClientNode, port});
+  forget_client({kClientNode, port});
 }
 
 void Router::send(uint32_t from_port, qmi::Address to, std::span<const uint8_t> packet) {
@@ -47,10 +39,25 @@ void Router::send(uint32_t from_port, qmi::Address to, std::span<const uint8_t> 
     return;
   }
   for (Running& running : services_) {
-    if (to != qmi::Address{kModemNode, running.port}) continue;
-    const auto answer = answer_packet(*running.service, {kClientNode, from_port}, packet);
-    if (!answer.empty()) from->second.peer->deliver(to, answer);
+    if (running.up && to == qmi::Address{kModemNode, running.port}) {
+      request(running, {kClientNode, from_port}, packet);
+      return;
+    }
   }
+}
+
+void Router::publish(Running& running) {
+  running.port = next_service_port_++;
+  tell_watchers(Control::NewServer, running);
+}
+
+void Router::withdraw(Running& running) {
+  tell_watchers(Control::DelServer, running);
+}
+
+void Router::deliver(Running& running, qmi::Address client, std::span<const uint8_t> packet) {
+  const auto found = clients_.find(client.port);
+  if (found != clients_.end()) found->second.peer->deliver({kModemNode, running.port}, packet);
 }
 
 void Router::control(Attached& client, std::span<const uint8_t> bytes) {
@@ -60,14 +67,26 @@ void Router::control(Attached& client, std::span<const uint8_t> bytes) {
   if (packet->command != Control::NewLookup) return;
   client.lookups.push_back(packet->service);
   for (const Running& running : services_) {
-    const qmi_idl_service_object& object = running.service->description();
-    if (packet->service != 0 && packet->service != object.service_id) continue;
-    const ControlPacket server{Control::NewServer, object.service_id, object.major_version,
-                               kModemNode, running.port};
-    client.peer->deliver(kNameService, qmi::bytes_of(server));
+    const bool asked = packet->service == 0 || packet->service == running.id();
+    if (asked && running.up) tell(client, Control::NewServer, running);
   }
   const ControlPacket end{.command = Control::NewServer};
   client.peer->deliver(kNameService, qmi::bytes_of(end));
+}
+
+void Router::tell(const Attached& client, Control command, const Running& running) {
+  const ControlPacket server{command, running.id(), running.service->description().major_version,
+                             kModemNode, running.port};
+  client.peer->deliver(kNameService, qmi::bytes_of(server));
+}
+
+void Router::tell_watchers(Control command, const Running& running) {
+  for (const auto& [port, client] : clients_) {
+    const bool watches =
+        std::any_of(client.lookups.begin(), client.lookups.end(),
+                    [&](uint32_t service) { return service == 0 || service == running.id(); });
+    if (watches) tell(client, command, running);
+  }
 }
 
 }  // namespace sim

@@ -1,15 +1,12 @@
-// The packet network of the simulated modem: hands out ports, answers lookups, and carries packets
-// between clients and services. It stands behind the loopback endpoint and the unix server.
+// The packet network behind the loopback endpoint and the unix server: hands out ports, answers
+// lookups, and carries packets between clients and services.
 //
 // Clients are on node 1, which also has the name service; the modem's services are on node 0.
 #pragma once
 
 #include <map>
-#include <memory>
-#include <vector>
 
-#include "mutex.h"
-#include "service.h"
+#include "network.h"
 
 namespace sim {
 
@@ -26,9 +23,9 @@ class Peer {
   virtual void deliver(qmi::Address source, std::span<const uint8_t> packet) = 0;
 };
 
-class Router {
+class Router final : public Network {
  public:
-  explicit Router(std::vector<std::unique_ptr<Service>> services);
+  Router(Modem& modem, Behaviour behaviour);
 
   // Gives `peer` a port, from 0x4000 on in order; it stays the caller's until it is detached.
   uint32_t attach(Peer& peer) EXCLUDES(lock_);
@@ -40,25 +37,23 @@ class Router {
   void send(uint32_t from_port, qmi::Address to, std::span<const uint8_t> packet) EXCLUDES(lock_);
 
  private:
-  struct Running {
-    std::unique_ptr<Service> service;
-    uint32_t port;
-  };
   struct Attached {
     Peer* peer;
     std::vector<uint32_t> lookups;  // service ids; 0 is any
   };
 
+  void publish(Running& running) override REQUIRES(lock_);
+  void withdraw(Running& running) override REQUIRES(lock_);
+  void deliver(Running& running, qmi::Address client, std::span<const uint8_t> packet) override
+      REQUIRES(lock_);
+
   void control(Attached& client, std::span<const uint8_t> bytes) REQUIRES(lock_);
+  void tell(const Attached& client, qmi::Control command, const Running& running) REQUIRES(lock_);
+  void tell_watchers(qmi::Control command, const Running& running) REQUIRES(lock_);
 
-  Mutex lock_;  // of the network and of the whole modem behind it
-  std::vector<Running> services_ GUARDED_BY(lock_);
-  std::map<uint32_t, Attached> clients_ GUARDED_BY(lock_);
+  std::map<uint32_t, Attached> clients_ GUARDED_BY(lock_);  // by port
   uint32_t next_client_port_ GUARDED_BY(lock_) = 0x4000;
+  uint32_t next_service_port_ GUARDED_BY(lock_) = 1;
 };
-
-// Everything the simulated modem offers, over one state.
-class Modem;
-std::vector<std::unique_ptr<Service>> make_services(Modem& modem);
 
 }  // namespace sim

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <random>
 #include <span>
 #include <vector>
 
+#include "faults.h"
 #include "qcci/packet.h"
 #include "qmi_message.h"
 
@@ -16,6 +18,21 @@ enum : uint32_t {
   kQmiNotSupported = 0x5E,
 };
 
+// The indications that a request causes, sent to its client after the response.
+class Indications {
+ public:
+  explicit Indications(const qmi_idl_service_object& service) : service_(service) {}
+
+  // Adds one, from the C structure of indication `message`.
+  void add(uint16_t message, const void* c_struct);
+
+  const std::vector<std::vector<uint8_t>>& packets() const { return packets_; }
+
+ private:
+  const qmi_idl_service_object& service_;
+  std::vector<std::vector<uint8_t>> packets_;
+};
+
 class Service {
  public:
   virtual ~Service() = default;
@@ -25,15 +42,37 @@ class Service {
   // Carries out one request: `request` is its C structure, `response` the cleared C structure of
   // the response with the same id. 0, or the published QMI error that the request is refused with.
   virtual uint32_t answer(qmi::Address client, uint16_t message, const void* request,
-                          void* response) = 0;
+                          void* response, Indications& indications) = 0;
 
-  // Drops whatever was kept for a client that has gone.
+  // The packet that refuses a request: the standard result with `error`.
+  virtual std::vector<uint8_t> refusal(const qmi::Header& request, uint32_t error) const;
+
+  // Drops whatever was kept for a client that has gone, or for all of them.
   virtual void client_gone(qmi::Address client) = 0;
+  virtual void all_clients_gone() = 0;
 };
 
-// The packet that answers a client's packet; empty when there is nothing to answer. What the
-// service does not know, or cannot decode, is refused with the published QMI error.
-std::vector<uint8_t> answer_packet(Service& service, qmi::Address client,
-                                   std::span<const uint8_t> packet);
+// What comes of one packet of a client.
+struct Exchange {
+  struct Delivery {
+    uint32_t delay_ms;
+    std::vector<uint8_t> packet;
+  };
+  struct Outage {
+    bool of_all_services;
+    std::optional<uint32_t> back_after_ms;
+  };
+  std::vector<Delivery> deliveries;  // to the client, in this order
+  std::optional<Outage> outage;      // instead of them
+};
+
+// Carries out a client's request, as far as faults let it. What the service does not know, or
+// cannot decode, is refused with the published QMI error; what is no request comes to nothing.
+Exchange carry_out(Service& service, qmi::Address client, std::span<const uint8_t> packet,
+                   Faults& faults, std::minstd_rand& random);
+
+// The packet of a message: its header, and its C structure encoded.
+std::vector<uint8_t> make_packet(qmi::Kind kind, uint16_t transaction, uint16_t id,
+                                 const qmi::Message& message, const void* c_struct);
 
 }  // namespace sim

@@ -41,7 +41,7 @@ const qmi_idl_service_object& ExtensionService::description() const {
 }
 
 uint32_t ExtensionService::answer(qmi::Address client, uint16_t message, const void* request,
-                                  void* response) {
+                                  void* response, Indications&) {
   // Messages 0x03, 0x04 and 0x0A are sent by nobody; what they mean is not known.
   if (message != kExtendSendDataMsg) return kQmiNotSupported;
   const auto& req = *static_cast<const velmor_extend_send_data_req_msg_v01*>(request);
@@ -53,6 +53,15 @@ uint32_t ExtensionService::answer(qmi::Address client, uint16_t message, const v
     default: resp.result = kRefused; break;
   }
   return 0;
+}
+
+// The service has a result of its own in place of the standard one.
+std::vector<uint8_t> ExtensionService::refusal(const qmi::Header& request, uint32_t error) const {
+  if (request.message != kExtendSendDataMsg) return Service::refusal(request, error);
+  const velmor_extend_send_data_resp_msg_v01 resp{
+      .result = error, .data_len = 0, .data_valid = 0, .data = {}};
+  const qmi::Message& message = *description().find(qmi::Kind::Response, request.message);
+  return make_packet(qmi::Kind::Response, request.transaction, request.message, message, &resp);
 }
 
 void ExtensionService::client_gone(qmi::Address client) {

@@ -16,9 +16,11 @@ class ExtensionService final : public Service {
   explicit ExtensionService(Modem& modem) : modem_(modem) {}
 
   const qmi_idl_service_object& description() const override;
-  uint32_t answer(qmi::Address client, uint16_t message, const void* request,
-                  void* response) override;
+  uint32_t answer(qmi::Address client, uint16_t message, const void* request, void* response,
+                  Indications& indications) override;
+  std::vector<uint8_t> refusal(const qmi::Header& request, uint32_t error) const override;
   void client_gone(qmi::Address client) override;
+  void all_clients_gone() override { open_writes_.clear(); }
 
  private:
   // A file that arrives in chunks; it is stored when the last one is there.

@@ -38,6 +38,7 @@ constexpr FactoryFile kFactoryFiles[] = {
   { "efs/1/nv/item_files/modem/mmode/device_mode",         "\x02"sv                                 },
   { "efs/1/nv/item_files/modem/mmode/lte_bandpref",        "\x05\x00\x08\x00\x40\x00\x00\x00"sv     },
   { "efs/1/nv/item_files/ims/IMS_enable",                  "\x00"sv                                 },
+  { "sar",                                                 "# DSI, 0 to 20\ndsi=3\n"sv              },
   { "properties",                                          "# One property a line: name=value\n"sv  },
 };
 // clang-format on

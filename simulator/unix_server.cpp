@@ -117,8 +117,12 @@ void UnixServer::accept_client() {
 void UnixServer::run(int stop_descriptor) {
   watch(stop_descriptor, EPOLLIN, false);
   for (;;) {
+    pollfd ready{epoll_.get(), POLLIN, 0};
+    const timing::Deadline due = router_.next_due();
+    if (due != timing::kNever) qmi::poll_until(&ready, 1, due);
     epoll_event events[64];
-    const int count = epoll_wait(epoll_.get(), events, 64, -1);
+    const int count = epoll_wait(epoll_.get(), events, 64, due == timing::kNever ? -1 : 0);
+    router_.run_due();
     for (int i = 0; i < count; ++i) {
       const int descriptor = events[i].data.fd;
       if (descriptor == stop_descriptor) return;

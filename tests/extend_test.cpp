@@ -257,6 +257,31 @@ TEST_F(Extend, CommonRequestsComeInTwoForms) {
   EXPECT_EQ(modem.requests().size(), 2u);
 }
 
+TEST_F(Extend, TheSarDsiIsAskedThroughAClientOfItsOwn) {
+  const auto sar = [&](const std::string& body) {
+    modem.on_request([=](const Bytes& request) {
+      return Replies{packet(qmi::Kind::Indication, 0, 3, {}),
+                     packet(qmi::Kind::Response, transaction_of(request), 2, bytes(body))};
+    });
+    return velmor_get_sar_dsi();
+  };
+  EXPECT_EQ(velmor_get_sar_dsi(), -1);  // no service
+  modem.add_service(0x11, 9);
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(sar("02 0400 0000 0000 10 0400 03000000"), 3);
+  const std::string out = without_lines(captured());
+  const std::string log = "RIL[velmor_get_sar_dsi]: ";
+  EXPECT_NE(out.find("RIL[velmor_qmi_client_common_empty_unsol_ind_cb]: msg_id 3\n"),
+            std::string::npos);
+  EXPECT_NE(out.find(log + "dsi vailid = 1 , dsi value = 3\n" + log + "function exit"),
+            std::string::npos);
+  EXPECT_EQ(hex(modem.requests().at(0)), "00010002000000");
+  EXPECT_EQ(sar("02 0400 0100 5e00"), 0);  // refused, and no state: still an answer
+  EXPECT_EQ(sar("02 0400 0000"), -1);
+  EXPECT_EQ(hex(modem.requests().at(0)), "00010002000000");
+  modem.remove_service(9);
+}
+
 char g_path[] = "/ab";
 
 TEST_F(Extend, NvAndEfsRequestsByteForByte) {
@@ -427,7 +452,8 @@ class ExtendWithModem : public Extend {
     ASSERT_NE(simulated_, nullptr) << problem;
     service_ = std::make_unique<sim::ExtensionService>(*simulated_);
     modem.on_request([this](const Bytes& request) {
-      return Replies{sim::answer_packet(*service_, {1, 1}, request)};
+      const auto done = sim::carry_out(*service_, {1, 1}, request, no_faults_, random_);
+      return Replies{done.deliveries.at(0).packet};
     });
     g_velmor_extend_print_flag = 0;
     g_velmor_shell_print_flag = 0;
@@ -437,6 +463,8 @@ class ExtendWithModem : public Extend {
   ScratchFolder folder_;
   std::unique_ptr<sim::Modem> simulated_;
   std::unique_ptr<sim::ExtensionService> service_;
+  sim::Faults no_faults_;
+  std::minstd_rand random_;
 };
 
 TEST_F(ExtendWithModem, FilesOfEverySizeGoThereAndBackWhole) {
@@ -485,7 +513,8 @@ TEST_F(ExtendWithModem, AChunkQuotesTheInstanceItWasGivenAndMustFit) {
     const velmor_nvefs_req payload = {
         NvefsOp::EfsWrite, 0, id, 3, {'/', 'c', 'd'}, 20, send, offset, {}};
     memcpy(req.data, &payload, sizeof payload);
-    EXPECT_EQ(service_->answer({1, client}, 2, &req, &resp), 0u);
+    sim::Indications none(service_->description());
+    EXPECT_EQ(service_->answer({1, client}, 2, &req, &resp, none), 0u);
     velmor_nvefs_rsp rsp;
     memcpy(&rsp, resp.data, sizeof rsp);
     return rsp.result;

@@ -178,6 +178,13 @@ struct qmi_idl_service_object {
   uint32_t wire_max;  // largest message of the service, the 7-byte header not counted
   std::span<const qmi::Message> messages;
 
+  // This description when it has that version, else null.
+  constexpr const qmi_idl_service_object* if_version(int major, int minor, int library) const {
+    const bool same =
+        major == major_version && minor == minor_version && library == library_version;
+    return same ? this : nullptr;
+  }
+
   // The message of that kind and id, or null.
   const qmi::Message* find(qmi::Kind kind, uint32_t id) const {
     for (const qmi::Message& message : messages) {

@@ -11,7 +11,7 @@ Opened open_endpoint() {
   switch (modem->kind) {
     case environment::ModemKind::Simulated: return open_loopback_endpoint();
     case environment::ModemKind::Unix: return open_unix_endpoint(modem->path.c_str());
-    case environment::ModemKind::Qrtr: break;
+    case environment::ModemKind::Qrtr: return open_qrtr_endpoint();
   }
   return {nullptr, QMI_PORT_NOT_OPEN_ERR};
 }

@@ -48,6 +48,7 @@ struct Opened {
 Opened open_endpoint();
 
 Opened open_unix_endpoint(const char* path);
+Opened open_qrtr_endpoint();
 
 // The modem inside this process. Defined by the simulator; a device build has a stub that fails.
 Opened open_loopback_endpoint();

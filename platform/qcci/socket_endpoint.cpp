@@ -9,9 +9,13 @@ int SocketEndpoint::send(Address to, std::span<const uint8_t> packet, timing::De
     const int error = try_send(to, packet);
     if (error != EAGAIN) return error;
     if (timing::Clock::now() >= deadline) return ETIMEDOUT;
-    pollfd room{socket_.get(), POLLOUT, 0};
-    poll_until(&room, 1, deadline);
+    wait_for_room(deadline);
   }
+}
+
+void SocketEndpoint::wait_for_room(timing::Deadline deadline) {
+  pollfd room{descriptor(), POLLOUT, 0};
+  poll_until(&room, 1, deadline);
 }
 
 Endpoint::Received SocketEndpoint::receive(Address& source, std::span<const uint8_t>& packet,
@@ -19,7 +23,7 @@ Endpoint::Received SocketEndpoint::receive(Address& source, std::span<const uint
   bool may_wait = deadline > timing::Clock::now();
   for (;;) {
     if (may_wait) {
-      pollfd fds[] = {{socket_.get(), POLLIN, 0}, {wake_.descriptor(), POLLIN, 0}};
+      pollfd fds[] = {{descriptor(), POLLIN, 0}, {wake_.descriptor(), POLLIN, 0}};
       const int ready = poll_until(fds, 2, deadline);
       if (ready < 0 && errno == EINTR) continue;
       if (fds[1].revents != 0) {

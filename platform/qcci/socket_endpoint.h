@@ -14,12 +14,9 @@ class SocketEndpoint : public Endpoint {
   Received receive(Address& source, std::span<const uint8_t>& packet,
                    timing::Deadline deadline) final;
   void interrupt() final { wake_.set(); }
-  int descriptor() const final { return socket_.get(); }
 
  protected:
   enum class Taken { Packet, Dropped, Nothing, Closed };
-
-  explicit SocketEndpoint(Descriptor socket) : socket_(std::move(socket)) {}
 
   // One send that does not wait: 0, EAGAIN when the receiver is full, or another errno value.
   virtual int try_send(Address to, std::span<const uint8_t> packet) = 0;
@@ -27,8 +24,10 @@ class SocketEndpoint : public Endpoint {
   // One receive that does not wait.
   virtual Taken try_receive(Address& source, std::span<const uint8_t>& packet) = 0;
 
+  // Waits until another send may work.
+  virtual void wait_for_room(timing::Deadline deadline);
+
  private:
-  Descriptor socket_;
   WakeEvent wake_;
 };
 

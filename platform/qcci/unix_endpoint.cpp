@@ -19,8 +19,9 @@ constexpr size_t kBufferBytes = sizeof(Address) + kMaxPacketBytes;
 class UnixEndpoint final : public SocketEndpoint {
  public:
   explicit UnixEndpoint(Descriptor socket)
-      : SocketEndpoint(std::move(socket)), buffer_(new uint8_t[kBufferBytes]) {}
+      : socket_(std::move(socket)), buffer_(new uint8_t[kBufferBytes]) {}
 
+  int descriptor() const override { return socket_.get(); }
   Address name_service() const override { return {kNode, kControlPort}; }
 
  private:
@@ -29,12 +30,12 @@ class UnixEndpoint final : public SocketEndpoint {
     msghdr message{};
     message.msg_iov = parts;
     message.msg_iovlen = 2;
-    if (sendmsg(descriptor(), &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) return 0;
+    if (sendmsg(socket_.get(), &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) return 0;
     return errno == EINTR ? EAGAIN : errno;
   }
 
   Taken try_receive(Address& source, std::span<const uint8_t>& packet) override {
-    const ssize_t n = recv(descriptor(), buffer_.get(), kBufferBytes, MSG_DONTWAIT | MSG_TRUNC);
+    const ssize_t n = recv(socket_.get(), buffer_.get(), kBufferBytes, MSG_DONTWAIT | MSG_TRUNC);
     if (n < 0) return errno == EAGAIN || errno == EINTR ? Taken::Nothing : Taken::Closed;
     if (n == 0) return Taken::Closed;
     const auto size = static_cast<size_t>(n);
@@ -44,8 +45,9 @@ class UnixEndpoint final : public SocketEndpoint {
     return Taken::Packet;
   }
 
+  const Descriptor socket_;
   // Not cleared: of 64 KiB only the pages that packets reach are ever touched.
-  std::unique_ptr<uint8_t[]> buffer_;
+  const std::unique_ptr<uint8_t[]> buffer_;
 };
 
 }  // namespace

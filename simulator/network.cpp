@@ -1,0 +1,149 @@
+#include "network.h"
+
+#include <stdlib.h>
+
+#include <algorithm>
+#include <thread>
+
+#include "environment.h"
+#include "sim_extension.h"
+#include "sim_sar.h"
+
+namespace sim {
+namespace {
+
+std::vector<std::unique_ptr<Service>> make_services(Modem& modem) {
+  std::vector<std::unique_ptr<Service>> services;
+  services.push_back(std::make_unique<SarService>(modem));
+  services.push_back(std::make_unique<ExtensionService>(modem));
+  return services;
+}
+
+}  // namespace
+
+std::optional<Behaviour> Behaviour::from(const std::string& rules, std::string& problem) {
+  auto faults = Faults::parse(rules, problem);
+  if (!faults) return std::nullopt;
+  const std::string seed = environment::sim_seed();
+  char* end = nullptr;
+  const unsigned long value = strtoul(seed.c_str(), &end, 10);
+  if (*end != '\0' || value > UINT32_MAX) {
+    problem = "TOVI_SIM_SEED=" + seed + ": not a number";
+    return std::nullopt;
+  }
+  return Behaviour{std::move(*faults), seed.empty() ? 1 : static_cast<uint32_t>(value)};
+}
+
+Network::Network(Modem& modem, Behaviour behaviour)
+    : faults_(std::move(behaviour.faults)), random_(behaviour.seed) {
+  for (auto& service : make_services(modem)) {
+    services_.push_back({.service = std::move(service)});
+  }
+}
+
+void Network::set_up(Running& running, bool up) {
+  if (running.up == up) return;
+  running.up = up;
+  if (up) {
+    publish(running);
+  } else {
+    withdraw(running);
+    running.service->all_clients_gone();
+  }
+}
+
+void Network::start_services() {
+  for (Running& running : services_) set_up(running, true);
+}
+
+void Network::stop_services() {
+  for (Running& running : services_) set_up(running, false);
+}
+
+void Network::forget_client(qmi::Address client) {
+  for (Running& running : services_) running.service->client_gone(client);
+}
+
+void Network::request(Running& running, qmi::Address client, std::span<const uint8_t> packet) {
+  Exchange exchange = carry_out(*running.service, client, packet, faults_, random_);
+  if (exchange.outage) {
+    const bool all = exchange.outage->of_all_services;
+    if (all) {
+      stop_services();
+    } else {
+      set_up(running, false);
+    }
+    if (exchange.outage->back_after_ms) {
+      later(*exchange.outage->back_after_ms, [this, all, &running]() REQUIRES(lock_) {
+        if (all) {
+          start_services();
+        } else {
+          set_up(running, true);
+        }
+      });
+    }
+  }
+  for (Exchange::Delivery& delivery : exchange.deliveries) {
+    if (delivery.delay_ms == 0) {
+      deliver(running, client, delivery.packet);
+      continue;
+    }
+    // An answer of a service that has left meanwhile, or come back elsewhere, is lost.
+    later(delivery.delay_ms, [this, &running, port = running.port, client,
+                              late = std::move(delivery.packet)]() REQUIRES(lock_) {
+      if (running.up && running.port == port) deliver(running, client, late);
+    });
+  }
+}
+
+void Network::later(uint32_t ms, std::function<void()> what) {
+  agenda_.push_back({timing::Clock::now() + timing::scaled(ms), std::move(what)});
+  agenda_changed_.notify_all();
+  if (own_thread_ && !thread_started_) {
+    thread_started_ = true;
+    std::thread([this] { keep_time(); }).detach();
+  }
+}
+
+timing::Deadline Network::earliest() {
+  timing::Deadline first = timing::kNever;
+  for (const Later& item : agenda_) first = std::min(first, item.when);
+  return first;
+}
+
+timing::Deadline Network::next_due() {
+  MutexLock hold(lock_);
+  return earliest();
+}
+
+void Network::run_due() {
+  MutexLock hold(lock_);
+  run_due_locked();
+}
+
+// In the order of their times: what is due may add to the agenda.
+void Network::run_due_locked() {
+  while (earliest() <= timing::Clock::now()) {
+    const auto first =
+        std::min_element(agenda_.begin(), agenda_.end(),
+                         [](const Later& a, const Later& b) { return a.when < b.when; });
+    const auto what = std::move(first->what);
+    agenda_.erase(first);
+    what();
+  }
+}
+
+void Network::keep_time_on_a_thread() {
+  MutexLock hold(lock_);
+  own_thread_ = true;
+}
+
+void Network::keep_time() {
+  MutexLock hold(lock_);
+  for (;;) {
+    agenda_changed_.wait_until(lock_, earliest());
+    run_due_locked();
+  }
+}
+
+}  // namespace sim

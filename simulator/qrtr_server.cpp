@@ -1,0 +1,104 @@
+#include "qrtr_server.h"
+
+#include <errno.h>
+#include <string.h>
+
+namespace sim {
+namespace {
+
+using qmi::Control;
+using qmi::ControlPacket;
+
+constexpr uint32_t kDelClient = 6;  // a socket somewhere has closed: node, port
+constexpr uint32_t kRoomPauseMs = 1;
+
+}  // namespace
+
+bool QrtrServer::listen(std::string& problem) {
+  MutexLock hold(lock_);
+  if (!qmi::QrtrSocket().open()) {
+    problem = errno == EAFNOSUPPORT ? "this kernel has no QRTR" : strerror(errno);
+    return false;
+  }
+  start_services();
+  return true;
+}
+
+void QrtrServer::publish(Running& running) {
+  qmi::QrtrSocket& socket = sockets_[running.id()];
+  if (!socket.open()) return;
+  running.port = next_port_++;  // tells one life of the service from the next
+  const ControlPacket server{.command = Control::NewServer,
+                             .service = running.id(),
+                             .instance = running.service->description().major_version};
+  socket.send(socket.name_service(), qmi::bytes_of(server));
+}
+
+void QrtrServer::withdraw(Running& running) {
+  sockets_.erase(running.id());  // the kernel tells whoever watches
+  std::erase_if(waiting_, [&](const Waiting& packet) { return packet.service == running.id(); });
+}
+
+void QrtrServer::deliver(Running& running, qmi::Address client, std::span<const uint8_t> packet) {
+  const auto socket = sockets_.find(running.id());
+  if (socket == sockets_.end()) return;
+  if (waiting_.empty() && socket->second.send(client, packet) != EAGAIN) return;
+  waiting_.push_back({running.id(), client, {packet.begin(), packet.end()}});
+}
+
+void QrtrServer::send_waiting() {
+  while (!waiting_.empty()) {
+    const Waiting& first = waiting_.front();
+    if (sockets_[first.service].send(first.client, first.packet) == EAGAIN) return;
+    waiting_.pop_front();
+  }
+}
+
+// Takes one packet: a request, or the news that a client has gone.
+void QrtrServer::receive(Running& running) {
+  static uint8_t buffer[qmi::kMaxPacketBytes];
+  const auto socket = sockets_.find(running.id());
+  if (socket == sockets_.end()) return;
+  qmi::Address source;
+  const ssize_t n = socket->second.receive(source, buffer);
+  if (n < 0) return;
+  const std::span packet(buffer, static_cast<size_t>(n));
+  if (source.port != qmi::kControlPort) {
+    request(running, source, packet);
+    return;
+  }
+  uint32_t words[3];
+  if (packet.size() < sizeof words) return;
+  memcpy(words, packet.data(), sizeof words);
+  if (words[0] == kDelClient) running.service->client_gone({words[1], words[2]});
+}
+
+void QrtrServer::run(int stop_descriptor) {
+  for (;;) {
+    std::vector<pollfd> fds = {{stop_descriptor, POLLIN, 0}};
+    std::vector<Running*> owners;
+    timing::Deadline due = next_due();
+    {
+      MutexLock hold(lock_);
+      for (Running& running : services_) {
+        const auto socket = sockets_.find(running.id());
+        if (socket == sockets_.end()) continue;
+        fds.push_back({socket->second.descriptor(), POLLIN, 0});
+        owners.push_back(&running);
+      }
+      if (!waiting_.empty()) {
+        due = std::min(due, timing::Clock::now() + std::chrono::milliseconds(kRoomPauseMs));
+      }
+    }
+    qmi::poll_until(fds.data(), fds.size(), due);
+    if (fds[0].revents != 0) return;
+    run_due();
+    MutexLock hold(lock_);
+    send_waiting();
+    for (size_t i = 0; i < owners.size(); ++i) {
+      if (fds[i + 1].revents != 0) receive(*owners[i]);
+    }
+  }
+}
+
+}  // namespace sim

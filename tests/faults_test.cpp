@@ -1,0 +1,307 @@
+// Ways a modem can misbehave: the rules that describe them, and what they do to every exchange of
+// every operation.
+#include "faults.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+
+#include "gtest/gtest.h"
+#include "service.h"
+#include "support/fake_modem.h"
+#include "support/tool.h"
+#include "velmor_extend_cmn.h"
+#include "velmor_extend_nvefs.h"
+#include "velmor_utils.h"
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define UNDER_SANITIZER 1
+#endif
+#endif
+#ifdef UNDER_SANITIZER
+constexpr int kStep = 29;
+#else
+constexpr int kStep = 1;
+#endif
+
+namespace {
+
+using namespace testing_support;
+
+TEST(FaultRules, AreReadOrRefusedWhole) {
+  const struct {
+    const char* rules;
+    bool good;
+  } rows[] = {
+      {"", true},
+      {";", true},
+      {"ffe4=drop", true},
+      {"0xFFE4/0x2#3=delay:20;11=error:0x5e", true},
+      {"b/3b=error:94;24=ind-other:21;24=no-ind;24=ind-first", true},
+      {"3=down;3=down:5;3=restart;3=restart:5;3=short:0;3=garbage;3=twice", true},
+      {"drop", false},
+      {"=drop", false},
+      {"xyz=drop", false},
+      {"3/=drop", false},
+      {"3/10000=drop", false},
+      {"3#=drop", false},
+      {"3#0=drop", false},
+      {"3=explode", false},
+      {"3=drop:1", false},
+      {"3=delay", false},
+      {"3=delay:", false},
+      {"3=delay:-1", false},
+      {"3=delay:1x", false},
+      {"3=drop;3=oops", false},
+  };
+  for (const auto& row : rows) {
+    std::string problem;
+    EXPECT_EQ(sim::Faults::parse(row.rules, problem).has_value(), row.good) << row.rules;
+    EXPECT_EQ(problem.empty(), row.good) << problem;
+  }
+}
+
+TEST(FaultRules, TheFirstThatMatchesWinsAndCountsItsOwnRequests) {
+  std::string problem;
+  auto faults = *sim::Faults::parse("3/21#2=drop;3=error:7;ffe4#1=twice", problem);
+  const auto action = [&](uint32_t service, uint16_t message) {
+    const sim::Fault* fault = faults.meet(service, message);
+    return fault != nullptr ? static_cast<int>(fault->action) : -1;
+  };
+  using Action = sim::Fault::Action;
+  EXPECT_EQ(action(3, 0x21), int(Action::Error));
+  EXPECT_EQ(action(3, 0x22), int(Action::Error));
+  EXPECT_EQ(action(3, 0x21), int(Action::Drop));
+  EXPECT_EQ(action(3, 0x21), int(Action::Error));
+  EXPECT_EQ(action(0xFFE4, 2), int(Action::Twice));
+  EXPECT_EQ(action(0xFFE4, 2), -1);
+  EXPECT_EQ(action(4, 0x21), -1);
+}
+
+// Answers with one byte and raises two indications.
+struct OneByte {
+  uint8_t value;
+};
+constexpr qmi::Field kOneByte[] = {{0x01, qmi::Required, qmi::U8, QMI_FIELD(OneByte, value)}};
+constexpr qmi::Message kDemoMessages[] = {
+    {qmi::Kind::Request, 5, "demo"},
+    {qmi::Kind::Response, 5, "demo", 4, sizeof(OneByte), kOneByte},
+    {qmi::Kind::Indication, 6, "demo", 4, sizeof(OneByte), kOneByte},
+};
+constexpr qmi_idl_service_object kDemo = {"demo", 0x77, 1, 0, 6, 4, kDemoMessages};
+
+class DemoService final : public sim::Service {
+ public:
+  const qmi_idl_service_object& description() const override { return kDemo; }
+  uint32_t answer(qmi::Address, uint16_t, const void*, void* response,
+                  sim::Indications& indications) override {
+    static_cast<OneByte*>(response)->value = 0xaa;
+    for (const uint8_t value : {uint8_t{0xb1}, uint8_t{0xb2}}) {
+      const OneByte indication{value};
+      indications.add(6, &indication);
+    }
+    return 0;
+  }
+  void client_gone(qmi::Address) override {}
+  void all_clients_gone() override {}
+};
+
+TEST(Faults, ChangeAnswerAndIndications) {
+  const std::string aa = "02010005000400010100aa", b1 = "04000006000400010100b1",
+                    b2 = "04000006000400010100b2";
+  const struct {
+    const char* rule;
+    std::string deliveries;  // "delay:packet "
+  } rows[] = {
+      {"", "0:" + aa + " 0:" + b1 + " 0:" + b2 + " "},
+      {"77=drop", "0:" + b1 + " 0:" + b2 + " "},
+      {"77=delay:9", "9:" + aa + " 0:" + b1 + " 0:" + b2 + " "},
+      {"77=twice", "0:" + aa + " 0:" + aa + " 0:" + b1 + " 0:" + b2 + " "},
+      {"77=short:2", "0:020100050002000101 0:" + b1 + " 0:" + b2 + " "},
+      {"77=error:94", "0:02010005000700020400010" + std::string("05e00 ")},
+      {"77=ind-first", "0:" + b1 + " 0:" + b2 + " 0:" + aa + " "},
+      {"77=ind-delay:9", "0:" + aa + " 9:" + b1 + " 9:" + b2 + " "},
+      {"77=ind-twice", "0:" + aa + " 0:" + b1 + " 0:" + b1 + " 0:" + b2 + " 0:" + b2 + " "},
+      {"77=ind-other:0x1234", "0:" + aa + " 0:04000034120400010100b1 0:04000034120400010100b2 "},
+      {"77=no-ind", "0:" + aa + " "},
+      {"77=down", ""},
+  };
+  DemoService service;
+  std::minstd_rand random;
+  for (const auto& row : rows) {
+    std::string problem, got;
+    auto faults = *sim::Faults::parse(row.rule, problem);
+    for (const auto& delivery :
+         sim::carry_out(service, {}, bytes("00010005000000"), faults, random).deliveries) {
+      got += std::to_string(delivery.delay_ms) + ":" + hex(delivery.packet) + " ";
+    }
+    EXPECT_EQ(got, row.deliveries) << row.rule;
+  }
+  sim::Faults none;
+  for (const char* packet : {"", "00", "020100050000", "04010005000000", "0001000500010000 00"}) {
+    EXPECT_TRUE(sim::carry_out(service, {}, bytes(packet), none, random).deliveries.empty());
+  }
+}
+
+// What a run of one operation in a process of its own came to.
+struct Outcome {
+  int code;
+  unsigned int stored;  // of a read
+  bool bytes_right;
+  int next_code;  // of another operation after it
+};
+
+constexpr unsigned int kFileBytes = 2000;
+char g_path[] = "/file";
+const int kPathLen = static_cast<int>(strlen(g_path));
+
+unsigned char pattern(unsigned int i) {
+  return static_cast<unsigned char>(i * 7 + i / 251);
+}
+
+struct Operation {
+  const char* name;
+  int exchanges;
+  std::function<int(unsigned char* buf, unsigned int* len)> call;
+  unsigned int chunk;  // bytes a read gets with each exchange; 0: no read
+};
+
+const Operation kOperations[] = {
+    {"nv_read", 1, [](auto* buf, auto* len) { return velmor_nv_read(0, 7, buf, len); }, 200},
+    {"nv_write", 1, [](auto* buf, auto*) { return velmor_nv_write_ex(0, 8, buf, 200); }, 0},
+    {"nv_delete", 1, [](auto*, auto*) { return velmor_nv_delete(0, 7); }, 0},
+    {"efs_read", 5,
+     [](auto* buf, auto* len) { return velmor_efs_read(0, g_path, kPathLen, buf, len); }, 424},
+    {"efs_write", 5,
+     [](auto* buf, auto*) { return velmor_efs_write(0, g_path, kPathLen, buf, kFileBytes); }, 0},
+    {"efs_delete", 1, [](auto*, auto*) { return velmor_efs_delete(0, g_path, kPathLen); }, 0},
+};
+
+class FaultLoop : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string file;
+    for (unsigned int i = 0; i < kFileBytes; ++i) file += static_cast<char>(pattern(i));
+    file_ = file;
+    ASSERT_EQ(run("tovi", {"4", "3", "0", "9"}, {{"TOVI_STATE", folder_ / "state"}}).status, 0);
+  }
+
+  Outcome in_a_child(const Operation& operation, const std::string& rule) {
+    write_file(folder_ / "state/nv/0/7", file_.substr(0, 200));
+    write_file(folder_ / "state/efs/0/file", file_);
+    int result[2];
+    EXPECT_EQ(pipe(result), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(20);
+      setenv("TOVI_MODEM", "sim", 1);
+      setenv("TOVI_STATE", (folder_ / "state").c_str(), 1);
+      setenv("TOVI_LOG", "/dev/null", 1);
+      setenv("TOVI_TIME_SCALE", "0.01", 1);
+      setenv("TOVI_SIM_FAULTS", rule.c_str(), 1);
+      dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
+      g_velmor_shell_print_flag = 0;
+      g_velmor_extend_print_flag = 0;
+      unsigned char buf[kFileBytes + 1] = {};
+      const bool reads = operation.chunk > 0;
+      for (unsigned int i = 0; !reads && i < kFileBytes; ++i) buf[i] = pattern(i);
+      unsigned int len = sizeof buf;
+      Outcome outcome{};
+      outcome.code = operation.call(buf, &len);
+      outcome.stored = len;
+      outcome.bytes_right = true;
+      for (unsigned int i = 0; reads && i < len && i < kFileBytes; ++i) {
+        outcome.bytes_right = outcome.bytes_right && (len == sizeof buf || buf[i] == pattern(i));
+      }
+      unsigned char value[8] = {};
+      unsigned int room = sizeof value;
+      outcome.next_code = velmor_nv_read(0, 550, value, &room);
+      _exit(write(result[1], &outcome, sizeof outcome) == sizeof outcome ? 0 : 1);
+    }
+    close(result[1]);
+    Outcome outcome{};
+    EXPECT_EQ(read(result[0], &outcome, sizeof outcome), ssize_t{sizeof outcome});
+    close(result[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0) << operation.name << " " << rule;
+    return outcome;
+  }
+
+  // Every exchange of every operation meets the fault; the operation must end with one of `codes`.
+  void every_exchange(const std::string& action, const std::vector<int>& codes, bool lasting) {
+    for (const Operation& operation : kOperations) {
+      for (int n = 1; n <= operation.exchanges; ++n) {
+        const std::string rule = "ffe4/2#" + std::to_string(n) + "=" + action;
+        const Outcome outcome = in_a_child(operation, rule);
+        const std::string what = std::string(operation.name) + " " + rule;
+        EXPECT_NE(std::find(codes.begin(), codes.end(), outcome.code), codes.end())
+            << what << " " << outcome.code;
+        EXPECT_TRUE(outcome.bytes_right) << what;
+        if (operation.chunk > 0 && outcome.code == 0) {
+          EXPECT_EQ(outcome.stored, operation.exchanges == 1 ? 200 : kFileBytes) << what;
+        } else if (operation.chunk > 0 && n > 1) {
+          EXPECT_EQ(outcome.stored, operation.chunk * static_cast<unsigned int>(n - 1)) << what;
+        }
+        EXPECT_EQ(outcome.next_code, lasting ? VELMOR_NVEFS_EXCHANGE_FAILED : 0) << what;
+        if (outcome.code == 0 && strcmp(operation.name, "efs_write") == 0) {
+          EXPECT_EQ(read_file(folder_ / "state/efs/0/file"), file_) << what;
+        }
+      }
+    }
+  }
+
+  ScratchFolder folder_;
+  std::string file_;
+};
+
+TEST_F(FaultLoop, EveryFaultAtEveryExchangeHasADocumentedEnd) {
+  const std::vector<int> good = {0}, failed = {-103};
+  every_exchange("twice", good, false);
+  every_exchange("delay:2000", good, false);
+  every_exchange("delay:20000", failed, false);
+  every_exchange("drop", failed, false);
+  every_exchange("error:9", failed, false);
+  every_exchange("garbage", failed, false);
+  every_exchange("down", failed, true);
+  every_exchange("down:0", failed, true);
+  every_exchange("restart", failed, true);
+}
+
+TEST_F(FaultLoop, AResponseCutAnywhereIsNoSuccess) {
+  for (int size = 0; size < 529; size += size % 7 == 0 && size < 14 ? 7 : kStep) {
+    every_exchange("short:" + std::to_string(size),
+                   size == 14 ? std::vector{-103, -108} : std::vector{-103}, false);
+  }
+  every_exchange("short:529", {0}, false);
+}
+
+TEST(FaultsOfAServer, ARestartedModemIsThereForTheNextCommand) {
+  ScratchFolder folder;
+  const std::string socket = folder / "socket";
+  const Variables variables = {{"TOVI_STATE", folder / "state"},
+                               {"TOVI_LOG", "/dev/null"},
+                               {"TOVI_MODEM", "unix:" + socket},
+                               {"TOVI_TIME_SCALE", "0.05"}};
+  Program server("tovi-modem",
+                 {"serve", "--unix", socket, "--faults", "ffe4#2=restart;ffe4#4=down:200"},
+                 variables);
+  server.wait_for_error_line("tovi-modem: ready\n");
+  for (const bool works : {true, false, true, false, true}) {
+    const std::string out = run("tovi", {"4", "1", "0", "550"}, variables).out;
+    EXPECT_EQ(out.find("data len(9)") != std::string::npos, works) << out;
+    EXPECT_EQ(out.find("send msg sync failed:-2") != std::string::npos, !works) << out;
+  }
+  const Result bad =
+      run("tovi-modem", {"serve", "--unix", socket + "2", "--faults", "3=explode"}, variables);
+  EXPECT_EQ(bad.status, 1);
+  EXPECT_EQ(bad.err, "tovi-modem: the fault rule '3=explode' cannot be read\n");
+}
+
+}  // namespace
