@@ -72,7 +72,6 @@ std::optional<std::string> parse_state_folder() {
   if (const char* state = variable("TOVI_STATE")) return state;
   if (const char* base = variable("XDG_STATE_HOME")) return std::string(base) + "/tovi";
   if (const char* home = variable("HOME")) return std::string(home) + "/.local/state/tovi";
-  complain("no folder for the modem's state: set TOVI_STATE or HOME");
   return std::nullopt;
 }
 
@@ -105,6 +104,16 @@ const ModemChoice* modem() {
 const std::string* state_folder() {
   static const auto* const folder = new std::optional(parse_state_folder());
   return *folder ? &**folder : nullptr;
+}
+
+const std::string* needed_state_folder() {
+  static const std::string* const folder = [] {
+    if (state_folder() == nullptr) {
+      complain("no folder for the modem's state: set TOVI_STATE or HOME");
+    }
+    return state_folder();
+  }();
+  return folder;
 }
 
 double time_scale() {

@@ -17,8 +17,10 @@ struct ModemChoice {
 // TOVI_MODEM. Null when it, or another variable that no modem can work without, is unusable.
 const ModemChoice* modem();
 
-// TOVI_STATE: the folder of the simulated modem's state. Null when none can be named.
+// TOVI_STATE: the folder of the simulated modem's state. Null when none can be named, which is said
+// only where the folder is needed.
 const std::string* state_folder();
+const std::string* needed_state_folder();
 
 // TOVI_TIME_SCALE, 1 when it is unset or unusable.
 double time_scale();

@@ -22,7 +22,7 @@ class PropertyFile {
     MutexLock hold(lock_);
     refresh();
     const std::string* value = state_files::find(values_, key);
-    return value != nullptr ? *value : fallback;
+    return value != nullptr && !value->empty() ? *value : fallback;
   }
 
  private:

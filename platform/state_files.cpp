@@ -65,7 +65,11 @@ std::optional<std::string> read(const std::string& path) {
 
 bool write(const std::string& folder, const std::string& path, std::string_view bytes) {
   std::string temporary = folder + "/tmp/XXXXXX";
-  const int fd = mkostemp(temporary.data(), O_CLOEXEC);
+  int fd = mkostemp(temporary.data(), O_CLOEXEC);
+  if (fd < 0 && errno == ENOENT && make_folder(folder + "/tmp")) {
+    temporary = folder + "/tmp/XXXXXX";
+    fd = mkostemp(temporary.data(), O_CLOEXEC);
+  }
   if (fd < 0) return false;
   bool ok = write_all(fd, bytes) && fchmod(fd, 0644) == 0;
   ok = close(fd) == 0 && ok;
@@ -91,7 +95,7 @@ bool make_folder(const std::string& path) {
 }
 
 std::string_view trim(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r";
+  constexpr std::string_view kBlanks = " \t\r\n";
   const size_t first = text.find_first_not_of(kBlanks);
   if (first == std::string_view::npos) return {};
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);

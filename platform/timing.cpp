@@ -9,7 +9,9 @@ namespace timing {
 namespace {
 
 std::chrono::nanoseconds multiply(uint64_t ms, double factor) {
-  return std::chrono::nanoseconds(static_cast<int64_t>(static_cast<double>(ms) * 1e6 * factor));
+  constexpr double kLongest = 100.0 * 365 * 24 * 3600 * 1e9;  // 100 years
+  const double ns = std::min(static_cast<double>(ms) * 1e6 * factor, kLongest);
+  return std::chrono::nanoseconds(static_cast<int64_t>(ns));
 }
 
 }  // namespace

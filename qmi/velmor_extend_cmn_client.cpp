@@ -28,7 +28,7 @@ struct ExtendQmiClient {
 
 // Taken after the NV or the EFS lock, before everything inside the QMI library.
 Mutex g_extend_lock;
-ExtendQmiClient g_extend_client;
+ExtendQmiClient g_extend_client GUARDED_BY(g_extend_lock);
 std::once_flag g_extend_set_up;
 
 std::atomic<velmor_extend_ind_handler> g_ind_handlers[kExtendIndSlots];
@@ -116,7 +116,8 @@ int velmor_extend_qmi_send_sync(unsigned int request_id, unsigned char* data, in
   return finish(VELMOR_EXTEND_OK);
 }
 
-qmi_client_type velmor_extend_qmi_client_open() {
+// Called with the lock held, or while nobody else can be here: takes none of its own.
+qmi_client_type velmor_extend_qmi_client_open() NO_THREAD_SAFETY_ANALYSIS {
   set_up_once();
   ExtendQmiClient& client = g_extend_client;
   if (client.handle != nullptr) return client.handle;
@@ -188,7 +189,8 @@ void handle_generic_ind(qmi_client_type handle, unsigned int msg_id, void* buf, 
   // The largest of the structures, so that each of them fits.
   alignas(uint64_t) unsigned char c_struct[sizeof(velmor_extend_item_lists_ind_msg_v01)] = {};
   uint32_t c_len = 0;
-  qmi_idl_get_message_c_struct_len(g_extend_client.service, QMI_IDL_INDICATION, msg_id, &c_len);
+  qmi_idl_get_message_c_struct_len(velmor_extend_get_service_object_internal_v01(1, 1, 6),
+                                   QMI_IDL_INDICATION, msg_id, &c_len);
   if (qmi_client_message_decode(handle, QMI_IDL_INDICATION, msg_id, buf, len, c_struct,
                                 sizeof c_struct) != QMI_NO_ERR) {
     return;

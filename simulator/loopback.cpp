@@ -77,7 +77,7 @@ class LoopbackEndpoint final : public qmi::Endpoint, private Peer {
 // the QMI library may still use it while the process exits.
 Router* embedded_modem() {
   static Router* const router = []() -> Router* {
-    const std::string* folder = environment::state_folder();
+    const std::string* folder = environment::needed_state_folder();
     if (folder == nullptr) return nullptr;
     std::string problem;
     auto behaviour = Behaviour::from(environment::sim_faults(), problem);

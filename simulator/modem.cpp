@@ -36,17 +36,22 @@ bool Modem::nv_delete(unsigned int sub, unsigned int id) {
   return unlink(nv_path(sub, id).c_str()) == 0;
 }
 
-std::optional<std::string> Modem::efs_path(unsigned int sub, std::string_view path) const {
+bool Modem::is_efs_path(std::string_view path) {
   if (path.starts_with('/')) path.remove_prefix(1);
-  const std::string full = folder_ + "/efs/" + std::to_string(sub) + "/" + std::string(path);
   for (bool last = false; !last;) {
     const size_t slash = path.find('/');
     const std::string_view component = path.substr(0, slash);
-    if (component.empty() || component == "." || component == "..") return std::nullopt;
+    if (component.empty() || component == "." || component == "..") return false;
     last = slash == std::string_view::npos;
     path.remove_prefix(last ? path.size() : slash + 1);
   }
-  return full;
+  return true;
+}
+
+std::optional<std::string> Modem::efs_path(unsigned int sub, std::string_view path) const {
+  if (!is_efs_path(path)) return std::nullopt;
+  if (path.starts_with('/')) path.remove_prefix(1);
+  return folder_ + "/efs/" + std::to_string(sub) + "/" + std::string(path);
 }
 
 int Modem::efs_read(unsigned int sub, std::string_view path, size_t offset, size_t limit,

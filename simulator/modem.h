@@ -38,6 +38,7 @@ class Modem {
   };
   int efs_read(unsigned int sub, std::string_view path, size_t offset, size_t limit,
                EfsChunk& chunk) const;
+  static bool is_efs_path(std::string_view path);
   int efs_write(unsigned int sub, std::string_view path, std::string_view bytes);
   int efs_delete(unsigned int sub, std::string_view path);
 

@@ -89,15 +89,18 @@ int ready_and_run(auto& server, const qmi::Descriptor& stop) {
 int serve(const Args& args) {
   const auto options = parse_serve_options(args);
   if (!options) return wrong_usage();
-  const std::string* folder = environment::state_folder();
+  const std::string* folder = environment::needed_state_folder();
   if (folder == nullptr) return kFailed;
   std::string problem;
   auto behaviour = sim::Behaviour::from(options->faults, problem);
   if (!behaviour) return failed(problem);
-  const auto modem = sim::Modem::open(*folder, problem);
-  if (modem == nullptr) return failed(problem);
+  if (sim::Modem::open(*folder, problem) == nullptr) return failed(problem);
   const state_files::FolderLock serving(*folder, state_files::LockPart::Serving,
                                         state_files::FolderLock::Mode::Shared);
+  if (!serving.held()) return failed(*folder + "/lock: cannot be locked");
+  // Once more, now that nobody can empty the folder any more.
+  const auto modem = sim::Modem::open(*folder, problem);
+  if (modem == nullptr) return failed(problem);
   const qmi::Descriptor stop = stop_signals();
   if (options->qrtr) {
     sim::QrtrServer server(*modem, std::move(*behaviour));
@@ -110,6 +113,7 @@ int serve(const Args& args) {
 
 int getprop(const Args& args) {
   if (args.size() != 1) return wrong_usage();
+  if (environment::needed_state_folder() == nullptr) return kFailed;
   char value[PROPERTY_VALUE_MAX];
   property_get(args[0].c_str(), value, "");
   puts(value);
@@ -119,7 +123,7 @@ int getprop(const Args& args) {
 int setprop(const Args& args) {
   if (args.size() != 2) return wrong_usage();
   if (const char* problem = property_problem(args[0], args[1])) return failed(problem);
-  const std::string* folder = environment::state_folder();
+  const std::string* folder = environment::needed_state_folder();
   if (folder == nullptr) return kFailed;
   std::string problem;
   if (sim::Modem::open(*folder, problem) == nullptr) return failed(problem);
@@ -129,7 +133,7 @@ int setprop(const Args& args) {
 
 int reset(const Args& args) {
   if (!args.empty()) return wrong_usage();
-  const std::string* folder = environment::state_folder();
+  const std::string* folder = environment::needed_state_folder();
   if (folder == nullptr) return kFailed;
   std::string problem;
   return sim::Modem::reset(*folder, problem) ? kDone : failed(problem);

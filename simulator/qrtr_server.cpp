@@ -3,6 +3,8 @@
 #include <errno.h>
 #include <string.h>
 
+#include <algorithm>
+
 namespace sim {
 namespace {
 
@@ -11,27 +13,31 @@ using qmi::ControlPacket;
 
 constexpr uint32_t kDelClient = 6;  // a socket somewhere has closed: node, port
 constexpr uint32_t kRoomPauseMs = 1;
+constexpr size_t kMaxWaiting = 4096;
 
 }  // namespace
 
 bool QrtrServer::listen(std::string& problem) {
   MutexLock hold(lock_);
-  if (!qmi::QrtrSocket().open()) {
-    problem = errno == EAFNOSUPPORT ? "this kernel has no QRTR" : strerror(errno);
-    return false;
-  }
   start_services();
-  return true;
+  if (registration_error_ == 0) return true;
+  problem = registration_error_ == EAFNOSUPPORT ? "this kernel has no QRTR"
+                                                : strerror(registration_error_);
+  return false;
 }
 
 void QrtrServer::publish(Running& running) {
   qmi::QrtrSocket& socket = sockets_[running.id()];
-  if (!socket.open()) return;
+  if (!socket.open()) {
+    registration_error_ = errno;
+    return;
+  }
   running.port = next_port_++;  // tells one life of the service from the next
   const ControlPacket server{.command = Control::NewServer,
                              .service = running.id(),
                              .instance = running.service->description().major_version};
-  socket.send(socket.name_service(), qmi::bytes_of(server));
+  const int error = socket.send(socket.name_service(), qmi::bytes_of(server));
+  if (error != 0) registration_error_ = error;
 }
 
 void QrtrServer::withdraw(Running& running) {
@@ -42,16 +48,23 @@ void QrtrServer::withdraw(Running& running) {
 void QrtrServer::deliver(Running& running, qmi::Address client, std::span<const uint8_t> packet) {
   const auto socket = sockets_.find(running.id());
   if (socket == sockets_.end()) return;
-  if (waiting_.empty() && socket->second.send(client, packet) != EAGAIN) return;
+  const bool behind_others =
+      std::any_of(waiting_.begin(), waiting_.end(),
+                  [&](const Waiting& earlier) { return earlier.client == client; });
+  if (!behind_others && socket->second.send(client, packet) != EAGAIN) return;
+  if (waiting_.size() == kMaxWaiting) return;  // nobody reads: lost, as on a real network
   waiting_.push_back({running.id(), client, {packet.begin(), packet.end()}});
 }
 
+// A client that still has no room holds up only its own packets.
 void QrtrServer::send_waiting() {
-  while (!waiting_.empty()) {
-    const Waiting& first = waiting_.front();
-    if (sockets_[first.service].send(first.client, first.packet) == EAGAIN) return;
-    waiting_.pop_front();
-  }
+  std::vector<qmi::Address> full;
+  std::erase_if(waiting_, [&](const Waiting& packet) REQUIRES(lock_) {
+    if (std::find(full.begin(), full.end(), packet.client) != full.end()) return false;
+    if (sockets_[packet.service].send(packet.client, packet.packet) != EAGAIN) return true;
+    full.push_back(packet.client);
+    return false;
+  });
 }
 
 // Takes one packet: a request, or the news that a client has gone.

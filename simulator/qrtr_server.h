@@ -37,6 +37,7 @@ class QrtrServer final : public Network {
 
   std::map<uint32_t, qmi::QrtrSocket> sockets_ GUARDED_BY(lock_);  // by service id
   std::deque<Waiting> waiting_ GUARDED_BY(lock_);                  // for clients that had no room
+  int registration_error_ GUARDED_BY(lock_) = 0;
   uint32_t next_port_ GUARDED_BY(lock_) = 1;
 };
 

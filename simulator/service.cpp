@@ -118,7 +118,7 @@ std::vector<uint8_t> make_packet(Kind kind, uint16_t transaction, uint16_t id,
 Exchange carry_out(Service& service, qmi::Address client, std::span<const uint8_t> packet,
                    Faults& faults, std::minstd_rand& random) {
   const auto header = qmi::read_header(packet);
-  if (!header || header->kind != Kind::Request) return {};
+  if (!header || header->kind != Kind::Request || !is_whole(*header, packet)) return {};
   const Fault* fault = faults.meet(service.description().service_id, header->message);
   if (fault != nullptr && fault->action == Fault::Action::Down) {
     return {.deliveries = {}, .outage = Exchange::Outage{false, fault->value}};

@@ -142,6 +142,7 @@ int ExtensionService::efs_write(qmi::Address client, const velmor_nvefs_req& req
 ExtensionService::OpenWrite* ExtensionService::begin_write(qmi::Address client,
                                                            const velmor_nvefs_req& req) {
   if (req.data_len_all < 1 || req.data_len_all > kMaxFileBytes) return nullptr;
+  if (!Modem::is_efs_path(path_of(req))) return nullptr;
   if (open_writes_.size() == kMaxOpenWrites) open_writes_.pop_front();
   do {
     last_instance_ = last_instance_ % kMaxInstance + 1;

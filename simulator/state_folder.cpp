@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 #include <string_view>
 
@@ -18,7 +19,7 @@ using namespace std::string_view_literals;
 using state_files::FolderLock;
 using state_files::LockPart;
 
-constexpr std::string_view kVersion = "1\n";
+constexpr std::string_view kVersion = "1";
 
 struct FactoryFile {
   const char* path;
@@ -53,13 +54,32 @@ bool exists(const std::string& path) {
 
 bool check_version(const std::string& folder, std::string& problem) {
   const auto version = state_files::read(folder + "/version");
-  if (version && *version == kVersion) return true;
+  if (version && state_files::trim(*version) == kVersion) return true;
   problem = folder + ": holds the state of another version of this program";
   return false;
 }
 
+// Whether all that a folder holds belongs to a modem's state. A folder of somebody's own must not
+// become a state folder: a reset would empty it.
+bool holds_only_state(const std::string& folder) {
+  constexpr std::string_view kOwn[] = {".",     "..",    "version", "tmp",        "lock",
+                                       "nv",    "efs",   "sar",     "properties", "slot",
+                                       "euicc", "stats", "pdc",     "device"};
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
+  if (entries == nullptr) return true;
+  while (const dirent* entry = readdir(entries.get())) {
+    const std::string_view name = entry->d_name;
+    if (std::find(std::begin(kOwn), std::end(kOwn), name) == std::end(kOwn)) return false;
+  }
+  return true;
+}
+
 // The version comes last: until it is there, the next process begins again.
 bool write_factory_content(const std::string& folder, std::string& problem) {
+  if (!exists(folder + "/version") && !holds_only_state(folder)) {
+    problem = folder + ": holds other things than a modem's state";
+    return false;
+  }
   if (!state_files::make_folder(folder + "/tmp")) {
     problem = failure(folder);
     return false;
@@ -77,7 +97,7 @@ bool write_factory_content(const std::string& folder, std::string& problem) {
       return false;
     }
   }
-  if (state_files::write(folder, folder + "/version", kVersion)) return true;
+  if (state_files::write(folder, folder + "/version", std::string(kVersion) + "\n")) return true;
   problem = failure(folder + "/version");
   return false;
 }
@@ -106,6 +126,7 @@ bool empty_state_folder(const std::string& folder, std::string& problem) {
     problem = folder + ": not a state folder (it has no file version)";
     return false;
   }
+  if (!check_version(folder, problem)) return false;
   const FolderLock no_server(folder, LockPart::Serving, FolderLock::Mode::Exclusive,
                              FolderLock::Wait::No);
   if (!no_server.held()) {

@@ -1,8 +1,10 @@
 #include "unix_server.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <string.h>
 #include <sys/epoll.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -11,6 +13,32 @@
 #include <deque>
 
 namespace sim {
+namespace {
+
+constexpr size_t kMaxWaiting = 4096;
+
+// Held while a socket is looked at and replaced, so that of two servers only one does it.
+class SocketFolderLock {
+ public:
+  explicit SocketFolderLock(const std::string& socket_path) {
+    const size_t slash = socket_path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "."
+                               : slash == 0               ? "/"
+                                                          : socket_path.substr(0, slash);
+    folder_ = qmi::Descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder_) flock(folder_.get(), LOCK_EX);
+  }
+
+ private:
+  qmi::Descriptor folder_;
+};
+
+ino_t inode_of(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
+}
+
+}  // namespace
 
 // One client. Packets that it does not take at once wait here.
 class UnixServer::Connection final : public Peer {
@@ -45,6 +73,7 @@ class UnixServer::Connection final : public Peer {
     memcpy(framed.data(), &source, sizeof source);
     memcpy(framed.data() + sizeof source, packet.data(), packet.size());
     if (waiting_.empty() && send_now(framed)) return;
+    if (waiting_.size() == kMaxWaiting) return;  // it does not read: lost, as on a real network
     waiting_.push_back(std::move(framed));
     server_.watch(socket_.get(), EPOLLIN | EPOLLOUT, true);
   }
@@ -66,7 +95,8 @@ UnixServer::UnixServer(Router& router) : router_(router), epoll_(epoll_create1(E
 
 UnixServer::~UnixServer() {
   connections_.clear();
-  if (listener_) unlink(path_.c_str());
+  const SocketFolderLock lock(path_);
+  if (listener_ && inode_of(path_) == inode_) unlink(path_.c_str());
 }
 
 bool UnixServer::listen(const std::string& path, std::string& problem) {
@@ -79,6 +109,7 @@ bool UnixServer::listen(const std::string& path, std::string& problem) {
   memcpy(address.sun_path, path.c_str(), path.size());
   const auto* name = reinterpret_cast<const sockaddr*>(&address);
 
+  const SocketFolderLock lock(path);
   const qmi::Descriptor probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
   if (connect(probe.get(), name, sizeof address) == 0) {
     problem = path + ": a server is already there";
@@ -95,6 +126,7 @@ bool UnixServer::listen(const std::string& path, std::string& problem) {
   }
   listener_ = std::move(listener);
   path_ = path;
+  inode_ = inode_of(path);
   watch(listener_.get(), EPOLLIN, false);
   return true;
 }
@@ -108,10 +140,22 @@ void UnixServer::watch(int descriptor, uint32_t events, bool known) {
 
 void UnixServer::accept_client() {
   qmi::Descriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-  if (!socket) return;
+  if (!socket) {
+    refuse_client();
+    return;
+  }
   const int descriptor = socket.get();
   connections_[descriptor] = std::make_unique<Connection>(*this, std::move(socket));
   watch(descriptor, EPOLLIN, false);
+}
+
+// Out of descriptors: the reserve is given up for a moment to hang up on the client, who would
+// otherwise keep the listener ready for ever.
+void UnixServer::refuse_client() {
+  if (errno != EMFILE && errno != ENFILE) return;
+  reserve_ = qmi::Descriptor();
+  const qmi::Descriptor refused(accept(listener_.get(), nullptr, nullptr));
+  reserve_ = qmi::Descriptor(eventfd(0, EFD_CLOEXEC));
 }
 
 void UnixServer::run(int stop_descriptor) {

@@ -2,6 +2,8 @@
 // system. One connection is one endpoint; every packet carries 8 bytes in front, node and port.
 #pragma once
 
+#include <sys/types.h>
+
 #include <map>
 #include <memory>
 #include <string>
@@ -27,12 +29,15 @@ class UnixServer {
   class Connection;
 
   void accept_client();
+  void refuse_client();
   void watch(int descriptor, uint32_t events, bool known);
 
   Router& router_;
   const qmi::Descriptor epoll_;
   qmi::Descriptor listener_;
+  qmi::Descriptor reserve_{eventfd(0, EFD_CLOEXEC)};
   std::string path_;
+  ino_t inode_ = 0;
   std::map<int, std::unique_ptr<Connection>> connections_;  // by descriptor
 };
 

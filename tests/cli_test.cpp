@@ -64,6 +64,8 @@ TEST_F(Cli, WithoutAModuleThereIsTheWholeHelp) {
     EXPECT_EQ(tovi(args), help());
   }
   EXPECT_FALSE(exists(folder / "state"));
+  variables = {{"HOME", ""}, {"XDG_STATE_HOME", ""}};
+  EXPECT_EQ(tovi({}), help());
 }
 
 TEST_F(Cli, ModulesWithoutAHandlerAreNotSupported) {

@@ -186,6 +186,8 @@ TEST(Trace, PutsAMessageIntoWordsAndBytes) {
   EXPECT_NE(trace::text('<', service, packet, true).find("secret = 578437695752307201\n"),
             std::string::npos);
   EXPECT_EQ(trace::text('<', service, bytes("0201"), false), "< demo malformed len 2\n  02 01\n");
+  EXPECT_EQ(trace::text('<', service, bytes("0201 0007 0099 00 11"), false),
+            "< demo malformed len 8\n  02 01 00 07 00 99 00\n");
   // Cut anywhere, it still ends and shows every byte.
   for (uint16_t size = 0; size < packet.size() - kHeaderBytes; ++size) {
     Bytes cut(packet.begin(), packet.begin() + static_cast<ptrdiff_t>(kHeaderBytes) + size);

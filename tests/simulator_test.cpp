@@ -163,12 +163,14 @@ TEST_F(Simulator, ResetEmptiesOnlyAStateFolderThatNoServerUses) {
   write_file(folder / "state/precious", "x");
   EXPECT_EQ(modem({"reset"}).status, 1);
   EXPECT_EQ(read_file(folder / "state/precious"), "x");
+  std::filesystem::remove(folder / "state/precious");
   auto server = serve();
   EXPECT_EQ(modem({"reset"}).err, "tovi-modem: " + (folder / "state") + ": a server is using it\n");
   EXPECT_TRUE(exists(folder / "state/nv/0/550"));
   server->kill(SIGTERM);
   server->wait();
   write_file(folder / "outside", "x");
+  write_file(folder / "state/precious", "x");
   std::filesystem::create_directory_symlink(folder.path(), folder / "state/efs/link");
   EXPECT_EQ(modem({"reset"}).status, 0);
   EXPECT_FALSE(exists(folder / "state/nv"));
@@ -180,9 +182,36 @@ TEST_F(Simulator, ResetEmptiesOnlyAStateFolderThatNoServerUses) {
             std::string::npos);
 }
 
+TEST_F(Simulator, AFolderOfSomebodysOwnNeverBecomesAStateFolder) {
+  write_file(folder / "state/thesis.txt", "x");
+  const Result result = run("tovi", {"4", "1", "0", "550"}, state);
+  EXPECT_NE(result.err.find("holds other things than a modem's state"), std::string::npos);
+  EXPECT_EQ(modem({"reset"}).status, 1);
+  EXPECT_EQ(read_file(folder / "state/thesis.txt"), "x");
+  EXPECT_FALSE(exists(folder / "state/tmp"));
+}
+
+TEST_F(Simulator, OfTwoServersStartedTogetherOneServes) {
+  serve()->kill(SIGKILL);  // leaves a dead socket
+  std::vector<std::unique_ptr<Program>> servers;
+  for (int i = 0; i < 6; ++i) {
+    servers.push_back(
+        std::make_unique<Program>("tovi-modem", Args{"serve", "--unix", socket}, state));
+  }
+  while (run("tovi", {"4", "1", "0", "550"}, served).out.find("data len(9)") == std::string::npos) {
+  }
+  int refused = 0;
+  for (auto& server : servers) server->kill(SIGTERM);
+  for (auto& server : servers) refused += server->wait().status == 1;
+  EXPECT_EQ(refused, 5);
+  EXPECT_FALSE(exists(socket));
+}
+
 TEST_F(Simulator, PropertiesKeepWhatAPersonWroteAroundThem) {
   EXPECT_EQ(modem({"getprop", "a.b"}).out, "\n");
   EXPECT_EQ(modem({"setprop", "a.b", "1"}).status, 0);
+  EXPECT_EQ(run("tovi-modem", {"getprop", "a.b"}, {{"HOME", ""}, {"XDG_STATE_HOME", ""}}).status,
+            1);
   const std::string file = folder / "state/properties";
   write_file(file, "# mine\n a.b = 7 # old\nother=x\na.b=8");
   EXPECT_EQ(modem({"getprop", "a.b"}).out, "8\n");

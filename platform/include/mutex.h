@@ -18,6 +18,7 @@
 #define REQUIRES(...) TS_ATTRIBUTE(requires_capability(__VA_ARGS__))
 #define EXCLUDES(...) TS_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define ACQUIRE(...) TS_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define NO_THREAD_SAFETY_ANALYSIS TS_ATTRIBUTE(no_thread_safety_analysis)
 #define RELEASE(...) TS_ATTRIBUTE(release_capability(__VA_ARGS__))
 
 class CAPABILITY("mutex") Mutex {

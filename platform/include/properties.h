@@ -6,8 +6,8 @@
 // Room for a property's value and its NUL.
 inline constexpr int PROPERTY_VALUE_MAX = 92;
 
-// Copies the value of `key`, or `default_value` (null: the empty string) when it is unset, with a
-// NUL into `value`, which has PROPERTY_VALUE_MAX bytes. The length of what was copied.
+// Copies the value of `key`, or `default_value` (null: the empty string) when it is unset or empty,
+// with a NUL into `value`, which has PROPERTY_VALUE_MAX bytes. The length of what was copied.
 int property_get(const char* key, char* value, const char* default_value);
 
 // Sets `key`. 0; -1 when the name or the value is not possible (see property_problem) or cannot be

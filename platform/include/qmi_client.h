@@ -122,4 +122,5 @@ qmi_client_error_type qmi_idl_get_message_c_struct_len(qmi_idl_service_object_ty
 
 // Closes a client or notifier. Callbacks for what arrived before the last response still run, none
 // runs any more once this has returned; called from a callback of the same handle it does not wait.
+// Two callbacks must not release each other's handles: each would wait for the other.
 qmi_client_error_type qmi_client_release(qmi_client_type handle);

@@ -69,7 +69,7 @@ void Channel::serve() {
   MutexLock hold(lock_);
   if (reading_) return;
   served_ = false;
-  while (can_read()) {
+  for (int taken = 0; can_read() && taken < kFlood; ++taken) {
     Address source;
     std::span<const uint8_t> packet;
     const auto received = endpoint_->receive(source, packet, timing::kPast);

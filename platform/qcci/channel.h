@@ -28,7 +28,11 @@ class Channel : public std::enable_shared_from_this<Channel> {
   // The other end is gone for good; the endpoint is closed already.
   virtual void on_closed() REQUIRES(lock_) = 0;
 
-  void open(std::unique_ptr<Endpoint> endpoint) REQUIRES(lock_) { endpoint_ = std::move(endpoint); }
+  // Takes an endpoint, which the reading thread serves from now on.
+  void open(std::unique_ptr<Endpoint> endpoint) REQUIRES(lock_) {
+    endpoint_ = std::move(endpoint);
+    stop_reading();
+  }
   bool is_open() const REQUIRES(lock_) { return endpoint_ != nullptr; }
 
   // Closes the endpoint, once no thread is reading it any more. Waiters return.
@@ -41,12 +45,15 @@ class Channel : public std::enable_shared_from_this<Channel> {
   // early at the deadline or when the channel is closed. The final value of `done()`.
   template <typename Done>
   bool wait(timing::Deadline deadline, Done done) REQUIRES(lock_) {
-    while (!done() && can_read()) {
-      if (!read_one(deadline)) break;
+    for (int taken = 0; !done() && can_read() && read_one(deadline); ++taken) {
+      if (taken >= kFlood && timing::Clock::now() >= deadline) break;
     }
     stop_reading();
     return done();
   }
+
+  // After so many packets a thread asks whether it was here for them.
+  static constexpr int kFlood = 1000;
 
   Mutex lock_;
   std::unique_ptr<Endpoint> endpoint_ GUARDED_BY(lock_);

@@ -39,12 +39,15 @@ qmi_client_error_type Directory::connect() {
   return QMI_NO_ERR;
 }
 
-void Directory::ask(Service& service) {
+bool Directory::ask(Service& service) {
   service.asked = true;
-  unanswered_.push_back(service.id);
   const ControlPacket lookup{.command = Control::NewLookup, .service = service.id};
-  endpoint_->send(endpoint_->name_service(), bytes_of(lookup),
-                  timing::peer_deadline(kLookupLimitMs));
+  if (endpoint_->send(endpoint_->name_service(), bytes_of(lookup),
+                      timing::peer_deadline(kLookupLimitMs)) != 0) {
+    return false;
+  }
+  unanswered_.push_back(service.id);
+  return true;
 }
 
 // Brings the view of a service up to date: takes what has arrived, and waits for the answer to a
@@ -56,10 +59,15 @@ qmi_client_error_type Directory::refresh(Service& service) {
     service.asked = true;  // by the next connection
     return error;
   }
-  if (!service.asked) ask(service);
+  if (!service.asked && !ask(service)) {
+    service.asked = false;
+    return QMI_SERVICE_ERR;
+  }
   if (!service.answered && !service.waited_for) {
     wait(timing::peer_deadline(kLookupLimitMs), [&]() REQUIRES(lock_) { return service.answered; });
     service.waited_for = !service.answered;
+    // Without an answer its end marker will not come, or will be one too many.
+    if (!service.answered) std::erase(unanswered_, service.id);
   }
   return QMI_NO_ERR;
 }
@@ -100,8 +108,8 @@ qmi_client_error_type Directory::find(const qmi_idl_service_object& object, uint
     if (is_open()) {
       wait(deadline, pick);
     } else {
-      changed_.wait_until(lock_, std::min(deadline, timing::Clock::now() +
-                                                        std::chrono::milliseconds(kReconnectMs)));
+      changed_.wait_until(lock_,
+                          std::min(deadline, timing::Clock::now() + timing::scaled(kReconnectMs)));
     }
   }
 }
@@ -112,6 +120,7 @@ bool Directory::watch(const qmi_idl_service_object& object, std::weak_ptr<Servic
   Service& service = service_of(object.service_id);
   const auto error = refresh(service);
   if (error == QMI_PORT_NOT_OPEN_ERR) return false;
+  std::erase_if(service.watches, [](const Watch& watch) { return watch.watcher.expired(); });
   service.watches.push_back({object.major_version, std::move(watcher)});
   if (tell_now) {
     const auto told = service.watches.back().watcher.lock();

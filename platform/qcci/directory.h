@@ -67,7 +67,7 @@ class Directory final : public Channel {
 
   Service& service_of(uint32_t id) REQUIRES(lock_);
   qmi_client_error_type connect() REQUIRES(lock_);
-  void ask(Service& service) REQUIRES(lock_);
+  bool ask(Service& service) REQUIRES(lock_);
   qmi_client_error_type refresh(Service& service) REQUIRES(lock_);
   void server_came(Service& service, const Server& server) REQUIRES(lock_);
   void server_left(Service& service, Address address) REQUIRES(lock_);

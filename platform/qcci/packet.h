@@ -71,7 +71,7 @@ inline void write_header(const Header& header, uint8_t* out) {
   memcpy(out + 5, &header.length, 2);
 }
 
-// The header of a packet, or nothing when the packet is not one whole QMI message.
+// The header of a packet, or nothing when it is too short for one.
 inline std::optional<Header> read_header(std::span<const uint8_t> packet) {
   if (packet.size() < kHeaderBytes) return std::nullopt;
   Header header;
@@ -79,8 +79,12 @@ inline std::optional<Header> read_header(std::span<const uint8_t> packet) {
   memcpy(&header.transaction, &packet[1], 2);
   memcpy(&header.message, &packet[3], 2);
   memcpy(&header.length, &packet[5], 2);
-  if (header.length != packet.size() - kHeaderBytes) return std::nullopt;
   return header;
+}
+
+// Whether the packet is one whole QMI message.
+inline bool is_whole(const Header& header, std::span<const uint8_t> packet) {
+  return header.length == packet.size() - kHeaderBytes;
 }
 
 }  // namespace qmi

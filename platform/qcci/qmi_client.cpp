@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 
 #include "qcci/directory.h"
 #include "qcci/qmi_codec.h"
@@ -25,23 +26,40 @@ class Handles {
   }
   void put(qmi_client_type handle, std::shared_ptr<HandleTarget> target) {
     MutexLock hold(lock_);
-    targets_[handle] = std::move(target);
+    targets_[handle] = {std::move(target), false};
   }
+  // What the handle stands for; null when it is unknown or being released.
   std::shared_ptr<HandleTarget> get(qmi_client_type handle) {
     MutexLock hold(lock_);
     const auto found = targets_.find(handle);
-    return found != targets_.end() ? found->second : nullptr;
+    return found != targets_.end() && !found->second.released ? found->second.target : nullptr;
   }
-  std::shared_ptr<HandleTarget> take(qmi_client_type handle) {
+  // The same, but still there for the last callbacks of a handle that is being released.
+  std::shared_ptr<HandleTarget> get_for_callback(qmi_client_type handle) {
     MutexLock hold(lock_);
-    const auto node = targets_.extract(handle);
-    return node ? std::move(node.mapped()) : nullptr;
+    const auto found = targets_.find(handle);
+    return found != targets_.end() ? found->second.target : nullptr;
+  }
+  // Begins a release; null for all but the first.
+  std::shared_ptr<HandleTarget> retire(qmi_client_type handle) {
+    MutexLock hold(lock_);
+    const auto found = targets_.find(handle);
+    if (found == targets_.end() || std::exchange(found->second.released, true)) return nullptr;
+    return found->second.target;
+  }
+  void erase(qmi_client_type handle) {
+    MutexLock hold(lock_);
+    targets_.erase(handle);
   }
 
  private:
+  struct Entry {
+    std::shared_ptr<HandleTarget> target;
+    bool released;
+  };
   Mutex lock_;
   uintptr_t last_ GUARDED_BY(lock_) = 0;
-  std::map<qmi_client_type, std::shared_ptr<HandleTarget>> targets_ GUARDED_BY(lock_);
+  std::map<qmi_client_type, Entry> targets_ GUARDED_BY(lock_);
 };
 
 // Signals are numbered like handles, so that the caller's block holds no pointer.
@@ -187,7 +205,7 @@ qmi_client_error_type qmi_client_message_decode(qmi_client_type handle,
                                                 unsigned int msg_id, const void* buf,
                                                 unsigned int len, void* c_struct,
                                                 unsigned int c_struct_len) {
-  const auto target = Handles::instance().get(handle);
+  const auto target = Handles::instance().get_for_callback(handle);
   if (target == nullptr) return QMI_PORT_NOT_OPEN_ERR;
   const qmi::Message* message = find_message(&target->service, type, msg_id);
   if (message == nullptr || c_struct == nullptr || c_struct_len < message->c_bytes ||
@@ -207,8 +225,9 @@ qmi_client_error_type qmi_idl_get_message_c_struct_len(qmi_idl_service_object_ty
 }
 
 qmi_client_error_type qmi_client_release(qmi_client_type handle) {
-  const auto target = Handles::instance().take(handle);
+  const auto target = Handles::instance().retire(handle);
   if (target == nullptr) return QMI_PORT_NOT_OPEN_ERR;
   target->release();
+  Handles::instance().erase(handle);
   return QMI_NO_ERR;
 }

@@ -183,11 +183,13 @@ std::optional<size_t> encode(const Message& message, const void* c_struct, std::
 }
 
 bool decode(const Message& message, std::span<const uint8_t> body, void* c_struct) {
-  if (message.c_bytes == 0) return true;
-  memset(c_struct, 0, message.c_bytes);
-  if (decode_tlvs(message, Reader(body), static_cast<uint8_t*>(c_struct))) return true;
-  memset(c_struct, 0, message.c_bytes);
-  return false;
+  const auto clear = [&] {
+    if (message.c_bytes > 0) memset(c_struct, 0, message.c_bytes);
+  };
+  clear();
+  const bool good = decode_tlvs(message, Reader(body), static_cast<uint8_t*>(c_struct));
+  if (!good) clear();
+  return good;
 }
 
 size_t largest_body(const Message& message) {

@@ -2,8 +2,6 @@
 #include <errno.h>
 #include <string.h>
 
-#include <thread>
-
 #include "environment.h"
 #include "qcci/qrtr_socket.h"
 #include "qcci/socket_endpoint.h"
@@ -26,9 +24,7 @@ class QrtrEndpoint final : public SocketEndpoint {
   }
 
   // A full receiver is not seen by poll.
-  void wait_for_room(timing::Deadline) override {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
+  void wait_for_room(timing::Deadline) override { timing::sleep_ms(1); }
 
   Taken try_receive(Address& source, std::span<const uint8_t>& packet) override {
     const ssize_t n = socket_.receive(source, {buffer_.get(), kMaxPacketBytes});

@@ -106,18 +106,21 @@ void ServiceClient::on_packet(Address source, std::span<const uint8_t> packet) {
   if (trace::is_on()) trace::record('<', service, packet);
   const auto header = read_header(packet);
   if (!header) return;
-  const auto body = packet.subspan(kHeaderBytes);
-  if (header->kind == Kind::Response) on_response(*header, body);
-  if (header->kind == Kind::Indication) on_indication(*header, body);
+  if (header->kind == Kind::Response) on_response(*header, packet);
+  if (header->kind == Kind::Indication && is_whole(*header, packet)) {
+    on_indication(*header, packet.subspan(kHeaderBytes));
+  }
 }
 
-void ServiceClient::on_response(const Header& header, std::span<const uint8_t> body) {
+void ServiceClient::on_response(const Header& header, std::span<const uint8_t> packet) {
   const auto found = std::find_if(pending_.begin(), pending_.end(), [&](const Pending* pending) {
     return pending->transaction == header.transaction && pending->response.id == header.message;
   });
   if (found == pending_.end() || (*found)->done) return;  // its request has timed out, or a repeat
   Pending& pending = **found;
-  pending.result = decode(pending.response, body, pending.resp) ? QMI_NO_ERR : QMI_INTERNAL_ERR;
+  const bool good = is_whole(header, packet) &&
+                    decode(pending.response, packet.subspan(kHeaderBytes), pending.resp);
+  pending.result = good ? QMI_NO_ERR : QMI_INTERNAL_ERR;
   pending.done = true;
 }
 

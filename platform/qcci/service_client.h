@@ -1,6 +1,8 @@
 // One client of one server: an endpoint of its own, the requests in flight on it, its callbacks.
 //
-// Locks, in the order they are taken: the directory's, a client's channel lock, its lane's.
+// Locks of the library, in the order they are taken: the directory's; a client's or a notifier's;
+// a lane's; those of the reading thread, the callback threads, the signals and the handles, which
+// are leaves. The program's own locks are taken before all of them, none is held over a callback.
 #pragma once
 
 #include <memory>
@@ -70,7 +72,7 @@ class ServiceClient final : public HandleTarget, public Channel, public ServiceW
 
   void on_packet(Address source, std::span<const uint8_t> packet) override REQUIRES(lock_);
   void on_closed() override REQUIRES(lock_);
-  void on_response(const Header& header, std::span<const uint8_t> body) REQUIRES(lock_);
+  void on_response(const Header& header, std::span<const uint8_t> packet) REQUIRES(lock_);
   void on_indication(const Header& header, std::span<const uint8_t> body) REQUIRES(lock_);
   void service_gone() REQUIRES(lock_);
   void post_error() REQUIRES(lock_);

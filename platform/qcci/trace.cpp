@@ -48,7 +48,7 @@ class Words {
       }
       out_ += "  ";
       if (row != nullptr) {
-        value(*row);
+        value(*row, !show_hidden_ && row->shape.hidden);
       } else {
         char name[16];
         snprintf(name, sizeof name, "0x%02x = ", tlv);
@@ -76,13 +76,12 @@ class Words {
   }
 
  private:
-  void value(const Field& field) {
+  void value(const Field& field, bool hide) {
     const Shape& shape = field.shape;
     out_ += field.name;
     out_ += " = ";
     size_t count = shape.bound;
     if (shape.counted() && !number(shape.count_bytes(), count)) return;
-    const bool hide = shape.hidden && !show_hidden_;
     if (shape.members == nullptr && shape.wire_bytes == 1 && shape.form != Form::One) {
       bytes(std::min(count, end_ - at_), hide);
       return;
@@ -100,15 +99,16 @@ class Words {
       out_ += '{';
       for (uint16_t i = 0; i < shape.member_count; ++i) {
         if (i > 0) out_ += ", ";
-        value(shape.members[i]);
+        const Field& member = shape.members[i];
+        value(member, hide || (!show_hidden_ && member.shape.hidden));
       }
       out_ += '}';
       return;
     }
     const size_t start = at_;
-    size_t scalar;
-    if (!number(shape.wire_bytes, scalar)) return;
-    out_ += hide ? ".." : std::to_string(scalar);
+    size_t scalar = 0;
+    if (!number(shape.wire_bytes, scalar)) at_ = end_;  // cut short
+    out_ += hide || at_ - start < shape.wire_bytes ? ".." : std::to_string(scalar);
     if (hide) cover(start, at_);
   }
 
@@ -160,10 +160,12 @@ std::string text(char direction, const qmi_idl_service_object& service,
                  std::span<const uint8_t> packet, bool show_hidden) {
   const auto header = read_header(packet);
   char line[160];
-  if (!header) {
+  if (!header || !is_whole(*header, packet)) {
     snprintf(line, sizeof line, "%c %s malformed len %zu\n", direction, service.name,
              packet.size());
-    return line + Words(packet, true).hex();
+    // What a value would be is not known, so none is shown.
+    const size_t shown = show_hidden ? packet.size() : std::min(packet.size(), kHeaderBytes);
+    return line + Words(packet.first(shown), true).hex();
   }
   const Message* message = service.find(header->kind, header->message);
   snprintf(line, sizeof line, "%c %s 0x%04x %s %s #%u len %u\n", direction, service.name,
