@@ -8,7 +8,9 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
+#include <string_view>
 
 #include "environment.h"
 #include "properties.h"
@@ -34,6 +36,10 @@ bool has_syslog() {
   return there;
 }
 
+void write_line(int fd, std::string_view line) {
+  [[maybe_unused]] const ssize_t n = write(fd, line.data(), line.size());
+}
+
 [[gnu::format(printf, 3, 0)]] void write_log(int priority, char mark, const char* format,
                                              va_list args) {
   const environment::Output& output = environment::system_log();
@@ -42,14 +48,20 @@ bool has_syslog() {
     if (has_syslog()) vsyslog(priority, format, args);
     return;
   }
-  char* body = nullptr;
-  const int length = vasprintf(&body, format, args);
-  if (length < 0) return;
-  std::string line{mark, ' '};
-  line.append(body, static_cast<size_t>(length));
-  line += '\n';
-  free(body);
-  [[maybe_unused]] const ssize_t n = write(output.fd, line.data(), line.size());
+  char room[1024] = {mark, ' '};
+  constexpr int kBodyRoom = sizeof room - 3;  // between the mark and the newline
+  va_list again;
+  va_copy(again, args);
+  const int length = vsnprintf(room + 2, kBodyRoom + 1, format, args);
+  char* longer = nullptr;
+  if (length > kBodyRoom && vasprintf(&longer, format, again) >= 0) {
+    write_line(output.fd, std::string{mark, ' '} + longer + '\n');
+    free(longer);
+  } else if (length >= 0) {
+    room[2 + std::min(length, kBodyRoom)] = '\n';
+    write_line(output.fd, {room, static_cast<size_t>(2 + std::min(length, kBodyRoom) + 1)});
+  }
+  va_end(again);
 }
 
 }  // namespace

@@ -82,7 +82,9 @@ Exchange spoil(const Fault& fault, Packet response, std::vector<Packet> indicati
     default: break;
   }
   Exchange exchange;
-  for (Packet& packet : responses) exchange.deliveries.push_back({response_delay, packet});
+  for (Packet& packet : responses) {
+    exchange.deliveries.push_back({response_delay, std::move(packet)});
+  }
   const auto where =
       fault.action == Action::IndFirst ? exchange.deliveries.begin() : exchange.deliveries.end();
   std::vector<Exchange::Delivery> later;

@@ -63,32 +63,39 @@ class UnixServer::Connection final : public Peer {
 
   // Sends what waits, as far as the client takes it.
   void flush() {
-    while (!waiting_.empty() && send_now(waiting_.front())) waiting_.pop_front();
+    while (!waiting_.empty() && send_now(waiting_.front().source, waiting_.front().bytes)) {
+      waiting_.pop_front();
+    }
     if (waiting_.empty()) server_.watch(socket_.get(), EPOLLIN, true);
   }
 
  private:
+  struct Packet {
+    qmi::Address source;
+    std::vector<uint8_t> bytes;
+  };
+
   void deliver(qmi::Address source, std::span<const uint8_t> packet) override {
-    std::vector<uint8_t> framed(sizeof source + packet.size());
-    memcpy(framed.data(), &source, sizeof source);
-    memcpy(framed.data() + sizeof source, packet.data(), packet.size());
-    if (waiting_.empty() && send_now(framed)) return;
+    if (waiting_.empty() && send_now(source, packet)) return;
     if (waiting_.size() == kMaxWaiting) return;  // it does not read: lost, as on a real network
-    waiting_.push_back(std::move(framed));
+    waiting_.push_back({source, {packet.begin(), packet.end()}});
     server_.watch(socket_.get(), EPOLLIN | EPOLLOUT, true);
   }
 
   // False when the client has no room. What cannot be sent at all is lost with the client.
-  bool send_now(const std::vector<uint8_t>& framed) {
-    const ssize_t n =
-        ::send(socket_.get(), framed.data(), framed.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-    return n >= 0 || errno != EAGAIN;
+  bool send_now(qmi::Address source, std::span<const uint8_t> packet) {
+    iovec parts[] = {{&source, sizeof source},
+                     {const_cast<uint8_t*>(packet.data()), packet.size()}};
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = 2;
+    return sendmsg(socket_.get(), &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0 || errno != EAGAIN;
   }
 
   UnixServer& server_;
   const qmi::Descriptor socket_;
   const uint32_t port_;
-  std::deque<std::vector<uint8_t>> waiting_;
+  std::deque<Packet> waiting_;
 };
 
 UnixServer::UnixServer(Router& router) : router_(router), epoll_(epoll_create1(EPOLL_CLOEXEC)) {}

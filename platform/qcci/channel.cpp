@@ -23,8 +23,8 @@ Channel::~Channel() {
 
 void Channel::drop_endpoint() {
   if (endpoint_ == nullptr) return;
-  ReadingThread::instance().forget(id_, endpoint_->descriptor());
-  served_ = false;
+  if (known_) ReadingThread::instance().forget(id_, endpoint_->descriptor());
+  known_ = served_ = false;
   endpoint_.reset();
 }
 
@@ -38,6 +38,11 @@ void Channel::take(Endpoint::Received received, Address source, std::span<const 
   changed_.notify_all();
 }
 
+void Channel::prepare_to_wait() {
+  if (served_) ReadingThread::instance().leave_alone(id_, endpoint_->descriptor());
+  served_ = false;
+}
+
 bool Channel::read_one(timing::Deadline deadline) {
   if (reading_) {
     ++sleepers_;
@@ -45,8 +50,7 @@ bool Channel::read_one(timing::Deadline deadline) {
     --sleepers_;
     return in_time;
   }
-  if (served_) ReadingThread::instance().leave_alone(id_, endpoint_->descriptor());
-  served_ = false;
+  prepare_to_wait();
   reading_ = true;
   Endpoint* endpoint = endpoint_.get();
   Address source;
@@ -59,24 +63,33 @@ bool Channel::read_one(timing::Deadline deadline) {
   return received != Endpoint::Received::TimedOut;
 }
 
-void Channel::stop_reading() {
+void Channel::hand_over() {
   if (!can_read() || reading_ || served_ || sleepers_ > 0) return;
-  served_ = true;
-  ReadingThread::instance().serve_when_readable(id_, endpoint_->descriptor(), shared_from_this());
+  ReadingThread& thread = ReadingThread::instance();
+  if (known_) {
+    thread.serve_when_readable(id_, endpoint_->descriptor());
+  } else {
+    thread.add(id_, endpoint_->descriptor(), shared_from_this());
+  }
+  known_ = served_ = true;
+}
+
+void Channel::drain() {
+  for (int taken = 0; can_read() && !reading_ && taken < kFlood; ++taken) {
+    Address source;
+    std::span<const uint8_t> packet;
+    const auto received = endpoint_->receive(source, packet, timing::kPast);
+    if (received == Endpoint::Received::TimedOut) return;
+    take(received, source, packet);
+  }
 }
 
 void Channel::serve() {
   MutexLock hold(lock_);
   if (reading_) return;
   served_ = false;
-  for (int taken = 0; can_read() && taken < kFlood; ++taken) {
-    Address source;
-    std::span<const uint8_t> packet;
-    const auto received = endpoint_->receive(source, packet, timing::kPast);
-    if (received == Endpoint::Received::TimedOut) break;
-    take(received, source, packet);
-  }
-  stop_reading();
+  drain();
+  hand_over();
 }
 
 void Channel::interrupt() {

@@ -28,11 +28,8 @@ class Channel : public std::enable_shared_from_this<Channel> {
   // The other end is gone for good; the endpoint is closed already.
   virtual void on_closed() REQUIRES(lock_) = 0;
 
-  // Takes an endpoint, which the reading thread serves from now on.
-  void open(std::unique_ptr<Endpoint> endpoint) REQUIRES(lock_) {
-    endpoint_ = std::move(endpoint);
-    stop_reading();
-  }
+  // Takes an endpoint. A `wait` or `hand_over` must follow.
+  void open(std::unique_ptr<Endpoint> endpoint) REQUIRES(lock_) { endpoint_ = std::move(endpoint); }
   bool is_open() const REQUIRES(lock_) { return endpoint_ != nullptr; }
 
   // Closes the endpoint, once no thread is reading it any more. Waiters return.
@@ -41,6 +38,16 @@ class Channel : public std::enable_shared_from_this<Channel> {
   // Lets the reader look at its condition again.
   void interrupt() REQUIRES(lock_);
 
+  // Keeps the reading thread away from what comes next, until a `wait` or `hand_over`. Whoever
+  // sends a request does this first, or the answer may wake a thread that has no use for it.
+  void prepare_to_wait() REQUIRES(lock_);
+
+  // Leaves the channel to the reading thread, unless somebody waits on it.
+  void hand_over() REQUIRES(lock_);
+
+  // Takes the packets that are there, if nobody else is about to.
+  void drain() REQUIRES(lock_);
+
   // Waits until `done()` (called with the lock held) is true, reading packets meanwhile. Ends
   // early at the deadline or when the channel is closed. The final value of `done()`.
   template <typename Done>
@@ -48,7 +55,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
     for (int taken = 0; !done() && can_read() && read_one(deadline); ++taken) {
       if (taken >= kFlood && timing::Clock::now() >= deadline) break;
     }
-    stop_reading();
+    hand_over();
     return done();
   }
 
@@ -63,12 +70,12 @@ class Channel : public std::enable_shared_from_this<Channel> {
   bool can_read() const REQUIRES(lock_) { return endpoint_ != nullptr && !closing_; }
   // Reads one packet, or sleeps while another thread reads. False at the deadline.
   bool read_one(timing::Deadline deadline) REQUIRES(lock_);
-  void stop_reading() REQUIRES(lock_);
   void drop_endpoint() REQUIRES(lock_);
   void take(Endpoint::Received received, Address source, std::span<const uint8_t> packet)
       REQUIRES(lock_);
 
   const uint64_t id_;                       // for the reading thread
+  bool known_ GUARDED_BY(lock_) = false;    // to the reading thread
   bool reading_ GUARDED_BY(lock_) = false;  // a thread is inside endpoint_->receive
   bool served_ GUARDED_BY(lock_) = false;   // the reading thread watches the descriptor
   bool closing_ GUARDED_BY(lock_) = false;

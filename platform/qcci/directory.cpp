@@ -41,6 +41,7 @@ qmi_client_error_type Directory::connect() {
 
 bool Directory::ask(Service& service) {
   service.asked = true;
+  prepare_to_wait();
   const ControlPacket lookup{.command = Control::NewLookup, .service = service.id};
   if (endpoint_->send(endpoint_->name_service(), bytes_of(lookup),
                       timing::peer_deadline(kLookupLimitMs)) != 0) {
@@ -53,7 +54,7 @@ bool Directory::ask(Service& service) {
 // Brings the view of a service up to date: takes what has arrived, and waits for the answer to a
 // lookup that has none yet. A name service that does not answer is waited for only once.
 qmi_client_error_type Directory::refresh(Service& service) {
-  wait(timing::kPast, [] { return false; });  // may find that the connection is gone
+  drain();  // may find that the connection is gone
   const qmi_client_error_type error = connect();
   if (error != QMI_NO_ERR) {
     service.asked = true;  // by the next connection
@@ -61,6 +62,7 @@ qmi_client_error_type Directory::refresh(Service& service) {
   }
   if (!service.asked && !ask(service)) {
     service.asked = false;
+    hand_over();
     return QMI_SERVICE_ERR;
   }
   if (!service.answered && !service.waited_for) {
@@ -69,6 +71,7 @@ qmi_client_error_type Directory::refresh(Service& service) {
     // Without an answer its end marker will not come, or will be one too many.
     if (!service.answered) std::erase(unanswered_, service.id);
   }
+  hand_over();
   return QMI_NO_ERR;
 }
 
@@ -215,7 +218,7 @@ void Directory::retry() {
   }
   if (!watched) return;
   if (connect() == QMI_NO_ERR) {
-    wait(timing::kPast, [] { return false; });
+    hand_over();
   } else {
     retry_soon();
   }

@@ -37,14 +37,17 @@ void ReadingThread::start() {
   std::thread([this] { run(); }).detach();
 }
 
-void ReadingThread::serve_when_readable(uint64_t id, int descriptor,
-                                        const std::shared_ptr<Channel>& channel) {
+void ReadingThread::add(uint64_t id, int descriptor, const std::shared_ptr<Channel>& channel) {
   epoll_event event = event_for(id, EPOLLIN | EPOLLONESHOT);
-  if (epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, descriptor, &event) == 0) return;
   MutexLock hold(lock_);
   channels_[id] = channel;
   epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, descriptor, &event);
   start();
+}
+
+void ReadingThread::serve_when_readable(uint64_t id, int descriptor) {
+  epoll_event event = event_for(id, EPOLLIN | EPOLLONESHOT);
+  epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, descriptor, &event);
 }
 
 void ReadingThread::leave_alone(uint64_t id, int descriptor) {

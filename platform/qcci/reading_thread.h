@@ -21,8 +21,11 @@ class ReadingThread {
   // The one of the process; never destroyed, so that it may still run while the process exits.
   static ReadingThread& instance();
 
-  // Serves `channel` once, as soon as `descriptor` polls readable, then needs to be asked again.
-  void serve_when_readable(uint64_t id, int descriptor, const std::shared_ptr<Channel>& channel);
+  // Serves `channel` once, as soon as `descriptor` polls readable.
+  void add(uint64_t id, int descriptor, const std::shared_ptr<Channel>& channel);
+
+  // The same once more, for a descriptor that was added before.
+  void serve_when_readable(uint64_t id, int descriptor);
 
   // Takes the last request for a descriptor back. It may just be too late.
   void leave_alone(uint64_t id, int descriptor);

@@ -32,6 +32,7 @@ qmi_client_error_type ServiceClient::start() {
     if (opened.endpoint == nullptr) return opened.error;
     MutexLock hold(lock_);
     open(std::move(opened.endpoint));
+    hand_over();
   }
   auto self = std::static_pointer_cast<ServiceClient>(shared_from_this());
   Directory& directory = Directory::instance();
@@ -89,13 +90,14 @@ qmi_client_error_type ServiceClient::exchange(const Message& request, const void
                request_.data());
   const auto packet = std::span(request_).first(kHeaderBytes + *body);
   if (trace::is_on()) trace::record('>', service, packet);
+  prepare_to_wait();
   if (const int error = endpoint_->send(server_, packet, deadline); error != 0) {
+    hand_over();
     return send_error(error);
   }
-
   wait(deadline, [&]() REQUIRES(lock_) { return pending.done || gone_ || released_; });
   // The response may have been sent before the service left: what is there already counts.
-  if (!pending.done) wait(timing::kPast, [&] { return pending.done; });
+  if (!pending.done) drain();
   if (pending.done) return pending.result;
   if (released_) return QMI_PORT_NOT_OPEN_ERR;
   return gone_ ? QMI_SERVICE_ERR : QMI_TIMEOUT_ERR;
