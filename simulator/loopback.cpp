@@ -31,8 +31,7 @@ class LoopbackEndpoint final : public qmi::Endpoint, private Peer {
       pollfd fds[] = {{arrived_.descriptor(), POLLIN, 0}, {interrupted_.descriptor(), POLLIN, 0}};
       may_wait = qmi::poll_until(fds, 2, deadline) != 0;
       if (fds[1].revents != 0) {
-        interrupted_.clear();
-        return Received::Interrupted;
+        return Received::Closed;
       }
     }
   }

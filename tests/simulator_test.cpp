@@ -198,8 +198,8 @@ TEST_F(Simulator, OfTwoServersStartedTogetherOneServes) {
     servers.push_back(
         std::make_unique<Program>("tovi-modem", Args{"serve", "--unix", socket}, state));
   }
-  while (run("tovi", {"4", "1", "0", "550"}, served).out.find("data len(9)") == std::string::npos) {
-  }
+  for (auto& server : servers) server->wait_for_error_line("tovi-modem: ");
+  EXPECT_NE(run("tovi", {"4", "1", "0", "550"}, served).out.find("data len(9)"), std::string::npos);
   int refused = 0;
   for (auto& server : servers) server->kill(SIGTERM);
   for (auto& server : servers) refused += server->wait().status == 1;

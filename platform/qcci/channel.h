@@ -35,7 +35,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   // Closes the endpoint, once no thread is reading it any more. Waiters return.
   void close() REQUIRES(lock_);
 
-  // Lets the reader look at its condition again.
+  // Ends all waiting on the channel: it has nothing more to tell.
   void interrupt() REQUIRES(lock_);
 
   // Keeps the reading thread away from what comes next, until a `wait` or `hand_over`. Whoever

@@ -14,8 +14,7 @@ class Endpoint {
   enum class Received {
     Packet,
     TimedOut,
-    Interrupted,  // by `interrupt`
-    Closed,       // the other end is gone for good
+    Closed,  // the other end is gone for good, or `interrupt` was called
   };
 
   virtual ~Endpoint() = default;
@@ -28,7 +27,8 @@ class Endpoint {
   virtual Received receive(Address& source, std::span<const uint8_t>& packet,
                            timing::Deadline deadline) = 0;
 
-  // Makes the thread inside `receive` return, or the next one that enters it.
+  // Ends all waiting on this endpoint: the thread inside `receive` returns, and so does any later
+  // one, if only after the packets that are there already.
   virtual void interrupt() = 0;
 
   // A descriptor that polls readable while a packet may be there.

@@ -3,37 +3,52 @@
 #include <string.h>
 
 #include "environment.h"
+#include "qcci/endpoint.h"
 #include "qcci/qrtr_socket.h"
-#include "qcci/socket_endpoint.h"
 #include "qmi_client.h"
 
 namespace qmi {
 namespace {
 
-class QrtrEndpoint final : public SocketEndpoint {
+class QrtrEndpoint final : public Endpoint {
  public:
   explicit QrtrEndpoint(QrtrSocket socket)
       : socket_(std::move(socket)), buffer_(new uint8_t[kMaxPacketBytes]) {}
 
+  int send(Address to, std::span<const uint8_t> packet, timing::Deadline deadline) override {
+    for (;;) {
+      const int error = socket_.send(to, packet);
+      if (error != EAGAIN) return error;
+      if (timing::Clock::now() >= deadline) return ETIMEDOUT;
+      timing::sleep_ms(1);  // that the receiver has room again is not seen by poll
+    }
+  }
+
+  Received receive(Address& source, std::span<const uint8_t>& packet,
+                   timing::Deadline deadline) override {
+    for (bool waits = deadline > timing::Clock::now();;) {
+      if (waits) {
+        pollfd fds[] = {{socket_.descriptor(), POLLIN, 0}, {interrupted_.descriptor(), POLLIN, 0}};
+        waits = poll_until(fds, 2, deadline) != 0;
+        if (fds[1].revents != 0) return Received::Closed;
+      }
+      const ssize_t n = socket_.receive(source, {buffer_.get(), kMaxPacketBytes});
+      if (n >= 0) {
+        packet = {buffer_.get(), static_cast<size_t>(n)};
+        return Received::Packet;
+      }
+      if (errno != EAGAIN && errno != EINTR) return Received::Closed;
+      if (!waits) return Received::TimedOut;
+    }
+  }
+
+  void interrupt() override { interrupted_.set(); }
   int descriptor() const override { return socket_.descriptor(); }
   Address name_service() const override { return socket_.name_service(); }
 
  private:
-  int try_send(Address to, std::span<const uint8_t> packet) override {
-    return socket_.send(to, packet);
-  }
-
-  // A full receiver is not seen by poll.
-  void wait_for_room(timing::Deadline) override { timing::sleep_ms(1); }
-
-  Taken try_receive(Address& source, std::span<const uint8_t>& packet) override {
-    const ssize_t n = socket_.receive(source, {buffer_.get(), kMaxPacketBytes});
-    if (n < 0) return errno == EAGAIN || errno == EINTR ? Taken::Nothing : Taken::Closed;
-    packet = {buffer_.get(), static_cast<size_t>(n)};
-    return Taken::Packet;
-  }
-
   const QrtrSocket socket_;
+  WakeEvent interrupted_;
   // Not cleared: of 64 KiB only the pages that packets reach are ever touched.
   const std::unique_ptr<uint8_t[]> buffer_;
 };

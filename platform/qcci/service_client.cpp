@@ -139,7 +139,7 @@ void ServiceClient::on_closed() {
 }
 
 void ServiceClient::service_gone() {
-  if (gone_) return;
+  if (gone_ || released_) return;
   gone_ = true;
   post_error();
   interrupt();

@@ -4,50 +4,89 @@
 #include <errno.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/uio.h>
 #include <sys/un.h>
 
-#include "qcci/socket_endpoint.h"
+#include "qcci/descriptor.h"
+#include "qcci/endpoint.h"
 #include "qmi_client.h"
 
 namespace qmi {
 namespace {
 
+using std::chrono::microseconds;
+
 constexpr uint32_t kNode = 1;
 constexpr size_t kBufferBytes = sizeof(Address) + kMaxPacketBytes;
 
-class UnixEndpoint final : public SocketEndpoint {
+class UnixEndpoint final : public Endpoint {
  public:
   explicit UnixEndpoint(Descriptor socket)
       : socket_(std::move(socket)), buffer_(new uint8_t[kBufferBytes]) {}
 
-  int descriptor() const override { return socket_.get(); }
-  Address name_service() const override { return {kNode, kControlPort}; }
-
- private:
-  int try_send(Address to, std::span<const uint8_t> packet) override {
+  int send(Address to, std::span<const uint8_t> packet, timing::Deadline deadline) override {
     iovec parts[] = {{&to, sizeof to}, {const_cast<uint8_t*>(packet.data()), packet.size()}};
     msghdr message{};
     message.msg_iov = parts;
     message.msg_iovlen = 2;
-    if (sendmsg(socket_.get(), &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) return 0;
-    return errno == EINTR ? EAGAIN : errno;
+    while (sendmsg(socket_.get(), &message, MSG_DONTWAIT | MSG_NOSIGNAL) < 0) {
+      if (errno != EAGAIN && errno != EINTR) return errno;
+      if (timing::Clock::now() >= deadline) return ETIMEDOUT;
+      pollfd room{socket_.get(), POLLOUT, 0};
+      poll_until(&room, 1, deadline);
+    }
+    return 0;
   }
 
-  Taken try_receive(Address& source, std::span<const uint8_t>& packet) override {
-    const ssize_t n = recv(socket_.get(), buffer_.get(), kBufferBytes, MSG_DONTWAIT | MSG_TRUNC);
-    if (n < 0) return errno == EAGAIN || errno == EINTR ? Taken::Nothing : Taken::Closed;
-    if (n == 0) return Taken::Closed;
-    const auto size = static_cast<size_t>(n);
-    if (size < sizeof source || size > kBufferBytes) return Taken::Dropped;
-    memcpy(&source, buffer_.get(), sizeof source);
-    packet = {buffer_.get() + sizeof source, size - sizeof source};
-    return Taken::Packet;
+  Received receive(Address& source, std::span<const uint8_t>& packet,
+                   timing::Deadline deadline) override {
+    for (;;) {
+      const bool waits = wait_until(deadline);
+      const ssize_t n =
+          recv(socket_.get(), buffer_.get(), kBufferBytes, MSG_TRUNC | (waits ? 0 : MSG_DONTWAIT));
+      if (n == 0) return Received::Closed;
+      if (n < 0) {
+        if (errno == EAGAIN && !waits) return Received::TimedOut;
+        if (errno != EAGAIN && errno != EINTR) return Received::Closed;
+        continue;
+      }
+      const auto size = static_cast<size_t>(n);
+      if (size < sizeof source || size > kBufferBytes) continue;
+      memcpy(&source, buffer_.get(), sizeof source);
+      packet = {buffer_.get() + sizeof source, size - sizeof source};
+      return Received::Packet;
+    }
+  }
+
+  void interrupt() override { shutdown(socket_.get(), SHUT_RD); }
+  int descriptor() const override { return socket_.get(); }
+  Address name_service() const override { return {kNode, kControlPort}; }
+
+ private:
+  // Makes the next receive wait until `deadline`; false when that has passed. The time-out is the
+  // socket's own, which costs no call as long as requests with the same time-out follow each other.
+  bool wait_until(timing::Deadline deadline) {
+    constexpr microseconds kNear{1000};
+    if (deadline == timing::kPast) return false;
+    microseconds left{0};  // to the socket: without limit
+    if (deadline != timing::kNever) {
+      left = std::chrono::ceil<microseconds>(deadline - timing::Clock::now());
+      if (left <= microseconds{0}) return false;
+    }
+    const bool same = left == time_out_ || (left < time_out_ && time_out_ - left < kNear);
+    if (same && (left > kNear || left == time_out_)) return true;
+    time_out_ = left;
+    const timeval limit{static_cast<time_t>(left.count() / 1'000'000),
+                        static_cast<suseconds_t>(left.count() % 1'000'000)};
+    setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    return true;
   }
 
   const Descriptor socket_;
   // Not cleared: of 64 KiB only the pages that packets reach are ever touched.
   const std::unique_ptr<uint8_t[]> buffer_;
+  microseconds time_out_{0};  // belongs to the one thread inside `receive`
 };
 
 }  // namespace
