@@ -6,15 +6,9 @@ set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 cache=${QRTR_LAB_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/qrtr-lab}
 
-need=()
-for pair in qemu-system-x86_64:qemu-system-x86 busybox:busybox-static cpio:cpio \
-            depmod:kmod xz:xz-utils gcc:gcc python3:python3; do
-    command -v "${pair%%:*}" >/dev/null || need+=("${pair#*:}")
-done
-if ((${#need[@]})); then
-    DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${need[@]}"
-fi
+"$here/../install-packages" qemu-system-x86 busybox-static cpio kmod xz-utils python3
 
+[ $# -gt 0 ] || apt-cache show linux-image-amd64 >/dev/null 2>&1 || apt-get update >/dev/null
 pkg=${1:-$(apt-cache depends linux-image-amd64 | sed -n 's/.*Depends: \(linux-image-[^ ]*\)/\1/p' | head -1)}
 mkdir -p "$cache/debs"
 if [ ! -d "$cache/kernel/$pkg" ]; then
