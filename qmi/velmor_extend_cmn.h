@@ -61,6 +61,13 @@ int velmor_common_qmi_req(unsigned int t, unsigned int l, void* v, void* rsp);
 // -1 when that fails. The result inside the response is not looked at.
 int velmor_get_sar_dsi();
 
+// Sends one NAS request on a client that lives for this call only: `req` and `resp` are the C
+// structures of message `msg_id` with their sizes. 0; -1 for a null structure or when no client
+// could be opened within 5 s; else the library's result of the send. What the modem's result in the
+// response says is the caller's. One caller at a time.
+int velmor_send_nas_qmi_req_msg(unsigned int msg_id, void* req, unsigned int req_len, void* resp,
+                                unsigned int resp_len, unsigned int time_out_ms);
+
 // Callbacks for clients that only want to be heard of in the log. They run on threads of the QMI
 // library.
 void velmor_qmi_client_common_empty_unsol_ind_cb(qmi_client_type handle, unsigned int msg_id,

@@ -7,6 +7,7 @@
 
 #include "environment.h"
 #include "sim_extension.h"
+#include "sim_nas.h"
 #include "sim_sar.h"
 
 namespace sim {
@@ -14,6 +15,7 @@ namespace {
 
 std::vector<std::unique_ptr<Service>> make_services(Modem& modem) {
   std::vector<std::unique_ptr<Service>> services;
+  services.push_back(std::make_unique<NasService>());
   services.push_back(std::make_unique<SarService>(modem));
   services.push_back(std::make_unique<ExtensionService>(modem));
   return services;

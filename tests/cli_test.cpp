@@ -71,8 +71,8 @@ TEST_F(Cli, WithoutAModuleThereIsTheWholeHelp) {
 TEST_F(Cli, ModulesWithoutAHandlerAreNotSupported) {
   EXPECT_EQ(tovi({"2"}), line("main", "Not support"));
   EXPECT_EQ(tovi({"1", "1"}), line("main", "Not support"));
-  EXPECT_EQ(tovi({"12", "0"}),
-            line("velmor_test_qmi_do", "note: module 12 is not part of this build"));
+  EXPECT_EQ(tovi({"10", "0"}),
+            line("velmor_test_mbn_do", "note: module 10 is not part of this build"));
 }
 
 TEST_F(Cli, WrongArgumentsAreNotedWithTheModulesHelp) {
@@ -84,6 +84,7 @@ TEST_F(Cli, WrongArgumentsAreNotedWithTheModulesHelp) {
   const std::string inputs = "note: Too few inputs, Pls refer to the following cmd:";
   const std::string id = "note: the second parameters(qmi_id) should be >= 0 && < 6";
   const std::string nvefs = "velmor_test_nvefs_do", send = "velmor_test_qmi_send_data_do";
+  const std::string scan = "velmor_test_qmi_do";
   const struct {
     Args args;
     std::string notes;
@@ -99,10 +100,14 @@ TEST_F(Cli, WrongArgumentsAreNotedWithTheModulesHelp) {
       {{"6", "2"}, line(send, few)},
       {{"6", "6", "1"}, line(send, id)},
       {{"6", "-1", "1"}, line(send, id)},
+      {{"12"}, line(scan, few)},
+      {{"12", "2"}, line(scan, second)},
+      {{"12", "-1"}, line(scan, second)},
   };
   for (const auto& row : rows) {
-    const char* heading = row.args[0] == "4" ? "4: nvefs" : "6: velmor";
-    EXPECT_EQ(tovi(row.args), row.notes + help(heading));
+    const std::map<std::string, const char*> headings = {
+        {"4", "4: nvefs"}, {"6", "6: velmor"}, {"12", "12: qmi"}};
+    EXPECT_EQ(tovi(row.args), row.notes + help(headings.at(row.args[0])));
   }
   EXPECT_FALSE(exists(folder / "state"));
 }
@@ -210,6 +215,53 @@ TEST_F(Cli, ARawPayloadIsSentAndItsAnswerDumped) {
                          line(f, "velmor_extend_qmi_send_sync fail") + help("6: velmor")),
             std::string::npos);
   EXPECT_NE(tovi({"6", "4", "200"}).find(line(f, " 5E")), std::string::npos);
+}
+
+TEST_F(Cli, AScanRunsOnAClientOfItsOwn) {
+  const auto scan = [](const std::string& name, int id, const std::string& heard,
+                       const std::string& failure) {
+    const std::string f = "velmor_send_nas_perform_" + name + "_req_msg_v01";
+    const std::string send = "velmor_send_nas_qmi_req_msg";
+    const std::string result = failure.empty() ? "" : line(f, failure);
+    return line(f, "function entry ------------->") + line(f, f + ", scan_scope = 0") +
+           line(send, "function entry ------------->") +
+           line(send, send + ", msg_id = " + std::to_string(id) +
+                          ", time_out_ms = 10000, qmi_client_ptr = 0x00000000") +
+           line("velmor_qmi_client_init", "init qmi_client") + heard +
+           line(send, "function exit <-------------") + result +
+           line(f, "function exit <-------------");
+  };
+  const std::string opened = line("velmor_qmi_client_init", "qmi_svc_client 0x1");
+  const std::string released =
+      line("velmor_qmi_client_recovery", "velmor_qmi_client_recovery, qmi_client_ptr 0x1");
+  const std::string heard = line("velmor_qmi_client_unsol_ind_cb", "msg_id 133");
+  EXPECT_EQ(tovi({"12", "0"}), scan("network_scan", 33, opened + released, ""));
+  EXPECT_EQ(tovi({"12", "1", "x"}), scan("incremental_network_scan", 133, opened + released, ""));
+
+  variables["TOVI_SIM_FAULTS"] = "3/85=ind-first";
+  std::string out = tovi({"12", "1"});
+  size_t indications = 0;  // they may come before or after the line of the release
+  for (size_t at; (at = out.find(heard)) != std::string::npos; ++indications) {
+    out.erase(at, heard.size());
+  }
+  EXPECT_EQ(indications, 4u);
+  EXPECT_EQ(out, scan("incremental_network_scan", 133, opened + released, ""));
+
+  variables["TOVI_MODEM"] = "unix:" + (folder / "nobody");
+  variables["TOVI_TIME_SCALE"] = "0.01";
+  const std::string null =
+      line("velmor_send_nas_qmi_req_msg", "qmi_client_ptr is NULL") +
+      line("velmor_qmi_client_recovery", "velmor_qmi_client_recovery, qmi_client_ptr (nil)") +
+      line("velmor_qmi_client_recovery", "qmi_client_ptr is NULL");
+  EXPECT_EQ(tovi({"12", "0"}),
+            scan("network_scan", 33,
+                 line("velmor_qmi_client_init",
+                      "velmor_qmi_client_init instance failed, qmi_client_error = -3") +
+                     null,
+                 "qmi_client_send_msg_sync fail, qmi_client_error = -1") +
+                line("velmor_test_qmi_do",
+                     "VELMOR_LOG_DEBUGnote: Error happen! error_code(-1)VELMOR_LOG_DEBUG") +
+                help("12: qmi"));
 }
 
 TEST_F(Cli, TheFlagsSwitchLogAndEchoApart) {

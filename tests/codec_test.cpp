@@ -1,5 +1,7 @@
 // Message tables, the codec that walks them, the trace, and the number readers.
 #include "gtest/gtest.h"
+#include "modem_api/nas/nas_service.h"
+#include "modem_api/sar/sar_service.h"
 #include "qcci/qmi_codec.h"
 #include "qcci/trace.h"
 #include "support/fake_modem.h"
@@ -18,10 +20,13 @@ const qmi_idl_service_object& extension() {
 }
 
 TEST(MessageTables, DeclaredSizesAreWhatTheRowsAddUpTo) {
-  for (const Message& message : extension().messages) {
-    EXPECT_EQ(largest_body(message), message.wire_max)
-        << message.name << " " << int(message.kind) << " " << message.id;
-    EXPECT_LE(message.wire_max, extension().wire_max);
+  for (const auto* service : {&extension(), sar_get_service_object_internal_v01(1, 15, 6),
+                              nas_get_service_object_internal_v01(1, 397, 6)}) {
+    for (const Message& message : service->messages) {
+      EXPECT_EQ(largest_body(message), message.wire_max)
+          << service->name << " " << message.name << " " << int(message.kind);
+      EXPECT_LE(message.wire_max, service->wire_max);
+    }
   }
   EXPECT_EQ(extension().messages.size(), 14u);
   EXPECT_EQ(extension().wire_max, 1553u);
@@ -32,6 +37,8 @@ TEST(MessageTables, ServiceObjectIsGivenForItsVersionOnly) {
   EXPECT_EQ(velmor_extend_get_service_object_internal_v01(1, 2, 6), nullptr);
   EXPECT_EQ(velmor_extend_get_service_object_internal_v01(2, 1, 6), nullptr);
   EXPECT_EQ(velmor_extend_get_service_object_internal_v01(1, 1, 5), nullptr);
+  EXPECT_EQ(sar_get_service_object_internal_v01(1, 14, 6), nullptr);
+  EXPECT_EQ(nas_get_service_object_internal_v01(1, 396, 6), nullptr);
 }
 
 // A message with every kind of row.

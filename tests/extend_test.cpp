@@ -1,6 +1,7 @@
 // The extension client, the common requests and the NV/EFS library: what they send, byte for byte,
 // and what they make of whatever comes back.
 #include "modem.h"
+#include "modem_api/nas/nas_service.h"
 #include "sim_extension.h"
 #include "support/fake_modem_fixture.h"
 #include "utilities/velmor_result.h"
@@ -280,6 +281,47 @@ TEST_F(Extend, TheSarDsiIsAskedThroughAClientOfItsOwn) {
   EXPECT_EQ(sar("02 0400 0000"), -1);
   EXPECT_EQ(hex(modem.requests().at(0)), "00010002000000");
   modem.remove_service(9);
+}
+
+TEST_F(Extend, ANasRequestIsSentOnAClientOfItsOwn) {
+  modem.add_service(0x03, 11);
+  nas_perform_network_scan_req_msg_v01 scan{};
+  nas_perform_network_scan_resp_msg_v01 found{};
+  nas_perform_incremental_network_scan_req_msg_v01 incremental{};
+  nas_perform_incremental_network_scan_resp_msg_v01 accepted{};
+  const auto reply_with = [&](const std::string& tlvs) {
+    modem.on_request([=](const Bytes& request) {
+      const auto id = static_cast<uint16_t>(request[3] | request[4] << 8);
+      return Replies{packet(qmi::Kind::Response, transaction_of(request), id, bytes(tlvs))};
+    });
+  };
+  const auto send_scan = [&] {
+    return velmor_send_nas_qmi_req_msg(0x21, &scan, sizeof scan, &found, sizeof found, 1000);
+  };
+  reply_with(
+      "02 0400 0000 0000 10 0c00 0100 cc01 0100 aa 04 54455354 11 0700 0100 cc01 0100 08"
+      "12 0700 0100 cc01 0100 00 13 0400 00000000 14 0300 08 cc01");
+  EXPECT_EQ(send_scan(), 0);
+  EXPECT_EQ(found.network[0].mcc, 460);
+  EXPECT_EQ(found.network[0].name_len, 4u);
+  EXPECT_EQ(found.rat[0].rat, 8);
+  reply_with("02 0400 0100 5e00");
+  EXPECT_EQ(send_scan(), 0);  // what the modem says is the caller's
+  EXPECT_EQ(found.resp.error, 0x5eu);
+  reply_with("02 0400 0000 0000");
+  EXPECT_EQ(send_scan(), 0);
+  EXPECT_EQ(velmor_send_nas_qmi_req_msg(0x85, &incremental, sizeof incremental, &accepted,
+                                        sizeof accepted, 1000),
+            0);
+  const auto requests = modem.requests();
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_EQ(hex(requests[0]), "00010021000000");
+  EXPECT_EQ(hex(requests[1]), "00010085000000");  // a first transaction again
+  EXPECT_EQ(velmor_send_nas_qmi_req_msg(0x21, nullptr, 0, &found, sizeof found, 1000), -1);
+  EXPECT_EQ(velmor_send_nas_qmi_req_msg(0x21, &scan, sizeof scan, nullptr, 0, 1000), -1);
+  modem.on_request([](const Bytes&) { return Replies{}; });
+  EXPECT_EQ(send_scan(), QMI_TIMEOUT_ERR);
+  modem.remove_service(11);
 }
 
 char g_path[] = "/ab";

@@ -1,0 +1,17 @@
+// The modem's side of the NAS service: network scans.
+#pragma once
+
+#include "service.h"
+
+namespace sim {
+
+class NasService final : public Service {
+ public:
+  const qmi_idl_service_object& description() const override;
+  uint32_t answer(qmi::Address client, uint16_t message, const void* request, void* response,
+                  Indications& indications) override;
+  void client_gone(qmi::Address) override {}
+  void all_clients_gone() override {}
+};
+
+}  // namespace sim
