@@ -74,8 +74,25 @@ struct velmor_common_direct_req {
 };
 static_assert(sizeof(velmor_common_direct_req) == 512);
 
-// Types of common requests.
+// Types of common requests: in the direct form the RF settings, whose values are the structures
+// below; in the other form the rest.
+inline constexpr uint32_t VELMOR_COMMON_GPIO_SET = 0;
+inline constexpr uint32_t VELMOR_COMMON_TX_SET = 1;
 inline constexpr uint32_t VELMOR_COMMON_NV_SYNC = 35;
+
+inline constexpr int kMaxGpioValues = 50;
+
+struct velmor_gpio_setting {
+  int32_t count;
+  int32_t values[kMaxGpioValues];
+};
+
+struct velmor_tx_setting {
+  int32_t v_ant;  // 0 lower, 1 upper antenna
+  int32_t v_sys;  // 0 GSM, 1 WCDMA, 2 CDMA, 3 TD-SCDMA, 4 LTE
+  uint64_t v_band_list;
+};
+static_assert(sizeof(velmor_tx_setting) == 16);
 
 // The answer to a common request.
 struct velmor_common_rsp {

@@ -21,6 +21,7 @@ constexpr int kMaxInstance = 254;  // 255 asks for a new one
 constexpr size_t kMaxFileBytes = 1 << 20;
 
 constexpr int32_t kCommonNotSupported = 94;
+constexpr int32_t kCommonInvalidArgument = 48;
 
 std::string path_of(const velmor_nvefs_req& req) {
   const size_t told = std::min<size_t>(req.path_len, sizeof req.path);
@@ -170,12 +171,33 @@ void ExtensionService::end_write(int instance) {
 
 void ExtensionService::answer_common(Payload payload,
                                      velmor_extend_send_data_resp_msg_v01& response) {
-  uint32_t words[3];
-  memcpy(words, payload.data(), sizeof words);
-  const uint32_t type = words[0] == kCommonTypeLengthValueForm ? words[2] : words[0];
+  velmor_common_direct_req direct;
+  velmor_common_tlv_req tlv;
+  memcpy(&direct, payload.data(), sizeof direct);
+  memcpy(&tlv, payload.data(), sizeof tlv);
   velmor_common_rsp rsp{};
-  if (type != VELMOR_COMMON_NV_SYNC) rsp.result = kCommonNotSupported;
+  switch (direct.type == kCommonTypeLengthValueForm ? tlv.type : direct.type) {
+    case VELMOR_COMMON_GPIO_SET: rsp.result = set_gpio(direct); break;
+    case VELMOR_COMMON_TX_SET: rsp.result = set_tx(direct); break;
+    case VELMOR_COMMON_NV_SYNC: break;
+    default: rsp.result = kCommonNotSupported; break;
+  }
   put_payload(&rsp, offsetof(velmor_common_rsp, data), response);
+}
+
+// A setting is kept as it came, in a file that is followed at the next start.
+int ExtensionService::set_gpio(const velmor_common_direct_req& req) {
+  velmor_gpio_setting setting;
+  memcpy(&setting, req.value, sizeof setting);
+  if (setting.count < 0 || setting.count > kMaxGpioValues) return kCommonInvalidArgument;
+  const size_t size = sizeof setting.count * (1 + static_cast<size_t>(setting.count));
+  return modem_.efs_write(0, "/nv/item_files/modem/velmor/rf_ant_port_config",
+                          {reinterpret_cast<const char*>(req.value), size});
+}
+
+int ExtensionService::set_tx(const velmor_common_direct_req& req) {
+  return modem_.efs_write(0, "/nv/item_files/modem/antenna/ant_tx_config",
+                          {reinterpret_cast<const char*>(req.value), sizeof(velmor_tx_setting)});
 }
 
 }  // namespace sim

@@ -39,6 +39,9 @@ class ExtensionService final : public Service {
                     velmor_extend_send_data_resp_msg_v01& response);
   void answer_common(Payload payload, velmor_extend_send_data_resp_msg_v01& response);
 
+  int set_gpio(const velmor_common_direct_req& req);
+  int set_tx(const velmor_common_direct_req& req);
+
   int nv_read(const velmor_nvefs_req& req, velmor_nvefs_rsp& rsp, size_t& data_bytes);
   int nv_write(const velmor_nvefs_req& req);
   int efs_read(const velmor_nvefs_req& req, velmor_nvefs_rsp& rsp, size_t& data_bytes);

@@ -2,6 +2,8 @@
 // afterwards.
 #include <stdio.h>
 
+#include <sstream>
+
 #include "gtest/gtest.h"
 #include "support/tool.h"
 
@@ -215,6 +217,52 @@ TEST_F(Cli, ARawPayloadIsSentAndItsAnswerDumped) {
                          line(f, "velmor_extend_qmi_send_sync fail") + help("6: velmor")),
             std::string::npos);
   EXPECT_NE(tovi({"6", "4", "200"}).find(line(f, " 5E")), std::string::npos);
+}
+
+TEST_F(Cli, AnRfSettingIsKeptShownAndDeleted) {
+  const std::string gpio = folder / "state/efs/0/nv/item_files/modem/velmor/rf_ant_port_config";
+  const std::string tx = folder / "state/efs/0/nv/item_files/modem/antenna/ant_tx_config";
+  const auto bodies = [&](const Args& args, const std::string& function) {
+    std::string all;
+    std::istringstream lines(tovi(args));
+    for (std::string one; std::getline(lines, one);) {
+      const std::string prefix = "RIL[" + function + "]: ";
+      if (one.starts_with(prefix)) all += one.substr(prefix.size()) + "|";
+    }
+    return all;
+  };
+  EXPECT_EQ(bodies({"3", "0", "300", "-1"}, "velmor_gpio_test_set"),
+            "velmor_gpio_test_set|velmor_gpio_test_set, gpio_v[0]: 300|"
+            "velmor_gpio_test_set, gpio_v[1]: -1|");
+  EXPECT_EQ(read_file(gpio), std::string("\x02\0\0\0\x2c\x01\0\0\xff\xff\xff\xff", 12));
+  EXPECT_EQ(bodies({"3", "1"}, "velmor_gpio_test_get"),
+            "velmor_gpio_test_get|data len(12)data: | 02| 00| 00| 00| 2C| 01| 00| 00| FF| FF| FF|"
+            " FF||");
+  EXPECT_EQ(bodies({"3", "2"}, "velmor_gpio_test_closed"), "velmor_gpio_test_closed|");
+  EXPECT_FALSE(exists(gpio));
+
+  EXPECT_EQ(bodies({"3", "3", "1", "4", "18446744073709551615"}, "velmor_rf_tx_test_set"),
+            "velmor_rf_tx_test_set, argc(6)| v_ant(1)| v_sys(4)| "
+            "v_band_list(18446744073709551615)|");
+  EXPECT_EQ(read_file(tx), std::string("\x01\0\0\0\x04\0\0\0", 8) + std::string(8, '\xff'));
+  EXPECT_EQ(bodies({"3", "4"}, "velmor_rf_tx_test_get").substr(0, 35),
+            "velmor_rf_tx_test_get|data len(16)|");
+  EXPECT_EQ(bodies({"3", "5"}, "velmor_rf_tx_test_closed"), "velmor_rf_tx_test_closed|");
+  EXPECT_EQ(bodies({"3", "5"}, "velmor_rf_tx_test_closed"),
+            "velmor_rf_tx_test_closed|velmor_extend_qmi_send_sync fail, REQUEST_ID_EFS|");
+  EXPECT_EQ(bodies({"3", "5"}, "velmor_test_rf_do"), "note: Error happen! error_code(-2)|");
+  EXPECT_FALSE(exists(tx));
+
+  EXPECT_EQ(bodies({"3", "3", "1", "4"}, "velmor_rf_tx_test_set"),
+            "velmor_rf_tx_test_set, argc(5)|note: need 5 inputs, Pls refer to the following cmd:|");
+  for (const char* command : {"1", "2", "4", "5"}) {
+    const std::string out = tovi({"3", command, "extra"});
+    EXPECT_NE(out.find("note: Cmd error, should be: tovi 3 " + std::string(command) +
+                       " , Pls refer to the following cmd:\n" +
+                       line("velmor_test_rf_do", "note: Error happen! error_code(268431370)") +
+                       help("3: rf")),
+              std::string::npos);
+  }
 }
 
 TEST_F(Cli, AScanRunsOnAClientOfItsOwn) {

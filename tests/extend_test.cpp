@@ -7,6 +7,7 @@
 #include "utilities/velmor_result.h"
 #include "velmor_extend_cmn.h"
 #include "velmor_extend_nvefs.h"
+#include "velmor_tovi_test_rf.h"
 #include "velmor_utils.h"
 
 namespace {
@@ -353,6 +354,38 @@ TEST_F(Extend, NvAndEfsRequestsByteForByte) {
     EXPECT_EQ(sent(), row.payload);
     EXPECT_EQ(hex(std::span(modem.requests()[0]).subspan(7, 17)),
               request_prefix("02000000", "00020000"));
+  }
+}
+
+TEST_F(Extend, RfSettingsByteForByte) {
+  std::vector<std::string> sixty = {"tovi", "3", "0"};
+  sixty.insert(sixty.end(), 60, "1");
+  std::string fifty = "000000000000000032";
+  for (int i = 0; i < 50; ++i) fifty += "00000001";
+  const std::string kGpioPath = "/nv/item_files/modem/velmor/rf_ant_port_config";
+  const std::string kTxPath = "/nv/item_files/modem/antenna/ant_tx_config";
+  const struct {
+    std::vector<std::string> words;
+    std::string payload;
+  } rows[] = {
+      {{"tovi", "3", "0"}, ""},
+      {{"tovi", "3", "0", "7", "-1"}, "00000000000000000200000007000000ffffffff"},
+      {sixty, fifty},
+      {{"tovi", "3", "3", "1", "4", "0x30000"}, "01000000000000000100000004000000000003"},
+      {{"tovi", "3", "3", "0", "2", "18446744073709551615"},
+       "01000000000000000000000002000000ffffffffffffffff"},
+      {{"tovi", "3", "1"},
+       "040000002f" + hex(Bytes(kGpioPath.begin(), kGpioPath.end()))},  // 47 with its NUL
+      {{"tovi", "3", "5"}, "060000002b" + hex(Bytes(kTxPath.begin(), kTxPath.end()))},
+  };
+  for (const auto& row : rows) {
+    std::vector<char*> argv;
+    for (const std::string& word : row.words) argv.push_back(const_cast<char*>(word.c_str()));
+    reply(nvefs_rsp(1, 1, 0, {1}));
+    testing::internal::CaptureStdout();
+    velmor_test_rf_do(static_cast<int>(argv.size()), argv.data());
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(sent(), row.payload);
   }
 }
 

@@ -63,7 +63,6 @@ int velmor_test_qmi_send_data_do(int argc, char** argv) {
   }
   VELMOR_LOG_DEBUG("velmor_qmi rsp data(qmi_id: %d, len: %d[max: %d]):", qmi_id,
                    static_cast<int>(received), kMaxBytes);
-  for (unsigned int i = 0; i < received; ++i) VELMOR_LOG_DEBUG(" %02X", response[i]);
-  VELMOR_LOG_DEBUG("%s", "");
+  velmor_log_bytes({response, received});
   return 0;
 }

@@ -97,6 +97,28 @@ bool velmor_check_module_args(int argc, char** argv, int module, int least, cons
   return true;
 }
 
+int velmor_run_test_command(int argc, char** argv, int module,
+                            std::span<const TestCommand> commands, const LogPlace& place) {
+  if (!velmor_check_module_args(argc, argv, module, 2, place)) return 0;
+  if (!velmor_check_module_args(argc, argv, module, 3, place)) return 0;
+  const int number = velmor_atoi(argv[2]);
+  for (const TestCommand& command : commands) {
+    if (command.number != number) continue;
+    if (const int code = command.run(argc, argv)) {
+      velmor_log(LogLevel::Debug, place, "note: Error happen! error_code(%d)", code);
+      show_help(module);
+    }
+    return 0;
+  }
+  velmor_refuse_command(module, place);
+  return 0;
+}
+
+void velmor_log_bytes(std::span<const unsigned char> bytes, const LogPlace& place) {
+  for (const unsigned char byte : bytes) velmor_log(LogLevel::Debug, place, " %02X", byte);
+  velmor_log(LogLevel::Debug, place, "%s", "");
+}
+
 void velmor_refuse_command(int module, const LogPlace& place) {
   velmor_log(LogLevel::Debug, place,
              "note: the second parameters is invalid, Pls refer to the following cmd:");

@@ -34,6 +34,22 @@ void velmor_show_help_lines(int asked, int own, std::span<const HelpLine> lines)
 bool velmor_check_module_args(int argc, char** argv, int module, int least,
                               const LogPlace& place = LogPlace::here());
 
+// A command of a module, by its number on the command line.
+struct TestCommand {
+  int number;
+  int (*run)(int argc, char** argv);  // 0, or a code that is noted with the module's help
+};
+
+// What most modules do: checks the arguments, the module number before a missing command, and runs
+// the command that argv[2] names. Says what is wrong, with the module's help. Always 0.
+int velmor_run_test_command(int argc, char** argv, int module,
+                            std::span<const TestCommand> commands,
+                            const LogPlace& place = LogPlace::here());
+
+// Logs each byte as a message of its own, then an empty message.
+void velmor_log_bytes(std::span<const unsigned char> bytes,
+                      const LogPlace& place = LogPlace::here());
+
 // Notes a refusal: the text, then the module's help.
 void velmor_refuse_command(int module, const LogPlace& place = LogPlace::here());
 

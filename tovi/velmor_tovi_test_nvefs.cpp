@@ -83,8 +83,7 @@ int noted(int code, const LogPlace& place = LogPlace::here()) {
 void print_data(const unsigned char* buf, unsigned int len,
                 const LogPlace& place = LogPlace::here()) {
   velmor_log(LogLevel::Debug, place, "data len(%d)\ndata: \n", static_cast<int>(len));
-  for (unsigned int i = 0; i < len; ++i) velmor_log(LogLevel::Debug, place, " %02X", buf[i]);
-  velmor_log(LogLevel::Debug, place, "%s", "");
+  velmor_log_bytes({buf, len}, place);
 }
 
 int velmor_nvefs_test_nv_read(int argc, char** argv) {
@@ -130,10 +129,10 @@ int velmor_nvefs_test_efs_delete(int argc, char** argv) {
   return noted(velmor_efs_delete(sub_of(argv), path_of(argv), path_len_of(argv)));
 }
 
-// Command 1 comes first.
-constexpr int (*kCommands[])(int argc, char** argv) = {
-    velmor_nvefs_test_nv_read,  velmor_nvefs_test_nv_write,  velmor_nvefs_test_nv_delete,
-    velmor_nvefs_test_efs_read, velmor_nvefs_test_efs_write, velmor_nvefs_test_efs_delete,
+constexpr TestCommand kCommands[] = {
+    {1, velmor_nvefs_test_nv_read},   {2, velmor_nvefs_test_nv_write},
+    {3, velmor_nvefs_test_nv_delete}, {4, velmor_nvefs_test_efs_read},
+    {5, velmor_nvefs_test_efs_write}, {6, velmor_nvefs_test_efs_delete},
 };
 
 }  // namespace
@@ -143,17 +142,5 @@ void velmor_test_nvefs_show_help(int module) {
 }
 
 int velmor_test_nvefs_do(int argc, char** argv) {
-  // The module number is looked at before the command is missed.
-  if (!velmor_check_module_args(argc, argv, kModule, 2)) return 0;
-  if (!velmor_check_module_args(argc, argv, kModule, 3)) return 0;
-  const int command = velmor_atoi(argv[2]);
-  if (command < 1 || command > static_cast<int>(std::size(kCommands))) {
-    velmor_refuse_command(kModule);
-    return 0;
-  }
-  if (const int code = kCommands[command - 1](argc, argv)) {
-    VELMOR_LOG_DEBUG("note: Error happen! error_code(%d)", code);
-    show_help(kModule);
-  }
-  return 0;
+  return velmor_run_test_command(argc, argv, kModule, kCommands);
 }

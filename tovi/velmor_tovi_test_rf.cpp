@@ -1,7 +1,23 @@
-// Module 3: RF test settings: GPIO values and the TX antenna.
+// Module 3: two factory RF settings, the GPIO values and the TX antenna.
+//
+//   tovi 3 0 value...                   set GPIO values
+//   tovi 3 3 v_ant v_sys v_band_list    fix transmission to one antenna
+//   tovi 3 1|4                          show what is set
+//   tovi 3 2|5                          end the test
+//
+// The modem keeps a setting in an EFS file and follows it after the next reboot.
 #include "velmor_tovi_test_rf.h"
 
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "utilities/velmor_result.h"
+#include "velmor_extend_cmn.h"
+#include "velmor_extend_nvefs.h"
 #include "velmor_tovi_test_modules.h"
+#include "velmor_tovi_test_parse.h"
 
 namespace {
 
@@ -28,12 +44,130 @@ constexpr HelpLine kHelp[] = {
 };
 // clang-format on
 
+// The modem expects the length of these paths with their NUL.
+char g_gpio_path[] = "/nv/item_files/modem/velmor/rf_ant_port_config";
+char g_tx_path[] = "/nv/item_files/modem/antenna/ant_tx_config";
+static_assert(sizeof g_gpio_path == 47 && sizeof g_tx_path == 43);
+
+constexpr int kBufBytes = 365;
+
+bool has_exactly_3_inputs(int argc, int command, const LogPlace& place) {
+  if (argc == 3) return true;
+  velmor_log(LogLevel::Debug, place,
+             "note: Cmd error, should be: tovi %d %d , Pls refer to the following cmd:", kModule,
+             command);
+  return false;
+}
+
+// Sends a setting; what the modem makes of it is not in its answer.
+template <typename Setting>
+int send_setting(uint32_t type, const Setting& setting, const LogPlace& place = LogPlace::here()) {
+  velmor_common_direct_req req{.type = type, .value = {}};
+  memcpy(req.value, &setting, sizeof setting);
+  unsigned char rsp[sizeof(velmor_common_rsp)];
+  unsigned int room = sizeof rsp;
+  const int code = velmor_extend_qmi_send_sync(
+      REQUEST_ID_COMMON, reinterpret_cast<unsigned char*>(&req), sizeof req, rsp, &room);
+  if (code != 0) {
+    velmor_log(LogLevel::Debug, place, "velmor_extend_qmi_send_sync fail, REQUEST_ID_COMMON");
+  }
+  return code;
+}
+
+// Reads a setting's file into `buf` of `*len` bytes.
+int read_setting(int argc, int command, char* path, size_t path_len, unsigned char* buf,
+                 unsigned int* len, const LogPlace& place = LogPlace::here()) {
+  velmor_log(LogLevel::Debug, place, "%s", place.function);
+  if (!has_exactly_3_inputs(argc, command, place)) return VELMOR_INVALID_ARGUMENT;
+  const int code = velmor_efs_read(0, path, static_cast<int>(path_len), buf, len);
+  if (code != 0) {
+    velmor_log(LogLevel::Debug, place, "velmor_extend_qmi_send_sync fail, REQUEST_ID_EFS");
+  }
+  return code;
+}
+
+int delete_setting(int argc, int command, char* path, size_t path_len,
+                   const LogPlace& place = LogPlace::here()) {
+  velmor_log(LogLevel::Debug, place, "%s", place.function);
+  if (!has_exactly_3_inputs(argc, command, place)) return VELMOR_INVALID_ARGUMENT;
+  const int code = velmor_efs_delete(0, path, static_cast<int>(path_len));
+  if (code != 0) {
+    velmor_log(LogLevel::Debug, place, "velmor_extend_qmi_send_sync fail, REQUEST_ID_EFS");
+  }
+  return code;
+}
+
+int velmor_gpio_test_set(int argc, char** argv) {
+  VELMOR_LOG_DEBUG("velmor_gpio_test_set");
+  if (argc < 3) {
+    VELMOR_LOG_DEBUG("note: Too few inputs, Pls refer to the following cmd:");
+    return VELMOR_INVALID_ARGUMENT;
+  }
+  velmor_gpio_setting setting{};
+  setting.count = std::min(argc - 3, kMaxGpioValues);
+  for (int i = 0; i < setting.count; ++i) {
+    setting.values[i] = velmor_atoi(argv[3 + i]);
+    VELMOR_LOG_DEBUG("velmor_gpio_test_set, gpio_v[%d]: %d", i, setting.values[i]);
+  }
+  return send_setting(VELMOR_COMMON_GPIO_SET, setting);
+}
+
+int velmor_gpio_test_get(int argc, char**) {
+  unsigned char buf[kBufBytes] = {};
+  unsigned int len = sizeof buf;
+  const int code = read_setting(argc, 1, g_gpio_path, sizeof g_gpio_path, buf, &len);
+  if (code != 0) return code;
+  VELMOR_LOG_DEBUG("data len(%d)data: ", static_cast<int>(len));
+  velmor_log_bytes({buf, len});
+  return 0;
+}
+
+int velmor_gpio_test_closed(int argc, char**) {
+  return delete_setting(argc, 2, g_gpio_path, sizeof g_gpio_path);
+}
+
+int velmor_rf_tx_test_set(int argc, char** argv) {
+  VELMOR_LOG_DEBUG("velmor_rf_tx_test_set, argc(%d)", argc);
+  if (argc != 6) {
+    // It counts six words and says five.
+    VELMOR_LOG_DEBUG("note: need %d inputs, Pls refer to the following cmd:", 5);
+    return VELMOR_INVALID_ARGUMENT;
+  }
+  velmor_tx_setting setting{};
+  setting.v_ant = velmor_atoi(argv[3]);
+  setting.v_sys = velmor_atoi(argv[4]);
+  setting.v_band_list = strtoull(argv[5], nullptr, 0);
+  VELMOR_LOG_DEBUG(" v_ant(%d)", setting.v_ant);
+  VELMOR_LOG_DEBUG(" v_sys(%d)", setting.v_sys);
+  VELMOR_LOG_DEBUG(" v_band_list(%llu)", static_cast<unsigned long long>(setting.v_band_list));
+  return send_setting(VELMOR_COMMON_TX_SET, setting);
+}
+
+int velmor_rf_tx_test_get(int argc, char**) {
+  unsigned char buf[kBufBytes] = {};
+  unsigned int len = sizeof buf;
+  const int code = read_setting(argc, 4, g_tx_path, sizeof g_tx_path, buf, &len);
+  if (code != 0) return code;
+  VELMOR_LOG_DEBUG("data len(%d)\ndata: ", static_cast<int>(len));
+  velmor_log_bytes({buf, len});
+  return 0;
+}
+
+int velmor_rf_tx_test_closed(int argc, char**) {
+  return delete_setting(argc, 5, g_tx_path, sizeof g_tx_path);
+}
+
+constexpr TestCommand kCommands[] = {
+    {0, velmor_gpio_test_set},  {1, velmor_gpio_test_get},  {2, velmor_gpio_test_closed},
+    {3, velmor_rf_tx_test_set}, {4, velmor_rf_tx_test_get}, {5, velmor_rf_tx_test_closed},
+};
+
 }  // namespace
 
 void velmor_test_rf_show_help(int module) {
   velmor_show_help_lines(module, kModule, kHelp);
 }
 
-int velmor_test_rf_do(int, char**) {
-  return velmor_module_is_missing(kModule);
+int velmor_test_rf_do(int argc, char** argv) {
+  return velmor_run_test_command(argc, argv, kModule, kCommands);
 }

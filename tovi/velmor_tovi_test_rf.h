@@ -1,4 +1,4 @@
-// Module 3: RF test settings: GPIO values and the TX antenna.
+// Module 3: two factory RF settings, the GPIO values and the TX antenna.
 #pragma once
 
 int velmor_test_rf_do(int argc, char** argv);
