@@ -74,27 +74,34 @@ int send_setting(uint32_t type, const Setting& setting, const LogPlace& place = 
   return code;
 }
 
-// Reads a setting's file into `buf` of `*len` bytes.
-int read_setting(int argc, int command, char* path, size_t path_len, unsigned char* buf,
-                 unsigned int* len, const LogPlace& place = LogPlace::here()) {
-  velmor_log(LogLevel::Debug, place, "%s", place.function);
-  if (!has_exactly_3_inputs(argc, command, place)) return VELMOR_INVALID_ARGUMENT;
-  const int code = velmor_efs_read(0, path, static_cast<int>(path_len), buf, len);
+// Passes a library's code on, with a note when it is a failure.
+int noted(int code, const LogPlace& place) {
   if (code != 0) {
     velmor_log(LogLevel::Debug, place, "velmor_extend_qmi_send_sync fail, REQUEST_ID_EFS");
   }
   return code;
 }
 
-int delete_setting(int argc, int command, char* path, size_t path_len,
+// Reads a setting's file and logs its bytes; `separator` stands between length and "data".
+int show_setting(int argc, int command, std::span<char> path, const char* separator,
+                 const LogPlace& place = LogPlace::here()) {
+  velmor_log(LogLevel::Debug, place, "%s", place.function);
+  if (!has_exactly_3_inputs(argc, command, place)) return VELMOR_INVALID_ARGUMENT;
+  unsigned char buf[kBufBytes] = {};
+  unsigned int len = sizeof buf;
+  const int code =
+      noted(velmor_efs_read(0, path.data(), static_cast<int>(path.size()), buf, &len), place);
+  if (code != 0) return code;
+  velmor_log(LogLevel::Debug, place, "data len(%d)%sdata: ", static_cast<int>(len), separator);
+  velmor_log_bytes({buf, len}, place);
+  return 0;
+}
+
+int delete_setting(int argc, int command, std::span<char> path,
                    const LogPlace& place = LogPlace::here()) {
   velmor_log(LogLevel::Debug, place, "%s", place.function);
   if (!has_exactly_3_inputs(argc, command, place)) return VELMOR_INVALID_ARGUMENT;
-  const int code = velmor_efs_delete(0, path, static_cast<int>(path_len));
-  if (code != 0) {
-    velmor_log(LogLevel::Debug, place, "velmor_extend_qmi_send_sync fail, REQUEST_ID_EFS");
-  }
-  return code;
+  return noted(velmor_efs_delete(0, path.data(), static_cast<int>(path.size())), place);
 }
 
 int velmor_gpio_test_set(int argc, char** argv) {
@@ -113,17 +120,11 @@ int velmor_gpio_test_set(int argc, char** argv) {
 }
 
 int velmor_gpio_test_get(int argc, char**) {
-  unsigned char buf[kBufBytes] = {};
-  unsigned int len = sizeof buf;
-  const int code = read_setting(argc, 1, g_gpio_path, sizeof g_gpio_path, buf, &len);
-  if (code != 0) return code;
-  VELMOR_LOG_DEBUG("data len(%d)data: ", static_cast<int>(len));
-  velmor_log_bytes({buf, len});
-  return 0;
+  return show_setting(argc, 1, g_gpio_path, "");
 }
 
 int velmor_gpio_test_closed(int argc, char**) {
-  return delete_setting(argc, 2, g_gpio_path, sizeof g_gpio_path);
+  return delete_setting(argc, 2, g_gpio_path);
 }
 
 int velmor_rf_tx_test_set(int argc, char** argv) {
@@ -144,17 +145,11 @@ int velmor_rf_tx_test_set(int argc, char** argv) {
 }
 
 int velmor_rf_tx_test_get(int argc, char**) {
-  unsigned char buf[kBufBytes] = {};
-  unsigned int len = sizeof buf;
-  const int code = read_setting(argc, 4, g_tx_path, sizeof g_tx_path, buf, &len);
-  if (code != 0) return code;
-  VELMOR_LOG_DEBUG("data len(%d)\ndata: ", static_cast<int>(len));
-  velmor_log_bytes({buf, len});
-  return 0;
+  return show_setting(argc, 4, g_tx_path, "\n");
 }
 
 int velmor_rf_tx_test_closed(int argc, char**) {
-  return delete_setting(argc, 5, g_tx_path, sizeof g_tx_path);
+  return delete_setting(argc, 5, g_tx_path);
 }
 
 constexpr TestCommand kCommands[] = {
