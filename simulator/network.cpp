@@ -85,7 +85,7 @@ void Network::request(Running& running, qmi::Address client, std::span<const uin
       });
     }
   }
-  for (Exchange::Delivery& delivery : exchange.deliveries) {
+  for (Delivery& delivery : exchange.deliveries) {
     if (delivery.delay_ms == 0) {
       deliver(running, client, delivery.packet);
       continue;

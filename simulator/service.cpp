@@ -1,5 +1,7 @@
 #include "service.h"
 
+#include <iterator>
+
 #include "qcci/qmi_codec.h"
 
 namespace sim {
@@ -48,57 +50,57 @@ void cut(Packet& packet, size_t body_bytes) {
 }
 
 // What the answer and its indications become under a fault.
-Exchange spoil(const Fault& fault, Packet response, std::vector<Packet> indications,
+Exchange spoil(const Fault& fault, Packet response, std::vector<Delivery> indications,
                std::minstd_rand& random) {
   using Action = Fault::Action;
   const uint32_t value = fault.value.value_or(0);
-  uint32_t response_delay = 0;
-  uint32_t indication_delay = 0;
-  std::vector<Packet> responses = {std::move(response)};
+  std::vector<Delivery> deliveries = {{0, std::move(response)}};
+  Packet& answer = deliveries[0].packet;
   switch (fault.action) {
-    case Action::Drop: responses.clear(); break;
-    case Action::Delay: response_delay = value; break;
-    case Action::Short: cut(responses[0], value); break;
+    case Action::Drop: deliveries.clear(); break;
+    case Action::Delay: deliveries[0].delay_ms = value; break;
+    case Action::Short: cut(answer, value); break;
     case Action::Garbage:
-      for (size_t i = qmi::kHeaderBytes; i < responses[0].size(); ++i) {
-        responses[0][i] = static_cast<uint8_t>(random() >> 8);
+      for (size_t i = qmi::kHeaderBytes; i < answer.size(); ++i) {
+        answer[i] = static_cast<uint8_t>(random() >> 8);
       }
       break;
-    case Action::Twice: responses.push_back(responses[0]); break;
-    case Action::IndDelay: indication_delay = value; break;
-    case Action::IndTwice: {
-      std::vector<Packet> twice;
-      for (const Packet& indication : indications) twice.insert(twice.end(), 2, indication);
-      indications = std::move(twice);
+    case Action::Twice: deliveries.push_back(deliveries[0]); break;
+    case Action::IndFirst:
+      for (Delivery& indication : indications) indication.delay_ms = 0;
+      indications.push_back(std::move(deliveries[0]));
+      deliveries.clear();
       break;
-    }
+    case Action::IndDelay:
+      for (Delivery& indication : indications) indication.delay_ms = value;
+      break;
+    case Action::IndTwice:
+      for (size_t i = indications.size(); i > 0; --i) {
+        const Delivery again = indications[i - 1];
+        indications.insert(indications.begin() + static_cast<ptrdiff_t>(i), again);
+      }
+      break;
     case Action::IndOther:
-      for (Packet& indication : indications) {
+      for (Delivery& indication : indications) {
         const auto id = static_cast<uint16_t>(value);
-        memcpy(&indication[3], &id, sizeof id);
+        memcpy(&indication.packet[3], &id, sizeof id);
       }
       break;
     case Action::NoInd: indications.clear(); break;
-    default: break;
+    case Action::Error:
+    case Action::Down:
+    case Action::Restart: break;  // seen to before the request is carried out
   }
-  Exchange exchange;
-  for (Packet& packet : responses) {
-    exchange.deliveries.push_back({response_delay, std::move(packet)});
-  }
-  const auto where =
-      fault.action == Action::IndFirst ? exchange.deliveries.begin() : exchange.deliveries.end();
-  std::vector<Exchange::Delivery> later;
-  for (Packet& packet : indications) later.push_back({indication_delay, std::move(packet)});
-  exchange.deliveries.insert(where, later.begin(), later.end());
-  return exchange;
+  std::move(indications.begin(), indications.end(), std::back_inserter(deliveries));
+  return {.deliveries = std::move(deliveries), .outage = std::nullopt};
 }
 
 }  // namespace
 
-void Indications::add(uint16_t message, const void* c_struct) {
+void Indications::add(uint16_t message, const void* c_struct, uint32_t delay_ms) {
   const qmi::Message* known = service_.find(Kind::Indication, message);
   if (known != nullptr) {
-    packets_.push_back(make_packet(Kind::Indication, 0, message, *known, c_struct));
+    deliveries_.push_back({delay_ms, make_packet(Kind::Indication, 0, message, *known, c_struct)});
   }
 }
 
@@ -135,7 +137,7 @@ Exchange carry_out(Service& service, qmi::Address client, std::span<const uint8_
   Packet response =
       response_to(service, client, *header, packet.subspan(qmi::kHeaderBytes), indications);
   constexpr Fault kNone{Fault::Action::Delay, 0};
-  return spoil(fault != nullptr ? *fault : kNone, std::move(response), indications.packets(),
+  return spoil(fault != nullptr ? *fault : kNone, std::move(response), indications.deliveries(),
                random);
 }
 

@@ -18,19 +18,26 @@ enum : uint32_t {
   kQmiNotSupported = 0x5E,
 };
 
+// A packet on its way to a client.
+struct Delivery {
+  uint32_t delay_ms;
+  std::vector<uint8_t> packet;
+};
+
 // The indications that a request causes, sent to its client after the response.
 class Indications {
  public:
   explicit Indications(const qmi_idl_service_object& service) : service_(service) {}
 
-  // Adds one, from the C structure of indication `message`.
-  void add(uint16_t message, const void* c_struct);
+  // Adds one, from the C structure of indication `message`, to be sent `delay_ms` after the
+  // request.
+  void add(uint16_t message, const void* c_struct, uint32_t delay_ms = 0);
 
-  const std::vector<std::vector<uint8_t>>& packets() const { return packets_; }
+  const std::vector<Delivery>& deliveries() const { return deliveries_; }
 
  private:
   const qmi_idl_service_object& service_;
-  std::vector<std::vector<uint8_t>> packets_;
+  std::vector<Delivery> deliveries_;
 };
 
 class Service {
@@ -54,10 +61,6 @@ class Service {
 
 // What comes of one packet of a client.
 struct Exchange {
-  struct Delivery {
-    uint32_t delay_ms;
-    std::vector<uint8_t> packet;
-  };
   struct Outage {
     bool of_all_services;
     std::optional<uint32_t> back_after_ms;

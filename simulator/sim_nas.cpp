@@ -42,7 +42,9 @@ void full_scan(nas_perform_network_scan_resp_msg_v01& resp) {
   }
 }
 
-// Each network is reported when it is found, then all of them once more with the end of the scan.
+constexpr uint32_t kFindMs = 500;
+
+// Each network is reported when it is found, together with those before it.
 void incremental_scan(Indications& indications) {
   nas_perform_incremental_network_scan_ind_msg_v01 ind{};
   ind.network_valid = 1;
@@ -55,7 +57,8 @@ void incremental_scan(Indications& indications) {
     entry.rat = network.rat;
     put_name(network, entry);
     if (ind.network_len == std::size(kNetworks)) ind.scan_status = 0;
-    indications.add(QMI_NAS_PERFORM_INCREMENTAL_NETWORK_SCAN_REQ_MSG_V01, &ind);
+    indications.add(QMI_NAS_PERFORM_INCREMENTAL_NETWORK_SCAN_REQ_MSG_V01, &ind,
+                    ind.network_len * kFindMs);
   }
 }
 
