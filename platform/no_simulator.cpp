@@ -2,6 +2,7 @@
 #include "environment.h"
 #include "qcci/endpoint.h"
 #include "qmi_client.h"
+#include "simulated_ports.h"
 
 namespace qmi {
 
@@ -15,3 +16,5 @@ Opened open_loopback_endpoint() {
 }
 
 }  // namespace qmi
+
+void open_simulated_ports() {}

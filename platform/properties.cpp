@@ -91,9 +91,5 @@ int property_set(const char* key, const char* value) {
   const std::string* folder = environment::state_folder();
   if (folder == nullptr || property_problem(key, value) != nullptr) return -1;
   if (!state_files::make_folder(*folder + "/tmp")) return -1;
-  state_files::FolderLock lock(*folder, state_files::LockPart::Writing);
-  const std::string path = *folder + "/properties";
-  const std::string text =
-      state_files::with_value(state_files::read(path).value_or(""), key, value);
-  return lock.held() && state_files::write(*folder, path, text) ? 0 : -1;
+  return state_files::set_value(*folder, *folder + "/properties", key, value) ? 0 : -1;
 }

@@ -158,4 +158,10 @@ FolderLock::~FolderLock() {
   if (fd_ >= 0) close(fd_);
 }
 
+bool set_value(const std::string& folder, const std::string& path, std::string_view key,
+               std::string_view value) {
+  const FolderLock lock(folder, LockPart::Writing);
+  return lock.held() && write(folder, path, with_value(read(path).value_or(""), key, value));
+}
+
 }  // namespace state_files

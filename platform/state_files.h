@@ -34,9 +34,9 @@ std::string with_value(std::string_view text, std::string_view key, std::string_
 
 std::string_view trim(std::string_view text);
 
-// The lock file has two parts: one held for a moment by whoever changes several things at once,
-// one held for the whole life of a server.
-enum class LockPart { Writing = 0, Serving = 1 };
+// The lock file has three parts: one held for a moment by whoever changes several things at once,
+// one held for the whole life of a server, one for that of the device ports.
+enum class LockPart { Writing = 0, Serving = 1, Ports = 2 };
 
 // Holds a part of folder/lock as long as it lives.
 class FolderLock {
@@ -54,5 +54,10 @@ class FolderLock {
  private:
   int fd_ = -1;
 };
+
+// Sets one key of a file of `key=value` lines in `folder`; nobody else changes it in between.
+// False, with errno set, when that fails.
+bool set_value(const std::string& folder, const std::string& path, std::string_view key,
+               std::string_view value);
 
 }  // namespace state_files

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "environment.h"
+#include "qcci/descriptor.h"
 
 namespace timing {
 namespace {
@@ -23,6 +24,11 @@ std::chrono::nanoseconds scaled(uint32_t ms) {
 Deadline peer_deadline(uint32_t ms) {
   const auto least = multiply(std::min(ms, 50U), 1.0);
   return Clock::now() + std::max(scaled(ms), least);
+}
+
+bool wait_readable(int fd, uint32_t ms) {
+  pollfd watched{fd, POLLIN, 0};
+  return qmi::poll_until(&watched, 1, peer_deadline(ms)) == 1;
 }
 
 void sleep_ms(uint32_t ms) {

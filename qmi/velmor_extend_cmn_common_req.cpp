@@ -6,7 +6,6 @@
 
 namespace {
 
-constexpr unsigned int kTypeLengthValueMax = 491;
 constexpr unsigned int kDirectMax = 499;
 
 // Both forms are sent whole, zero-filled past the value.
@@ -28,7 +27,7 @@ int velmor_send_common_qmi_msg(unsigned int t, unsigned int l, void* v, void* rs
   memset(rsp, 0, sizeof(velmor_common_rsp));
   VELMOR_LOG_DEBUG("t %d", static_cast<int>(t));
   VELMOR_LOG_DEBUG("l %d", static_cast<int>(l));
-  if (l > kTypeLengthValueMax) {
+  if (l > kCommonTlvValueMax) {
     VELMOR_LOG_DEBUG("l is out of range");
     return VELMOR_INVALID_ARGUMENT;
   }

@@ -66,6 +66,7 @@ struct velmor_common_tlv_req {
   uint8_t value[496];
 };
 static_assert(sizeof(velmor_common_tlv_req) == 512);
+inline constexpr unsigned int kCommonTlvValueMax = 491;  // what the modem takes of `value`
 
 struct velmor_common_direct_req {
   uint32_t type;
@@ -79,6 +80,11 @@ static_assert(sizeof(velmor_common_direct_req) == 512);
 inline constexpr uint32_t VELMOR_COMMON_GPIO_SET = 0;
 inline constexpr uint32_t VELMOR_COMMON_TX_SET = 1;
 inline constexpr uint32_t VELMOR_COMMON_NV_SYNC = 35;
+inline constexpr uint32_t VELMOR_COMMON_CARD_STATUS_QUERY = 39;
+inline constexpr uint32_t VELMOR_COMMON_CARD_STATUS_GET = 55;
+inline constexpr uint32_t VELMOR_COMMON_CARD_TYPE_QUERY = 56;
+inline constexpr uint32_t VELMOR_COMMON_CARD_STATUS_SET = 57;
+inline constexpr uint32_t VELMOR_COMMON_CARD_HOTSWAP_TEST = 80;
 
 inline constexpr int kMaxGpioValues = 50;
 
@@ -94,6 +100,19 @@ struct velmor_tx_setting {
 };
 static_assert(sizeof(velmor_tx_setting) == 16);
 
+struct velmor_card_status {
+  uint32_t sub;
+  uint32_t mode;     // 0 general, 1 SIM
+  uint32_t set_val;  // 0 low, 1 high
+};
+
+struct velmor_hotswap_test {
+  uint32_t start;
+  uint32_t seconds_after_push;
+  uint32_t seconds_after_pull;
+  uint32_t count_push_and_pull;
+};
+
 // The answer to a common request.
 struct velmor_common_rsp {
   uint32_t unread;
@@ -101,3 +120,12 @@ struct velmor_common_rsp {
   uint8_t data[500];
 };
 static_assert(sizeof(velmor_common_rsp) == 508);
+
+// What an answer carries in `data` when it has a value: the type that was asked for, the value's
+// length, the value.
+struct velmor_common_rsp_value {
+  uint32_t type;
+  uint32_t length;
+  uint8_t value[492];
+};
+static_assert(sizeof(velmor_common_rsp_value) == sizeof(velmor_common_rsp::data));

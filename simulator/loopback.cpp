@@ -2,6 +2,7 @@
 // while it is being sent, on the sender's thread; the answer waits in the endpoint's inbox.
 #include <deque>
 
+#include "device_ports.h"
 #include "environment.h"
 #include "modem.h"
 #include "mutex.h"
@@ -9,6 +10,8 @@
 #include "qcci/endpoint.h"
 #include "qmi_client.h"
 #include "router.h"
+#include "simulated_ports.h"
+#include "state_folder.h"
 
 namespace sim {
 namespace {
@@ -72,24 +75,30 @@ class LoopbackEndpoint final : public qmi::Endpoint, private Peer {
   const uint32_t port_;
 };
 
-// The modem of this process, or null when its state cannot be used. Never destroyed: threads of
-// the QMI library may still use it while the process exits.
-Router* embedded_modem() {
-  static Router* const router = []() -> Router* {
+// The modem of this process. Never destroyed: threads of the QMI library may still use it while the
+// process exits.
+struct EmbeddedModem {
+  Modem& modem;
+  Router router;
+};
+
+// Null when its state cannot be used.
+EmbeddedModem* embedded_modem() {
+  static EmbeddedModem* const embedded = []() -> EmbeddedModem* {
     const std::string* folder = environment::needed_state_folder();
     if (folder == nullptr) return nullptr;
     std::string problem;
     auto behaviour = Behaviour::from(environment::sim_faults(), problem);
-    auto modem = behaviour ? Modem::open(*folder, problem) : nullptr;
+    Modem* modem = behaviour ? Modem::open(*folder, problem).release() : nullptr;
     if (modem == nullptr) {
       environment::complain("the simulated modem: %s", problem.c_str());
       return nullptr;
     }
-    auto* network = new Router(*modem.release(), std::move(*behaviour));
-    network->keep_time_on_a_thread();
-    return network;
+    auto* made = new EmbeddedModem{*modem, Router(*modem, std::move(*behaviour))};
+    made->router.keep_time_on_a_thread();
+    return made;
   }();
-  return router;
+  return embedded;
 }
 
 }  // namespace
@@ -98,9 +107,23 @@ Router* embedded_modem() {
 namespace qmi {
 
 Opened open_loopback_endpoint() {
-  sim::Router* modem = sim::embedded_modem();
-  if (modem == nullptr) return {nullptr, QMI_PORT_NOT_OPEN_ERR};
-  return {std::make_unique<sim::LoopbackEndpoint>(*modem), 0};
+  sim::EmbeddedModem* embedded = sim::embedded_modem();
+  if (embedded == nullptr) return {nullptr, QMI_PORT_NOT_OPEN_ERR};
+  return {std::make_unique<sim::LoopbackEndpoint>(embedded->router), 0};
 }
 
 }  // namespace qmi
+
+void open_simulated_ports() {
+  sim::EmbeddedModem* embedded = sim::embedded_modem();
+  if (embedded == nullptr) return;
+  static sim::DevicePorts ports(embedded->modem);
+  [[maybe_unused]] static const bool opened = [&] {
+    // A server of the same state has made them already.
+    if (sim::is_served(embedded->modem.folder())) return false;
+    std::string problem;
+    if (ports.open(state_files::FolderLock::Wait::Yes, problem)) return true;
+    environment::complain("the simulated modem's ports: %s", problem.c_str());
+    return false;
+  }();
+}

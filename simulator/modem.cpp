@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <charconv>
+
 #include "state_files.h"
 #include "state_folder.h"
 
@@ -85,14 +87,71 @@ int Modem::efs_delete(unsigned int sub, std::string_view path) {
   return unlink(file->c_str()) == 0 ? 0 : -errno;
 }
 
+std::string Modem::value(const std::string& file, std::string_view key) const {
+  const auto values = state_files::parse(state_files::read(folder_ + "/" + file).value_or(""));
+  const std::string* found = state_files::find(values, key);
+  return found != nullptr ? *found : "";
+}
+
+bool Modem::set_value(const std::string& file, std::string_view key, std::string_view value) {
+  return state_files::set_value(folder_, folder_ + "/" + file, key, value);
+}
+
+namespace {
+
+std::string slot_file(unsigned int number) {
+  return "slot/" + std::to_string(number);
+}
+
+}  // namespace
+
+Slot Modem::slot(unsigned int number) const {
+  const std::string file = slot_file(number);
+  const bool powered = value(file, "power") == "on";
+  if (value(file, "holds") == "esim") return {Card::Euicc, powered};
+  const std::string sim = value(file, "sim");
+  return {sim == "present" ? Card::Sim : sim == "error" ? Card::Faulty : Card::Absent, powered};
+}
+
+bool Modem::power_down(unsigned int number) {
+  return set_value(slot_file(number), "power", "off");
+}
+
+bool Modem::power_up(unsigned int number) {
+  if (number == 2) {
+    EfsChunk enable;
+    efs_read(1, "/nv/item_files/modem/uim/uimdrv/esim_enable", 0, 1, enable);
+    const bool esim = !enable.bytes.empty() && enable.bytes[0] != 0;
+    if (!set_value(slot_file(number), "holds", esim ? "esim" : "sim")) return false;
+  }
+  return set_value(slot_file(number), "power", "on");
+}
+
+bool Modem::set_sim_present(unsigned int number, bool present) {
+  return set_value(slot_file(number), "sim", present ? "present" : "absent");
+}
+
+std::vector<uint8_t> Modem::eid() const {
+  const std::string digits = value("euicc", "eid");
+  std::vector<uint8_t> bytes(digits.size() / 2);
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    const char* pair = digits.data() + 2 * i;
+    if (std::from_chars(pair, pair + 2, bytes[i], 16).ptr != pair + 2) return {};
+  }
+  return bytes.size() == 16 ? bytes : std::vector<uint8_t>();
+}
+
+bool Modem::reset_euicc() {
+  return !value("euicc", "profiles").empty() && set_value("euicc", "profiles", "");
+}
+
 std::optional<uint32_t> Modem::sar_dsi() const {
-  const auto values = state_files::parse(state_files::read(folder_ + "/sar").value_or(""));
-  const std::string* dsi = state_files::find(values, "dsi");
-  if (dsi == nullptr || dsi->empty()) return std::nullopt;
+  const std::string dsi = value("sar", "dsi");
+  if (dsi.empty()) return std::nullopt;
   char* end;
-  const unsigned long value = strtoul(dsi->c_str(), &end, 10);
-  if (*end != '\0' || value > UINT32_MAX) return std::nullopt;
-  return static_cast<uint32_t>(value);
+  const unsigned long number = strtoul(dsi.c_str(), &end, 10);
+  if (*end != '\0' || number > UINT32_MAX) return std::nullopt;
+  return static_cast<uint32_t>(number);
 }
 
 }  // namespace sim

@@ -1,7 +1,7 @@
-// What the simulated modem holds: NV items and EFS files of two subscriptions, the SAR
-// state. It knows no bytes of any protocol. Everything lives in the state folder, as files that a
-// person can look into and change with ordinary tools; several processes may use one folder at the
-// same time.
+// What the simulated modem holds: NV items and EFS files of two subscriptions, two card slots, an
+// eUICC, the SAR state. It knows no bytes of any protocol. Everything lives in the state folder, as
+// files that a person can look into and change with ordinary tools; several processes may use one
+// folder at the same time.
 #pragma once
 
 #include <cstdint>
@@ -9,10 +9,20 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace sim {
 
 inline constexpr unsigned int kSubscriptions = 2;
+inline constexpr unsigned int kSlots = 2;
+
+// What answers in a card slot.
+enum class Card { Absent, Sim, Euicc, Faulty };
+
+struct Slot {
+  Card card;
+  bool powered;
+};
 
 class Modem {
  public:
@@ -42,6 +52,18 @@ class Modem {
   int efs_write(unsigned int sub, std::string_view path, std::string_view bytes);
   int efs_delete(unsigned int sub, std::string_view path);
 
+  // Card slots, 1 and 2. The second is shared by a removable SIM and the eUICC: which of them it
+  // holds is decided when it is powered up, by the EFS file esim_enable of subscription 1.
+  Slot slot(unsigned int number) const;
+  bool power_down(unsigned int number);
+  bool power_up(unsigned int number);
+  bool set_sim_present(unsigned int number, bool present);
+
+  // The eUICC: its EID, two digits a byte (nothing when the state has no 32 hexadecimal digits),
+  // and its memory reset, which gives whether there were profiles to delete.
+  std::vector<uint8_t> eid() const;
+  bool reset_euicc();
+
   // The SAR DSI; nothing when the state does not hold a number.
   std::optional<uint32_t> sar_dsi() const;
 
@@ -51,6 +73,10 @@ class Modem {
   std::string nv_path(unsigned int sub, unsigned int id) const;
   // Where an EFS file is kept, or nothing for a path that is refused.
   std::optional<std::string> efs_path(unsigned int sub, std::string_view path) const;
+
+  // A value in one of the files of `key=value` lines; empty when there is none.
+  std::string value(const std::string& file, std::string_view key) const;
+  bool set_value(const std::string& file, std::string_view key, std::string_view value);
 
   const std::string folder_;
 };

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "device_ports.h"
 #include "environment.h"
 #include "modem.h"
 #include "properties.h"
@@ -80,7 +81,12 @@ qmi::Descriptor stop_signals() {
   return qmi::Descriptor(signalfd(-1, &stops, SFD_CLOEXEC));
 }
 
-int ready_and_run(auto& server, const qmi::Descriptor& stop) {
+int ready_and_run(auto& server, const sim::Modem& modem, const qmi::Descriptor& stop) {
+  sim::DevicePorts ports(modem);
+  std::string problem;
+  if (!ports.open(state_files::FolderLock::Wait::No, problem)) {
+    environment::complain("no diag and AT port: %s", problem.c_str());
+  }
   fputs("tovi-modem: ready\n", stderr);
   server.run(stop.get());
   return kDone;
@@ -104,11 +110,12 @@ int serve(const Args& args) {
   const qmi::Descriptor stop = stop_signals();
   if (options->qrtr) {
     sim::QrtrServer server(*modem, std::move(*behaviour));
-    return server.listen(problem) ? ready_and_run(server, stop) : failed(problem);
+    return server.listen(problem) ? ready_and_run(server, *modem, stop) : failed(problem);
   }
   sim::Router router(*modem, std::move(*behaviour));
   sim::UnixServer server(router);
-  return server.listen(options->socket, problem) ? ready_and_run(server, stop) : failed(problem);
+  return server.listen(options->socket, problem) ? ready_and_run(server, *modem, stop)
+                                                 : failed(problem);
 }
 
 int getprop(const Args& args) {

@@ -9,6 +9,7 @@
 #include "sim_extension.h"
 #include "sim_nas.h"
 #include "sim_sar.h"
+#include "sim_uim.h"
 
 namespace sim {
 namespace {
@@ -16,6 +17,7 @@ namespace {
 std::vector<std::unique_ptr<Service>> make_services(Modem& modem) {
   std::vector<std::unique_ptr<Service>> services;
   services.push_back(std::make_unique<NasService>());
+  services.push_back(std::make_unique<UimService>(modem));
   services.push_back(std::make_unique<SarService>(modem));
   services.push_back(std::make_unique<ExtensionService>(modem));
   return services;

@@ -13,10 +13,14 @@
 namespace sim {
 
 // Published QMI errors.
-enum : uint32_t {
-  kQmiMalformedMessage = 0x01,
-  kQmiNotSupported = 0x5E,
-};
+inline constexpr uint32_t kQmiMalformedMessage = 0x01;
+inline constexpr uint32_t kQmiNoMemory = 0x02;
+inline constexpr uint32_t kQmiInternal = 0x03;
+inline constexpr uint32_t kQmiNoEffect = 0x1A;
+inline constexpr uint32_t kQmiInvalidArgument = 0x30;
+inline constexpr uint32_t kQmiNoEntry = 0x32;
+inline constexpr uint32_t kQmiNotSupported = 0x5E;
+inline constexpr uint32_t kQmiNoSim = 0x66;
 
 // A packet on its way to a client.
 struct Delivery {

@@ -22,11 +22,20 @@ constexpr size_t kMaxFileBytes = 1 << 20;
 
 constexpr int32_t kCommonNotSupported = 94;
 constexpr int32_t kCommonInvalidArgument = 48;
+constexpr int32_t kCommonFailed = 3;
 
 std::string path_of(const velmor_nvefs_req& req) {
   const size_t told = std::min<size_t>(req.path_len, sizeof req.path);
   const auto* path = reinterpret_cast<const char*>(req.path);
   return std::string(path, strnlen(path, told));
+}
+
+// The structure that a value begins with. False when the value is too short.
+template <typename Value>
+bool read_value(std::span<const uint8_t> bytes, Value& value) {
+  if (bytes.size() < sizeof value) return false;
+  memcpy(&value, bytes.data(), sizeof value);
+  return true;
 }
 
 void put_payload(const void* bytes, size_t size, velmor_extend_send_data_resp_msg_v01& response) {
@@ -176,28 +185,78 @@ void ExtensionService::answer_common(Payload payload,
   memcpy(&direct, payload.data(), sizeof direct);
   memcpy(&tlv, payload.data(), sizeof tlv);
   velmor_common_rsp rsp{};
-  switch (direct.type == kCommonTypeLengthValueForm ? tlv.type : direct.type) {
-    case VELMOR_COMMON_GPIO_SET: rsp.result = set_gpio(direct); break;
-    case VELMOR_COMMON_TX_SET: rsp.result = set_tx(direct); break;
-    case VELMOR_COMMON_NV_SYNC: break;
-    default: rsp.result = kCommonNotSupported; break;
+  std::vector<uint32_t> words;
+  uint32_t type = direct.type;
+  if (type == kCommonTypeLengthValueForm) {
+    type = tlv.type;
+    rsp.result = common(type, {tlv.value, std::min<size_t>(tlv.length, sizeof tlv.value)}, words);
+  } else {
+    rsp.result = common(type, direct.value, words);
   }
-  put_payload(&rsp, offsetof(velmor_common_rsp, data), response);
+  size_t data_bytes = 0;
+  if (!words.empty()) {
+    velmor_common_rsp_value value{};
+    value.type = type;
+    value.length = static_cast<uint32_t>(words.size() * sizeof words[0]);
+    memcpy(value.value, words.data(), value.length);
+    memcpy(rsp.data, &value, sizeof value);
+    data_bytes = offsetof(velmor_common_rsp_value, value) + value.length;
+  }
+  put_payload(&rsp, offsetof(velmor_common_rsp, data) + data_bytes, response);
+}
+
+// Carries out one common request; what it answers, if anything, goes into `words`.
+int ExtensionService::common(uint32_t type, std::span<const uint8_t> value,
+                             std::vector<uint32_t>& words) {
+  switch (type) {
+    case VELMOR_COMMON_GPIO_SET: return set_gpio(value);
+    case VELMOR_COMMON_TX_SET: return set_tx(value);
+    case VELMOR_COMMON_NV_SYNC: return 0;
+    case VELMOR_COMMON_CARD_STATUS_QUERY:
+      for (unsigned int slot = 1; slot <= kSlots; ++slot) words.push_back(card_present(slot));
+      return 0;
+    case VELMOR_COMMON_CARD_TYPE_QUERY: words.push_back(kSlots); return 0;
+    case VELMOR_COMMON_CARD_STATUS_GET: {
+      uint32_t sub;
+      if (!read_value(value, sub) || sub >= kSlots) return kCommonInvalidArgument;
+      words.push_back(card_present(sub + 1));
+      return 0;
+    }
+    case VELMOR_COMMON_CARD_STATUS_SET: {
+      velmor_card_status status;
+      if (!read_value(value, status) || status.sub >= kSlots) return kCommonInvalidArgument;
+      return modem_.set_sim_present(status.sub + 1, status.set_val != 0) ? 0 : kCommonFailed;
+    }
+    case VELMOR_COMMON_CARD_HOTSWAP_TEST: {
+      uint32_t start;
+      velmor_hotswap_test test;
+      const bool good = read_value(value, start) && (start == 0 || read_value(value, test));
+      return good ? 0 : kCommonInvalidArgument;
+    }
+    default: return kCommonNotSupported;
+  }
+}
+
+uint32_t ExtensionService::card_present(unsigned int slot) {
+  const Card card = modem_.slot(slot).card;
+  return card == Card::Sim || card == Card::Euicc ? 1 : 0;
 }
 
 // A setting is kept as it came, in a file that is followed at the next start.
-int ExtensionService::set_gpio(const velmor_common_direct_req& req) {
+int ExtensionService::set_gpio(std::span<const uint8_t> value) {
   velmor_gpio_setting setting;
-  memcpy(&setting, req.value, sizeof setting);
+  if (!read_value(value, setting)) return kCommonInvalidArgument;
   if (setting.count < 0 || setting.count > kMaxGpioValues) return kCommonInvalidArgument;
   const size_t size = sizeof setting.count * (1 + static_cast<size_t>(setting.count));
   return modem_.efs_write(0, "/nv/item_files/modem/velmor/rf_ant_port_config",
-                          {reinterpret_cast<const char*>(req.value), size});
+                          {reinterpret_cast<const char*>(&setting), size});
 }
 
-int ExtensionService::set_tx(const velmor_common_direct_req& req) {
+int ExtensionService::set_tx(std::span<const uint8_t> value) {
+  velmor_tx_setting setting;
+  if (!read_value(value, setting)) return kCommonInvalidArgument;
   return modem_.efs_write(0, "/nv/item_files/modem/antenna/ant_tx_config",
-                          {reinterpret_cast<const char*>(req.value), sizeof(velmor_tx_setting)});
+                          {reinterpret_cast<const char*>(&setting), sizeof setting});
 }
 
 }  // namespace sim

@@ -39,8 +39,11 @@ class ExtensionService final : public Service {
                     velmor_extend_send_data_resp_msg_v01& response);
   void answer_common(Payload payload, velmor_extend_send_data_resp_msg_v01& response);
 
-  int set_gpio(const velmor_common_direct_req& req);
-  int set_tx(const velmor_common_direct_req& req);
+  int common(uint32_t type, std::span<const uint8_t> value, std::vector<uint32_t>& words);
+
+  int set_gpio(std::span<const uint8_t> value);
+  int set_tx(std::span<const uint8_t> value);
+  uint32_t card_present(unsigned int slot);
 
   int nv_read(const velmor_nvefs_req& req, velmor_nvefs_rsp& rsp, size_t& data_bytes);
   int nv_write(const velmor_nvefs_req& req);

@@ -26,6 +26,21 @@ struct FactoryFile {
   std::string_view bytes;
 };
 
+constexpr std::string_view kSlot1 =
+    "# holds: sim or esim; sim: present, absent or error; power: on or off\n"
+    "holds=sim\n"
+    "sim=present\n"
+    "power=on\n";
+constexpr std::string_view kSlot2 =
+    "# What it holds is decided anew at every power-up, by the EFS file esim_enable.\n"
+    "holds=esim\n"
+    "sim=present\n"
+    "power=on\n";
+constexpr std::string_view kEuicc =
+    "# profiles: the ICCIDs, with commas between\n"
+    "eid=89049032123451234512345678901235\n"
+    "profiles=8901990000000000017,8901990000000000025\n";
+
 // clang-format off
 constexpr FactoryFile kFactoryFiles[] = {
   // NV 10: preferred mode, automatic. NV 550: the IMEI, one digit a nibble.
@@ -39,6 +54,10 @@ constexpr FactoryFile kFactoryFiles[] = {
   { "efs/1/nv/item_files/modem/mmode/device_mode",         "\x02"sv                                 },
   { "efs/1/nv/item_files/modem/mmode/lte_bandpref",        "\x05\x00\x08\x00\x40\x00\x00\x00"sv     },
   { "efs/1/nv/item_files/ims/IMS_enable",                  "\x00"sv                                 },
+  { "efs/1/nv/item_files/modem/uim/uimdrv/esim_enable",    "\x01\x00\x00\x00"sv                     },
+  { "slot/1",                                              kSlot1                                   },
+  { "slot/2",                                              kSlot2                                   },
+  { "euicc",                                               kEuicc                                   },
   { "sar",                                                 "# DSI, 0 to 20\ndsi=3\n"sv              },
   { "properties",                                          "# One property a line: name=value\n"sv  },
 };
@@ -119,6 +138,11 @@ bool remove_tree(const std::string& path) {
 bool prepare_state_folder(const std::string& folder, std::string& problem) {
   if (!exists(folder + "/version") && !write_factory_content(folder, problem)) return false;
   return check_version(folder, problem);
+}
+
+bool is_served(const std::string& folder) {
+  return !FolderLock(folder, LockPart::Serving, FolderLock::Mode::Exclusive, FolderLock::Wait::No)
+              .held();
 }
 
 bool empty_state_folder(const std::string& folder, std::string& problem) {

@@ -12,6 +12,8 @@
 
 #include <deque>
 
+#include "unix_address.h"
+
 namespace sim {
 namespace {
 
@@ -107,23 +109,22 @@ UnixServer::~UnixServer() {
 }
 
 bool UnixServer::listen(const std::string& path, std::string& problem) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.empty() || path.size() >= sizeof address.sun_path) {
+  sockaddr_un address;
+  if (!make_unix_address(path, address)) {
     problem = path + ": a socket's path has 1 to 107 characters";
     return false;
   }
-  memcpy(address.sun_path, path.c_str(), path.size());
   const auto* name = reinterpret_cast<const sockaddr*>(&address);
 
   const SocketFolderLock lock(path);
   const qmi::Descriptor probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  if (connect(probe.get(), name, sizeof address) == 0) {
+  const int error = connect_unix(probe.get(), path);
+  if (error == 0) {
     problem = path + ": a server is already there";
     return false;
   }
   struct stat status {};
-  if (errno == ECONNREFUSED && stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) {
+  if (error == ECONNREFUSED && stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) {
     unlink(path.c_str());
   }
   qmi::Descriptor listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));

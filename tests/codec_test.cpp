@@ -5,6 +5,7 @@
 #include "qcci/qmi_codec.h"
 #include "qcci/trace.h"
 #include "support/fake_modem.h"
+#include "uim_service.h"
 #include "velmor_extend_service.h"
 #include "velmor_tovi_test_parse.h"
 
@@ -21,7 +22,8 @@ const qmi_idl_service_object& extension() {
 
 TEST(MessageTables, DeclaredSizesAreWhatTheRowsAddUpTo) {
   for (const auto* service : {&extension(), sar_get_service_object_internal_v01(1, 15, 6),
-                              nas_get_service_object_internal_v01(1, 397, 6)}) {
+                              nas_get_service_object_internal_v01(1, 397, 6),
+                              uim_get_service_object_internal_v01(1, 109, 6)}) {
     for (const Message& message : service->messages) {
       EXPECT_EQ(largest_body(message), message.wire_max)
           << service->name << " " << message.name << " " << int(message.kind);
@@ -39,6 +41,7 @@ TEST(MessageTables, ServiceObjectIsGivenForItsVersionOnly) {
   EXPECT_EQ(velmor_extend_get_service_object_internal_v01(1, 1, 5), nullptr);
   EXPECT_EQ(sar_get_service_object_internal_v01(1, 14, 6), nullptr);
   EXPECT_EQ(nas_get_service_object_internal_v01(1, 396, 6), nullptr);
+  EXPECT_EQ(uim_get_service_object_internal_v01(1, 109, 7), nullptr);
 }
 
 // A message with every kind of row.

@@ -37,6 +37,7 @@ struct Shape {
   const Field* members = nullptr;
   uint16_t member_count = 0;
   bool hidden = false;
+  bool lenient = false;
 
   constexpr bool counted() const { return form == Form::Counted8 || form == Form::Counted16; }
   constexpr size_t count_bytes() const {
@@ -72,6 +73,12 @@ constexpr Shape Bytes(uint16_t n) {
 constexpr Shape Hidden(Shape shape) {
   shape.hidden = true;
   return shape;
+}
+// A counted list, last of its TLV, that real modems send with more in it than is known here: the
+// elements that can be read are kept, at most `bound`, and the rest of the TLV is skipped.
+constexpr Shape Lenient(Shape list) {
+  list.lenient = true;
+  return list;
 }
 template <size_t N>
 constexpr Shape Struct(const Field (&members)[N], size_t c_bytes) {
@@ -179,7 +186,8 @@ struct qmi_idl_service_object {
   std::span<const qmi::Message> messages;
 
   // This description when it has that version, else null.
-  constexpr const qmi_idl_service_object* if_version(int major, int minor, int library) const {
+  constexpr const qmi_idl_service_object* if_version(int64_t major, int64_t minor,
+                                                     int64_t library) const {
     const bool same =
         major == major_version && minor == minor_version && library == library_version;
     return same ? this : nullptr;

@@ -23,6 +23,10 @@ std::chrono::nanoseconds scaled(uint32_t ms);
 // than `ms` or 50 ms, whichever is less: the peer does not run faster for it.
 Deadline peer_deadline(uint32_t ms);
 
+// Waits until there is something to read at `fd`, or for `ms` as for a peer. False when there is
+// not.
+bool wait_readable(int fd, uint32_t ms);
+
 void sleep_ms(uint32_t ms);
 void sleep_s(uint32_t s);
 

@@ -111,12 +111,31 @@ bool read_element(const Shape& shape, Reader& in, uint8_t* element) {
   return true;
 }
 
+// Keeps the leading elements that can be read; where one that cannot be read ends is not known.
+void read_leniently(const Field& field, uint32_t told, Reader& in, uint8_t* c_struct) {
+  const Shape& shape = field.shape;
+  uint32_t kept = 0;
+  for (; kept < told && kept < shape.bound; ++kept) {
+    uint8_t* element = c_struct + field.offset + size_t{kept} * shape.c_bytes;
+    if (read_element(shape, in, element)) continue;
+    memset(element, 0, shape.c_bytes);
+    break;
+  }
+  memcpy(c_struct + field.count_offset, &kept, sizeof kept);
+  in.take(in.left());
+}
+
 bool read_value(const Field& field, Reader& in, uint8_t* c_struct) {
   const Shape& shape = field.shape;
   size_t count = shape.bound;
   if (shape.counted()) {
     uint32_t told = 0;
-    if (!in.bytes(&told, shape.count_bytes()) || told > shape.bound) return false;
+    if (!in.bytes(&told, shape.count_bytes())) return false;
+    if (shape.lenient) {
+      read_leniently(field, told, in, c_struct);
+      return true;
+    }
+    if (told > shape.bound) return false;
     memcpy(c_struct + field.count_offset, &told, sizeof told);
     count = told;
   }

@@ -6,11 +6,11 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/uio.h>
-#include <sys/un.h>
 
 #include "qcci/descriptor.h"
 #include "qcci/endpoint.h"
 #include "qmi_client.h"
+#include "unix_address.h"
 
 namespace qmi {
 namespace {
@@ -92,16 +92,11 @@ class UnixEndpoint final : public Endpoint {
 }  // namespace
 
 Opened open_unix_endpoint(const char* path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  const size_t length = strlen(path);
-  if (length >= sizeof address.sun_path) return {nullptr, QMI_PORT_NOT_OPEN_ERR};
-  memcpy(address.sun_path, path, length);
   Descriptor socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
   if (!socket) return {nullptr, QMI_PORT_NOT_OPEN_ERR};
-  if (connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-    return {nullptr, QMI_SERVICE_ERR};
-  }
+  const int error = connect_unix(socket.get(), path);
+  if (error == EINVAL) return {nullptr, QMI_PORT_NOT_OPEN_ERR};
+  if (error != 0) return {nullptr, QMI_SERVICE_ERR};
   return {std::make_unique<UnixEndpoint>(std::move(socket)), 0};
 }
 

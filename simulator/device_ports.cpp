@@ -1,0 +1,138 @@
+#include "device_ports.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <termios.h>
+
+#include "modem.h"
+#include "sim_at.h"
+#include "sim_diag.h"
+#include "unix_address.h"
+
+namespace sim {
+namespace {
+
+constexpr size_t kMaxDiagCommand = 8192;
+constexpr size_t kMaxAtLine = 1024;
+
+bool failed(const std::string& path, std::string& problem) {
+  problem = path + ": " + strerror(errno);
+  return false;
+}
+
+}  // namespace
+
+DevicePorts::DevicePorts(const Modem& modem)
+    : modem_(modem),
+      diag_path_(modem.folder() + "/device/dev/diag"),
+      at_path_(modem.folder() + "/device/dev/smd8") {}
+
+DevicePorts::~DevicePorts() {
+  stop_.set();
+  if (thread_.joinable()) thread_.join();
+  if (diag_) unlink(diag_path_.c_str());
+  if (at_) unlink(at_path_.c_str());
+}
+
+bool DevicePorts::open(state_files::FolderLock::Wait wait, std::string& problem) {
+  using state_files::FolderLock;
+  lock_.emplace(modem_.folder(), state_files::LockPart::Ports, FolderLock::Mode::Exclusive, wait);
+  if (!lock_->held()) {
+    problem = modem_.folder() + ": another process has the ports";
+    return false;
+  }
+  if (!state_files::make_folder(modem_.folder() + "/device/dev")) {
+    return failed(modem_.folder() + "/device/dev", problem);
+  }
+  if (!make_diag_port(problem) || !make_at_port(problem)) return false;
+  thread_ = std::thread([this] { serve(); });
+  return true;
+}
+
+// What a killed process left behind is replaced: the lock says that nobody uses it.
+bool DevicePorts::make_diag_port(std::string& problem) {
+  sockaddr_un address;
+  if (!make_unix_address(diag_path_, address)) {
+    errno = ENAMETOOLONG;
+    return failed(diag_path_, problem);
+  }
+  unlink(diag_path_.c_str());
+  qmi::Descriptor listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const auto* name = reinterpret_cast<const sockaddr*>(&address);
+  if (bind(listener.get(), name, sizeof address) != 0 || listen(listener.get(), SOMAXCONN) != 0) {
+    return failed(diag_path_, problem);
+  }
+  diag_ = std::move(listener);
+  return true;
+}
+
+bool DevicePorts::make_at_port(std::string& problem) {
+  qmi::Descriptor modem_end(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
+  char tty[64];
+  if (!modem_end || grantpt(modem_end.get()) != 0 || unlockpt(modem_end.get()) != 0 ||
+      ptsname_r(modem_end.get(), tty, sizeof tty) != 0) {
+    return failed("pseudo-terminal", problem);
+  }
+  at_tty_ = qmi::Descriptor(::open(tty, O_RDWR | O_NOCTTY | O_CLOEXEC));
+  termios mode{};
+  if (!at_tty_ || tcgetattr(at_tty_.get(), &mode) != 0) return failed(tty, problem);
+  cfmakeraw(&mode);
+  if (tcsetattr(at_tty_.get(), TCSANOW, &mode) != 0) return failed(tty, problem);
+  unlink(at_path_.c_str());
+  if (symlink(tty, at_path_.c_str()) != 0) return failed(at_path_, problem);
+  at_ = std::move(modem_end);
+  return true;
+}
+
+void DevicePorts::serve() {
+  for (;;) {
+    std::vector<pollfd> fds = {
+        {stop_.descriptor(), POLLIN, 0}, {diag_.get(), POLLIN, 0}, {at_.get(), POLLIN, 0}};
+    for (const qmi::Descriptor& client : diag_clients_) fds.push_back({client.get(), POLLIN, 0});
+    qmi::poll_until(fds.data(), fds.size(), timing::kNever);
+    if (fds[0].revents != 0) return;
+    if (fds[2].revents != 0) answer_at();
+    for (size_t i = fds.size(); i > 3; --i) {
+      if (fds[i - 1].revents != 0 && !answer_diag(fds[i - 1].fd)) {
+        diag_clients_.erase(diag_clients_.begin() + static_cast<ptrdiff_t>(i - 4));
+      }
+    }
+    if (fds[1].revents != 0) {
+      qmi::Descriptor client(accept4(diag_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+      if (client) diag_clients_.push_back(std::move(client));
+    }
+  }
+}
+
+// Takes one command. False when the client has gone.
+bool DevicePorts::answer_diag(int client) {
+  uint8_t command[kMaxDiagCommand];
+  const ssize_t n = recv(client, command, sizeof command, MSG_DONTWAIT);
+  if (n <= 0) return false;
+  const auto answer = diag_answer(modem_, {command, static_cast<size_t>(n)});
+  send(client, answer.data(), answer.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  return true;
+}
+
+// A command ends with a carriage return. Its answer replaces what nobody has read.
+void DevicePorts::answer_at() {
+  char text[256];
+  const ssize_t n = read(at_.get(), text, sizeof text);
+  for (ssize_t i = 0; i < n; ++i) {
+    if (text[i] != '\r') {
+      if (at_line_.size() < kMaxAtLine) at_line_ += text[i];
+      continue;
+    }
+    const std::string answer = at_answer(modem_, at_line_);
+    at_line_.clear();
+    if (answer.empty()) continue;
+    tcflush(at_tty_.get(), TCIFLUSH);
+    [[maybe_unused]] const ssize_t sent = write(at_.get(), answer.data(), answer.size());
+  }
+}
+
+}  // namespace sim

@@ -1,0 +1,49 @@
+// The ports of the simulated modem that do not speak QMI, in the device tree of the state folder:
+// dev/diag, a socket that takes diag commands and answers each with one packet, and dev/smd8, the
+// AT port, a link to a pseudo-terminal.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "qcci/descriptor.h"
+#include "state_files.h"
+
+namespace sim {
+
+class Modem;
+
+class DevicePorts {
+ public:
+  explicit DevicePorts(const Modem& modem);
+  ~DevicePorts();  // removes the ports
+
+  // Makes the ports and serves them on a thread of its own. One process at a time has the ports of
+  // a state folder; `wait` says whether to wait for it. False, with `problem` in words, on failure.
+  bool open(state_files::FolderLock::Wait wait, std::string& problem);
+
+ private:
+  bool make_diag_port(std::string& problem);
+  bool make_at_port(std::string& problem);
+  void serve();
+  bool answer_diag(int client);
+  void answer_at();
+
+  const Modem& modem_;
+  const std::string diag_path_;
+  const std::string at_path_;
+  std::optional<state_files::FolderLock> lock_;
+  qmi::Descriptor diag_;
+  qmi::Descriptor at_;      // the modem's end of the pseudo-terminal
+  qmi::Descriptor at_tty_;  // the other end, held so that it outlives its users
+  qmi::WakeEvent stop_;
+  std::thread thread_;
+
+  // Of the thread.
+  std::vector<qmi::Descriptor> diag_clients_;
+  std::string at_line_;
+};
+
+}  // namespace sim

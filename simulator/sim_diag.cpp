@@ -1,0 +1,81 @@
+#include "sim_diag.h"
+
+#include <algorithm>
+
+#include "modem.h"
+
+namespace sim {
+namespace {
+
+enum : uint8_t {
+  kVersion = 0x00,
+  kBadCommand = 0x13,
+  kBadLength = 0x15,
+  kNvRead = 0x26,
+  kExtendedBuildId = 0x7C,
+};
+
+constexpr char kNvNotActive = 5;
+
+using namespace std::string_literals;
+
+std::string refused(uint8_t code, std::span<const uint8_t> command) {
+  return static_cast<char>(code) + std::string(command.begin(), command.end());
+}
+
+// Times of compilation and release, the branch, then from station class to chip version.
+std::string version(const Modem&, std::span<const uint8_t>) {
+  return "\0"
+         "Jan 01 202600:00:00"
+         "Jan 01 202600:00:00"
+         "TOVI.SIM"
+         "\x2a\x06\xff\x01\x00\x00\x01\x01"s;
+}
+
+// Layout version, chip version, model, then the build and the model as text.
+std::string extended_build_id(const Modem&, std::span<const uint8_t>) {
+  return "\x7c\x02\x00\x00"
+         "\x01\x00\x00\x00"
+         "\x01\x00\x00\x00"
+         "TOVI.SIM.1.0-00001\0"
+         "Simulated modem\0"s;
+}
+
+constexpr size_t kNvValueBytes = 128;
+
+// The command, the item's number, its value, a status: 0, or 5 for an item that is not active. A
+// request may end after the number.
+std::string nv_read(const Modem& modem, std::span<const uint8_t> command) {
+  std::string answer(1 + 2 + kNvValueBytes + 2, '\0');
+  if (command.size() < 3 || command.size() > answer.size()) return refused(kBadLength, command);
+  std::copy(command.begin(), command.begin() + 3, answer.begin());
+  const auto value = modem.nv_read(0, command[1] | uint32_t{command[2]} << 8);
+  if (value) {
+    const size_t size = std::min(value->size(), kNvValueBytes);
+    std::copy_n(value->begin(), size, answer.begin() + 3);
+  } else {
+    answer[3 + kNvValueBytes] = kNvNotActive;
+  }
+  return answer;
+}
+
+struct Command {
+  uint8_t code;
+  std::string (*answer)(const Modem& modem, std::span<const uint8_t> command);
+};
+constexpr Command kCommands[] = {
+    {kVersion, version},
+    {kNvRead, nv_read},
+    {kExtendedBuildId, extended_build_id},
+};
+
+}  // namespace
+
+std::string diag_answer(const Modem& modem, std::span<const uint8_t> command) {
+  for (const Command& known : kCommands) {
+    if (!command.empty() && command[0] == known.code) return known.answer(modem, command);
+  }
+  return refused(kBadCommand, command);
+}
+
+}  // namespace sim

@@ -1,0 +1,445 @@
+// The UIM client and what module 5 sends through it and the extension service: byte for byte, when
+// the client is opened anew, and what hostile answers do.
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "support/fake_modem_fixture.h"
+#include "uim_service.h"
+#include "utilities/qcril_memory_management.h"
+#include "velmor_extend_cmn.h"
+#include "velmor_extend_cmn_uim.h"
+#include "velmor_tovi_test_cmn.h"
+#include "velmor_tovi_test_cmn_esim.h"
+#include "velmor_utils.h"
+
+namespace {
+
+using namespace testing_support;
+
+constexpr uint32_t kUim = 0x0B;
+constexpr uint32_t kUimPort = 20;
+
+const char* const kSuccess = "02 0400 0000 0000";
+const char* const kRefusal = "02 0400 0100 5e00";
+
+class Uim : public FakeModemTest {
+ protected:
+  void SetUp() override {
+    modem.add_service(kUim, kUimPort);
+    modem.add_service(kExtensionId, kExtensionPort);
+    g_velmor_extend_print_flag = 0;
+    reply(kSuccess);
+  }
+
+  // Answers UIM requests with these TLVs and extension requests with success.
+  void reply(const std::string& tlvs) {
+    modem.on_request([=](const Bytes& request) {
+      const auto id = static_cast<uint16_t>(request[3] | request[4] << 8);
+      if (id == kExtendSendDataMsg) return Replies{answer(request, Bytes(20))};
+      return Replies{packet(qmi::Kind::Response, transaction_of(request), id, bytes(tlvs))};
+    });
+  }
+  void fall_silent() {
+    modem.on_request([](const Bytes&) { return Replies{}; });
+  }
+
+  // What `call` echoes; its result goes to `result`.
+  std::string echo_of(const std::function<int()>& call) {
+    testing::internal::CaptureStdout();
+    result = call();
+    fflush(stdout);
+    return without_lines(testing::internal::GetCapturedStdout());
+  }
+  static bool holds(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+  }
+
+  // The service leaves and comes back; returns when the library has told the client.
+  void lose_service() {
+    const std::string said = "SSR Detected, set SSR_Detected 1";
+    const std::string log = std::filesystem::path(socket_path()).parent_path() / "log";
+    const auto count = [&] {
+      const std::string text = read_file(log);
+      size_t n = 0;
+      for (size_t at = 0; (at = text.find(said, at)) != std::string::npos; ++at) ++n;
+      return n;
+    };
+    const size_t before = count();
+    modem.remove_service(kUimPort);
+    modem.add_service(kUim, kUimPort);
+    while (count() == before) usleep(200);
+  }
+
+  FakeModem modem{socket_path()};
+  int result = 0;
+  const std::function<int()> status = [] {
+    UimCardStatus out{};
+    return velmor_uim_get_card_status(&out);
+  };
+  const std::function<int()> open = [] {
+    const UimOpenChannelParams in = {2, 1};
+    uint8_t channel = 0xFF;
+    return velmor_uim_open_channel(&in, &channel);
+  };
+  const std::function<int()> close = [] {
+    const UimCloseChannelParams in = {2, 1};
+    return velmor_uim_close_channel(&in);
+  };
+  const std::function<int()> apdu = [] {
+    const UimApduRequest in = {
+        2, 1, 13, {0x80, 0xE2, 0x91, 0x00, 0x07, 0xBF, 0x34, 0x04, 0x82, 0x02, 0x05, 0xE0, 0x00}};
+    UimApduResponse out{};
+    return velmor_uim_send_apdu(&in, &out);
+  };
+  const std::function<int()> power_down = [] {
+    const UiccPowerParams in = {0, 2, 0, 0};
+    return velmor_esim_request_uicc_power_ex(&in);
+  };
+  const std::function<int()> power_up = [] {
+    const UiccPowerParams in = {1, 2, 7, 1};
+    return velmor_esim_request_uicc_power_ex(&in);
+  };
+  const std::function<int()> eid = [] {
+    const uint8_t slot = 2;
+    uint8_t out[16];
+    return velmor_uim_request_eid(&slot, out);
+  };
+};
+
+TEST_F(Uim, SevenRequestsByteForByte) {
+  const struct {
+    std::function<int()> call;
+    const char* message;  // id, length, TLVs
+  } rows[] = {
+      {status, "2f00 0400 10 0100 01"},
+      {open, "4200 1c00 01 0100 02 10 1100 10 a0000005591010ffffffff8900000100 11 0100 01"},
+      {apdu, "3b00 1e00 01 0100 02 02 0f00 0d00 80e2910007bf3404820205e000 10 0100 01 11 0100 01"},
+      {close, "3f00 0c00 01 0100 02 11 0100 01 13 0100 00"},
+      {power_down, "3000 0400 01 0100 02"},
+      {power_up, "3100 0c00 01 0100 02 10 0100 01 11 0100 00"},
+      {eid, "6500 0400 01 0100 02"},
+  };
+  for (const auto& row : rows) {
+    reply(kSuccess);
+    echo_of(row.call);
+    EXPECT_EQ(result, 0);
+    const Bytes sent = modem.requests().back();
+    EXPECT_EQ(hex(sent).substr(6), hex(bytes(row.message)));
+    EXPECT_EQ(sent[0], 0);
+  }
+}
+
+TEST_F(Uim, TheModeIsStoredBeforeTheCardIsPowered) {
+  const std::string path = "/nv/item_files/modem/uim/uimdrv/esim_enable";
+  const std::string head = "0501ff002b" + hex(Bytes(path.begin(), path.end())) +
+                           std::string(2 * (71 - path.size()), '0') + "0400000004";
+  echo_of(power_up);
+  const auto requests = modem.requests();
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_EQ(payload_of(requests[0]), head + "000000" + "00000000" + "01");
+  reply(kRefusal);
+  const std::string refused = echo_of(power_down);
+  EXPECT_EQ(result, 0);  // what the service says is not looked at
+  EXPECT_EQ(payload_of(modem.requests().at(0)), head);
+  const std::string f = "RIL[velmor_esim_request_uicc_power_ex]: ";
+  EXPECT_TRUE(holds(refused, f + "velmor_uim_request_uicc_power_ex power down sim\n"));
+  EXPECT_TRUE(holds(refused, f + "uicc_power_ex res = 0, failed_cnt = 0\n" + f +
+                                 "function exit <-------------\n"));
+  modem.on_request([](const Bytes& request) { return Replies{answer(request, {}, 1)}; });
+  const std::string failed = echo_of(power_up);
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(modem.requests().size(), 1u);
+  EXPECT_TRUE(
+      holds(failed, f + "velmor_uim_request_uicc_power_ex power up sim, ignore hotswap = 1 \n"));
+  EXPECT_TRUE(holds(failed, f + "Velmor, power up write esim efs file failed\n" + f +
+                                "uicc_power_ex res = -1, failed_cnt = 0\n"));
+}
+
+const char* const kTry = " try init_uim_qmi_client ";
+const char* const kRelease = "RIL[uim_qmi_client_recovery]: uim_qmi_client_recovery";
+
+TEST_F(Uim, AnOperationLogsItsWayThroughTheClient) {
+  const std::string f = "RIL[velmor_uim_open_channel]: ";
+  reply(std::string(kSuccess) + "10 0100 03 11 0200 9000 12 0300 02 6f00");
+  EXPECT_EQ(echo_of(open), f + "function entry ------------->\n" +
+                               "RIL[init_uim_qmi_client]: init_uim_qmi_client 0x1\n" + f +
+                               "velmor_uim_open_channel try init_uim_qmi_client 0x1\n" + f +
+                               "velmor_uim_open_channel uim_qmi_client 0x1\n" + f +
+                               "velmor_uim_open_channel successfully\n" + f +
+                               "function exit <-------------\n");
+  reply(kRefusal);
+  EXPECT_TRUE(holds(echo_of(open), f + "velmor_uim_open_channel failed\n"));
+  EXPECT_EQ(result, -1);
+  for (const auto& refused_is_fine : {close, eid, status}) {
+    echo_of(refused_is_fine);
+    EXPECT_EQ(result, 0);
+  }
+  echo_of(apdu);
+  EXPECT_EQ(result, -1);
+}
+
+TEST_F(Uim, ALossBetweenOperationsIsRecoveredFromBeforeTheNextSend) {
+  echo_of(open);
+  for (const auto& call : {open, close, apdu, power_down, power_up, eid}) {
+    lose_service();
+    const std::string echo = echo_of(call);
+    EXPECT_EQ(result, 0);
+    EXPECT_TRUE(holds(echo, "SSR_Detected, try recovery\n" + std::string(kRelease)));
+    EXPECT_TRUE(holds(echo, kTry));
+    EXPECT_FALSE(holds(echo, "QMI error"));
+    EXPECT_FALSE(holds(echo_of(call), kRelease));
+  }
+  // The card status sends first, fails, and recovers after that.
+  lose_service();
+  const std::string echo = echo_of(status);
+  EXPECT_EQ(result, -2);
+  EXPECT_FALSE(holds(echo, kTry));
+  EXPECT_TRUE(holds(echo,
+                    "send msg sync client error = -2\n"
+                    "RIL[velmor_uim_get_card_status]: QMI error, try recovery\n" +
+                        std::string(kRelease)));
+  EXPECT_TRUE(holds(echo_of(status), kTry));
+  EXPECT_EQ(result, 0);
+}
+
+TEST_F(Uim, TheThirdTimeOutRecoversAndTheNextOperationOpensAClient) {
+  echo_of(eid);
+  fall_silent();
+  for (int i = 1; i <= 3; ++i) {
+    const std::string echo = echo_of(i == 2 ? status : eid);
+    EXPECT_EQ(result, -3);
+    EXPECT_EQ(holds(echo, kRelease), i == 3) << i;
+  }
+  modem.remove_service(kUimPort);
+  for (int i = 0; i < 2; ++i) {  // as long as no client can be opened, every operation recovers
+    const std::string echo = echo_of(power_up);
+    EXPECT_EQ(result, -1);
+    EXPECT_TRUE(holds(echo,
+                      "qmi_client_init UIM instance failed, qmi_client_error = -3\n"
+                      "RIL[velmor_esim_request_uicc_power_ex]: init_uim_qmi_client failed\n"
+                      "RIL[velmor_esim_request_uicc_power_ex]: uicc_power_ex res = -1, "
+                      "failed_cnt = 3\n"
+                      "RIL[velmor_esim_request_uicc_power_ex]: QMI error, try recovery\n"
+                      "RIL[uim_qmi_client_recovery]: uim_qmi_client_recovery "
+                      "qmi_client_release (nil)\n"));
+  }
+  modem.add_service(kUim, kUimPort);
+  reply(kSuccess);
+  EXPECT_TRUE(holds(echo_of(eid), kTry));
+  EXPECT_EQ(result, 0);
+  fall_silent();
+  EXPECT_FALSE(holds(echo_of(eid), kRelease));  // the count began anew
+}
+
+size_t entries(const char* folder) {
+  size_t n = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder)) ++n;
+  return n;
+}
+
+TEST_F(Uim, AThousandRecoveriesLeaveNothingBehind) {
+  g_velmor_shell_print_flag = 0;
+  const auto cycle = [&] {
+    lose_service();
+    EXPECT_EQ(eid(), 0);
+  };
+  eid();
+  for (int i = 0; i < 10; ++i) cycle();
+  const size_t descriptors = entries("/proc/self/fd"), threads = entries("/proc/self/task");
+  for (int i = 0; i < 1000; ++i) cycle();
+  EXPECT_LE(entries("/proc/self/fd"), descriptors);
+  EXPECT_LE(entries("/proc/self/task"), threads);
+  g_velmor_shell_print_flag = 1;
+}
+
+std::string count8(size_t n, const std::string& element) {
+  std::string all = hex(Bytes{static_cast<uint8_t>(n)});
+  for (size_t i = 0; i < n; ++i) all += element;
+  return all;
+}
+
+std::string tlv(const std::string& number, const std::string& value) {
+  const size_t size = bytes(value).size();
+  return number + hex(Bytes{uint8_t(size & 255), uint8_t(size >> 8)}) + value;
+}
+
+TEST_F(Uim, CardsAreKeptAsFarAsTheyCanBeRead) {
+  const std::string head = "0000 ffff ffff ffff ";
+  const std::string usim =
+      "01 00 00 00 00 01 02 07 02 0b 00 00 07 a0000000871002 00 03 03 0a 01 03 0a";
+  const struct {
+    std::string extended;  // the value of TLV 0x13
+    const char* logged;
+    int state[2];
+  } rows[] = {
+      {head + "02" + usim + "000000000000", "0] State = 1|1] State = 0|", {1, 0}},
+      {head + "01 020000000000", "0] State = 2|", {2, 3}},
+      {head + "00", "", {3, 3}},
+      {head + count8(200, "010000000000"),
+       "0] State = 1|1] State = 1|2] State = 1|3] State = 1|4] State = 1|",
+       {1, 1}},
+      {head + "02" + usim + "00 00 00", "0] State = 1|", {1, 3}},      // cut in the second card
+      {head + "02 010000000001 02 07", "", {3, 3}},                    // cut in an application
+      {head + "01 010000000000 1122334455", "0] State = 1|", {1, 3}},  // appended
+      {head + "01 01000000000b" + std::string(400, '0'), "", {3, 3}},  // eleven applications
+      {head + "01 7f0000000000", "0] State = 127|", {127, 3}},
+  };
+  for (const auto& row : rows) {
+    reply(kSuccess + tlv("10", head + "01 010000000000") + tlv("13", row.extended));
+    UimCardStatus out = {{9, 9}};
+    const std::string echo = echo_of([&] { return velmor_uim_get_card_status(&out); });
+    EXPECT_EQ(result, 0) << row.extended;
+    std::string logged;
+    for (size_t at = 0; (at = echo.find("SIM[", at)) != std::string::npos; ++at) {
+      logged += echo.substr(at + 4, echo.find('\n', at) - at - 4) + "|";
+    }
+    EXPECT_EQ(logged, row.logged) << row.extended;
+    EXPECT_EQ(out.state[0], row.state[0]);
+    EXPECT_EQ(out.state[1], row.state[1]);
+  }
+  UimCardStatus out = {{9, 9}};
+  const auto call = [&] { return velmor_uim_get_card_status(&out); };
+  reply(kSuccess + tlv("13", "0000 ffff"));  // not even a head: the message is malformed
+  echo_of(call);
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(out.state[0], 9);
+  reply(kRefusal + tlv("13", head + "01 010000000000"));
+  echo_of(call);
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(out.state[0], kUimCardStateUnknown);
+}
+
+TEST_F(Uim, AnswersNeverReachPastTheCallersRecord) {
+  const UimApduRequest in = {2, 1, 1, {0}};
+  const struct {
+    size_t size;
+    int result, len;
+  } rows[] = {{0, 0, 0}, {63, 0, 63}, {64, 0, 63}, {255, 0, 63}, {1024, 0, 63}, {1025, -1, 0}};
+  for (const auto& row : rows) {
+    struct {
+      UimApduResponse out{};
+      uint8_t guard = 0xEE;
+    } record;
+    std::string value = hex(Bytes{uint8_t(row.size & 255), uint8_t(row.size >> 8)});
+    value += hex(Bytes(row.size, 0xAA));
+    reply(kSuccess + tlv("10", value));
+    echo_of([&] { return velmor_uim_send_apdu(&in, &record.out); });
+    EXPECT_EQ(result, row.result) << row.size;
+    EXPECT_EQ(record.out.len, row.len) << row.size;
+    EXPECT_EQ(record.guard, 0xEE);
+  }
+  const uint8_t slot = 2;
+  const struct {
+    const char* tlvs;
+    const char* eid;
+  } eids[] = {
+      {"10 1100 10 89049032123451234512345678901235", "89049032123451234512345678901235"},
+      {"10 0400 03 112233", "11223300000000000000000000000000"},
+      {"10 0100 00", "00000000000000000000000000000000"},
+      {"", "eeeeeeeeeeeeeeeeeeeeeeeeeeeeeeee"},
+      {"10 1200 11 8904903212345123451234567890123500", "eeeeeeeeeeeeeeeeeeeeeeeeeeeeeeee"},
+  };
+  for (const auto& row : eids) {
+    uint8_t out[16];
+    memset(out, 0xEE, sizeof out);
+    reply(std::string(kSuccess) + row.tlvs);
+    echo_of([&] { return velmor_uim_request_eid(&slot, out); });
+    EXPECT_EQ(hex(out), row.eid);
+  }
+  uint8_t channel = 0xFF;
+  const UimOpenChannelParams open_in = {2, 1};
+  reply(kSuccess);  // a channel that is not named
+  echo_of([&] { return velmor_uim_open_channel(&open_in, &channel); });
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(channel, 0xFF);
+}
+
+TEST_F(Uim, AnEidIsValidByItsRemainder) {
+  const struct {
+    const char* text;
+    int remainder;
+  } rows[] = {
+      {"89049032123451234512345678901235", 1},
+      {"89049032123451234512345678901236", 2},
+      {"00000000000000000000000000000000", 0},
+      {"ffffffffffffffffffffffffffffffff", 69},  // letters count with their code minus 48
+  };
+  for (const auto& row : rows) {
+    bool valid = false;
+    const std::string echo = echo_of([&] {
+      valid = is_eid_valid(row.text);
+      return 0;
+    });
+    EXPECT_EQ(valid, row.remainder == 1) << row.text;
+    if (row.remainder != 1) {
+      EXPECT_TRUE(holds(echo, "eid validate failed, result = " + std::to_string(row.remainder)));
+    }
+  }
+}
+
+TEST_F(Uim, CommonRequestsOfModule5AndTheirDumps) {
+  const auto run_module = [&](std::vector<std::string> words) {
+    words.insert(words.begin(), {"tovi", "5"});
+    std::vector<char*> argv;
+    for (std::string& word : words) argv.push_back(word.data());
+    return echo_of([&] { return velmor_test_cmn_do(static_cast<int>(argv.size()), argv.data()); });
+  };
+  const struct {
+    std::vector<std::string> words;
+    const char* payload;
+  } sent[] = {
+      {{"1"}, "020000000000000027"},
+      {{"2", "5"}, "0200000000000000370000000400000001"},
+      {{"3", "0", "1", "7"}, "0200000000000000390000000c000000000000000100000001"},
+      {{"4"}, "020000000000000038"},
+      {{"6", "0"}, "02000000000000005000000004"},
+      {{"6", "1", "10", "10", "3"}, "02000000000000005000000010000000010000000a0000000a00000003"},
+  };
+  for (const auto& row : sent) {
+    reply(kSuccess);
+    run_module(row.words);
+    EXPECT_EQ(payload_of(modem.requests().at(0)), row.payload);
+  }
+  const struct {
+    const char* answer;
+    size_t filler;  // bytes of 0x77 behind it
+    const char* printed;
+  } answers[] = {
+      {"00000000 00000000 27000000 04000000 01000000", 0,
+       "data len(12)\ndata: 27 00 00 00 04 00 00 00 01 00 00 00\n"},
+      {"00000000 00000000 11223344 00000000", 0, "data len(8)\ndata: 11 22 33 44 00 00 00 00\n"},
+      {"", 0, "data len(8)\ndata: 00 00 00 00 00 00 00 00\n"},
+      {"00000000 00000000 00000000 ec010000", 492, "data len(500)\n"},
+      {"00000000 00000000 00000000 ed010000", 492, "data len(500)\n"},
+      {"00000000 00000000 00000000 f8ffffff", 492, "data len(500)\n"},
+      {"00000000 00000000 00000000 ffffffff", 0, "data len(500)\n"},
+      {"00000000 05000000", 0,
+       "result = 0, rsp.result = 5\nRIL[velmor_cmn_cmd_send]: rsp.result fail\n"},
+  };
+  for (const auto& row : answers) {
+    Bytes payload = bytes(row.answer);
+    payload.resize(payload.size() + row.filler, 0x77);
+    modem.on_request([=](const Bytes& request) { return Replies{answer(request, payload)}; });
+    EXPECT_TRUE(holds(run_module({"1"}), row.printed)) << row.answer;
+  }
+  modem.on_request([](const Bytes& request) { return Replies{answer(request, {}, 9)}; });
+  EXPECT_TRUE(holds(run_module({"1"}),
+                    "result = -3, rsp.result = 0\n"
+                    "RIL[velmor_cmn_cmd_send]: velmor_extend_qmi_send_sync fail\n"
+                    "RIL[velmor_test_cmn_do]: note: Error happen! error_code(-3)"));
+}
+
+TEST_F(Uim, MemoryThatCannotBeHadIsSaidInTheLog) {
+  const std::string log = std::filesystem::path(socket_path()).parent_path() / "log";
+  EXPECT_EQ(qcril_malloc_adv(SIZE_MAX / 2, "some_caller", 42), nullptr);
+  const std::string text = read_file(log);
+  EXPECT_TRUE(holds(text, "E util: [some_caller: 42] [")) << text;
+  EXPECT_TRUE(holds(text, ")] qcril_malloc_adv: Fail to allocate memory\n")) << text;
+  void* block = qcril_malloc_adv(100, "some_caller", 43);
+  ASSERT_NE(block, nullptr);
+  EXPECT_EQ(hex({static_cast<uint8_t*>(block), 100}), std::string(200, '0'));
+  qcril_free_adv(block, "some_caller", 44);
+}
+
+}  // namespace
