@@ -2,7 +2,7 @@
 #include "environment.h"
 #include "qcci/endpoint.h"
 #include "qmi_client.h"
-#include "simulated_ports.h"
+#include "simulated_device.h"
 
 namespace qmi {
 
@@ -17,4 +17,5 @@ Opened open_loopback_endpoint() {
 
 }  // namespace qmi
 
+void open_simulated_device() {}
 void open_simulated_ports() {}

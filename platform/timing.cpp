@@ -9,9 +9,9 @@
 namespace timing {
 namespace {
 
-std::chrono::nanoseconds multiply(uint64_t ms, double factor) {
+std::chrono::nanoseconds multiply(double ms, double factor) {
   constexpr double kLongest = 100.0 * 365 * 24 * 3600 * 1e9;  // 100 years
-  const double ns = std::min(static_cast<double>(ms) * 1e6 * factor, kLongest);
+  const double ns = std::min(ms * 1e6 * factor, kLongest);
   return std::chrono::nanoseconds(static_cast<int64_t>(ns));
 }
 
@@ -19,6 +19,10 @@ std::chrono::nanoseconds multiply(uint64_t ms, double factor) {
 
 std::chrono::nanoseconds scaled(uint32_t ms) {
   return multiply(ms, environment::time_scale());
+}
+
+std::chrono::nanoseconds scaled_s(uint64_t s) {
+  return multiply(static_cast<double>(s) * 1000, environment::time_scale());
 }
 
 Deadline peer_deadline(uint32_t ms) {
@@ -35,8 +39,8 @@ void sleep_ms(uint32_t ms) {
   std::this_thread::sleep_for(scaled(ms));
 }
 
-void sleep_s(uint32_t s) {
-  std::this_thread::sleep_for(multiply(uint64_t{s} * 1000, environment::time_scale()));
+void sleep_s(uint64_t s) {
+  std::this_thread::sleep_for(scaled_s(s));
 }
 
 }  // namespace timing

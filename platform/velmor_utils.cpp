@@ -87,6 +87,14 @@ const char* velmor_get_current_pid_name() {
   return program_invocation_short_name;
 }
 
+int velmor_get_property_value_from_int(const char* name, int default_value) {
+  char value[PROPERTY_VALUE_MAX];
+  property_get(name, value, "");
+  char* end;
+  const long number = strtol(value, &end, 10);
+  return end != value ? static_cast<int>(number) : default_value;
+}
+
 void velmor_utils_syslog_dbg(const char* format, ...) {
   va_list args;
   va_start(args, format);

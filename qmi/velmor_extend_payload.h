@@ -79,12 +79,14 @@ static_assert(sizeof(velmor_common_direct_req) == 512);
 // below; in the other form the rest.
 inline constexpr uint32_t VELMOR_COMMON_GPIO_SET = 0;
 inline constexpr uint32_t VELMOR_COMMON_TX_SET = 1;
+inline constexpr uint32_t VELMOR_COMMON_MODEM_SSR = 31;
 inline constexpr uint32_t VELMOR_COMMON_NV_SYNC = 35;
 inline constexpr uint32_t VELMOR_COMMON_CARD_STATUS_QUERY = 39;
 inline constexpr uint32_t VELMOR_COMMON_CARD_STATUS_GET = 55;
 inline constexpr uint32_t VELMOR_COMMON_CARD_TYPE_QUERY = 56;
 inline constexpr uint32_t VELMOR_COMMON_CARD_STATUS_SET = 57;
 inline constexpr uint32_t VELMOR_COMMON_CARD_HOTSWAP_TEST = 80;
+inline constexpr uint32_t VELMOR_COMMON_FULL_DUMP = 99;
 
 inline constexpr int kMaxGpioValues = 50;
 

@@ -10,7 +10,7 @@
 #include "qcci/endpoint.h"
 #include "qmi_client.h"
 #include "router.h"
-#include "simulated_ports.h"
+#include "simulated_device.h"
 #include "state_folder.h"
 
 namespace sim {
@@ -113,6 +113,10 @@ Opened open_loopback_endpoint() {
 }
 
 }  // namespace qmi
+
+void open_simulated_device() {
+  sim::embedded_modem();
+}
 
 void open_simulated_ports() {
   sim::EmbeddedModem* embedded = sim::embedded_modem();

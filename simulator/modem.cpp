@@ -6,8 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <charconv>
-
+#include "hex.h"
 #include "state_files.h"
 #include "state_folder.h"
 
@@ -131,14 +130,9 @@ bool Modem::set_sim_present(unsigned int number, bool present) {
   return set_value(slot_file(number), "sim", present ? "present" : "absent");
 }
 
-std::vector<uint8_t> Modem::eid() const {
-  const std::string digits = value("euicc", "eid");
-  std::vector<uint8_t> bytes(digits.size() / 2);
-  for (size_t i = 0; i < bytes.size(); ++i) {
-    const char* pair = digits.data() + 2 * i;
-    if (std::from_chars(pair, pair + 2, bytes[i], 16).ptr != pair + 2) return {};
-  }
-  return bytes.size() == 16 ? bytes : std::vector<uint8_t>();
+std::string Modem::eid() const {
+  const std::string bytes = from_hex(value("euicc", "eid")).value_or("");
+  return bytes.size() == 16 ? bytes : "";
 }
 
 bool Modem::reset_euicc() {

@@ -1,7 +1,7 @@
 // What the simulated modem holds: NV items and EFS files of two subscriptions, two card slots, an
-// eUICC, the SAR state. It knows no bytes of any protocol. Everything lives in the state folder, as
-// files that a person can look into and change with ordinary tools; several processes may use one
-// folder at the same time.
+// eUICC, configurations, the SAR state. It knows no bytes of any protocol. Everything lives in the
+// state folder, as files that a person can look into and change with ordinary tools; several
+// processes may use one folder at the same time.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
+
+#include "configurations.h"
 
 namespace sim {
 
@@ -59,16 +60,18 @@ class Modem {
   bool power_up(unsigned int number);
   bool set_sim_present(unsigned int number, bool present);
 
-  // The eUICC: its EID, two digits a byte (nothing when the state has no 32 hexadecimal digits),
-  // and its memory reset, which gives whether there were profiles to delete.
-  std::vector<uint8_t> eid() const;
+  // The eUICC: its EID, two digits a byte (empty when the state has no 32 hexadecimal digits), and
+  // its memory reset, which gives whether there were profiles to delete.
+  std::string eid() const;
   bool reset_euicc();
+
+  Configurations& configurations() { return configurations_; }
 
   // The SAR DSI; nothing when the state does not hold a number.
   std::optional<uint32_t> sar_dsi() const;
 
  private:
-  explicit Modem(std::string folder) : folder_(std::move(folder)) {}
+  explicit Modem(std::string folder) : folder_(std::move(folder)), configurations_(folder_) {}
 
   std::string nv_path(unsigned int sub, unsigned int id) const;
   // Where an EFS file is kept, or nothing for a path that is refused.
@@ -79,6 +82,7 @@ class Modem {
   bool set_value(const std::string& file, std::string_view key, std::string_view value);
 
   const std::string folder_;
+  Configurations configurations_;
 };
 
 }  // namespace sim

@@ -6,8 +6,10 @@
 #include <thread>
 
 #include "environment.h"
+#include "modem.h"
 #include "sim_extension.h"
 #include "sim_nas.h"
+#include "sim_pdc.h"
 #include "sim_sar.h"
 #include "sim_uim.h"
 
@@ -19,6 +21,7 @@ std::vector<std::unique_ptr<Service>> make_services(Modem& modem) {
   services.push_back(std::make_unique<NasService>());
   services.push_back(std::make_unique<UimService>(modem));
   services.push_back(std::make_unique<SarService>(modem));
+  services.push_back(std::make_unique<PdcService>(modem.configurations()));
   services.push_back(std::make_unique<ExtensionService>(modem));
   return services;
 }
@@ -56,12 +59,18 @@ void Network::set_up(Running& running, bool up) {
   }
 }
 
+void Network::set_services_up(const Running* only, bool up) {
+  for (Running& running : services_) {
+    if (only == nullptr || only == &running) set_up(running, up);
+  }
+}
+
 void Network::start_services() {
-  for (Running& running : services_) set_up(running, true);
+  set_services_up(nullptr, true);
 }
 
 void Network::stop_services() {
-  for (Running& running : services_) set_up(running, false);
+  set_services_up(nullptr, false);
 }
 
 void Network::forget_client(qmi::Address client) {
@@ -70,23 +79,6 @@ void Network::forget_client(qmi::Address client) {
 
 void Network::request(Running& running, qmi::Address client, std::span<const uint8_t> packet) {
   Exchange exchange = carry_out(*running.service, client, packet, faults_, random_);
-  if (exchange.outage) {
-    const bool all = exchange.outage->of_all_services;
-    if (all) {
-      stop_services();
-    } else {
-      set_up(running, false);
-    }
-    if (exchange.outage->back_after_ms) {
-      later(*exchange.outage->back_after_ms, [this, all, &running]() REQUIRES(lock_) {
-        if (all) {
-          start_services();
-        } else {
-          set_up(running, true);
-        }
-      });
-    }
-  }
   for (Delivery& delivery : exchange.deliveries) {
     if (delivery.delay_ms == 0) {
       deliver(running, client, delivery.packet);
@@ -97,6 +89,21 @@ void Network::request(Running& running, qmi::Address client, std::span<const uin
                               late = std::move(delivery.packet)]() REQUIRES(lock_) {
       if (running.up && running.port == port) deliver(running, client, late);
     });
+  }
+  if (!exchange.outage) return;
+  if (exchange.outage->after_ms == 0) {
+    go_down(running, *exchange.outage);
+  } else {
+    later(exchange.outage->after_ms, [this, &running, outage = *exchange.outage]()
+                                         REQUIRES(lock_) { go_down(running, outage); });
+  }
+}
+
+void Network::go_down(Running& running, const Outage& outage) {
+  Running* const only = outage.of_all_services ? nullptr : &running;
+  set_services_up(only, false);
+  if (outage.back_after_ms) {
+    later(*outage.back_after_ms, [this, only]() REQUIRES(lock_) { set_services_up(only, true); });
   }
 }
 

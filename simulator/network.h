@@ -68,6 +68,8 @@ class Network {
   };
 
   void set_up(Running& running, bool up) REQUIRES(lock_);
+  void set_services_up(const Running* only, bool up) REQUIRES(lock_);  // null: all
+  void go_down(Running& running, const Outage& outage) REQUIRES(lock_);
   void later(uint32_t ms, std::function<void()> what) REQUIRES(lock_);
   timing::Deadline earliest() REQUIRES(lock_);
   void run_due_locked() REQUIRES(lock_);

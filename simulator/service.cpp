@@ -26,7 +26,7 @@ std::vector<uint64_t> room_for(const qmi::Message& message) {
 }
 
 Packet response_to(Service& service, qmi::Address client, const qmi::Header& header,
-                   std::span<const uint8_t> body, Indications& indications) {
+                   std::span<const uint8_t> body, Aftermath& aftermath) {
   const qmi::Message* request = service.description().find(Kind::Request, header.message);
   const qmi::Message* response = service.description().find(Kind::Response, header.message);
   if (request == nullptr || response == nullptr) return service.refusal(header, kQmiNotSupported);
@@ -36,7 +36,7 @@ Packet response_to(Service& service, qmi::Address client, const qmi::Header& hea
   }
   auto response_struct = room_for(*response);
   const uint32_t error = service.answer(client, header.message, request_struct.data(),
-                                        response_struct.data(), indications);
+                                        response_struct.data(), aftermath);
   if (error != 0) return service.refusal(header, error);
   return make_packet(Kind::Response, header.transaction, header.message, *response,
                      response_struct.data());
@@ -50,8 +50,8 @@ void cut(Packet& packet, size_t body_bytes) {
 }
 
 // What the answer and its indications become under a fault.
-Exchange spoil(const Fault& fault, Packet response, std::vector<Delivery> indications,
-               std::minstd_rand& random) {
+std::vector<Delivery> spoil(const Fault& fault, Packet response, std::vector<Delivery> indications,
+                            std::minstd_rand& random) {
   using Action = Fault::Action;
   const uint32_t value = fault.value.value_or(0);
   std::vector<Delivery> deliveries = {{0, std::move(response)}};
@@ -92,15 +92,15 @@ Exchange spoil(const Fault& fault, Packet response, std::vector<Delivery> indica
     case Action::Restart: break;  // seen to before the request is carried out
   }
   std::move(indications.begin(), indications.end(), std::back_inserter(deliveries));
-  return {.deliveries = std::move(deliveries), .outage = std::nullopt};
+  return deliveries;
 }
 
 }  // namespace
 
-void Indications::add(uint16_t message, const void* c_struct, uint32_t delay_ms) {
+void Aftermath::indicate(uint16_t message, const void* c_struct, uint32_t delay_ms) {
   const qmi::Message* known = service_.find(Kind::Indication, message);
   if (known != nullptr) {
-    deliveries_.push_back({delay_ms, make_packet(Kind::Indication, 0, message, *known, c_struct)});
+    indications_.push_back({delay_ms, make_packet(Kind::Indication, 0, message, *known, c_struct)});
   }
 }
 
@@ -125,20 +125,21 @@ Exchange carry_out(Service& service, qmi::Address client, std::span<const uint8_
   if (!header || header->kind != Kind::Request || !is_whole(*header, packet)) return {};
   const Fault* fault = faults.meet(service.description().service_id, header->message);
   if (fault != nullptr && fault->action == Fault::Action::Down) {
-    return {.deliveries = {}, .outage = Exchange::Outage{false, fault->value}};
+    return {.deliveries = {}, .outage = Outage{false, 0, fault->value}};
   }
   if (fault != nullptr && fault->action == Fault::Action::Restart) {
-    return {.deliveries = {}, .outage = Exchange::Outage{true, fault->value.value_or(kRestartMs)}};
+    return {.deliveries = {}, .outage = Outage{true, 0, fault->value.value_or(kRestartMs)}};
   }
   if (fault != nullptr && fault->action == Fault::Action::Error) {
     return {.deliveries = {{0, service.refusal(*header, fault->value.value_or(0))}}, .outage = {}};
   }
-  Indications indications(service.description());
+  Aftermath aftermath(service.description());
   Packet response =
-      response_to(service, client, *header, packet.subspan(qmi::kHeaderBytes), indications);
+      response_to(service, client, *header, packet.subspan(qmi::kHeaderBytes), aftermath);
   constexpr Fault kNone{Fault::Action::Delay, 0};
-  return spoil(fault != nullptr ? *fault : kNone, std::move(response), indications.deliveries(),
-               random);
+  return {spoil(fault != nullptr ? *fault : kNone, std::move(response), aftermath.indications(),
+                random),
+          aftermath.outage()};
 }
 
 }  // namespace sim

@@ -28,20 +28,33 @@ struct Delivery {
   std::vector<uint8_t> packet;
 };
 
-// The indications that a request causes, sent to its client after the response.
-class Indications {
+// Services leave, and come back after a while or not at all.
+struct Outage {
+  bool of_all_services;
+  uint32_t after_ms;
+  std::optional<uint32_t> back_after_ms;  // counted from their leaving
+};
+
+// What a request causes after its response: indications to its client, a restart of the modem.
+class Aftermath {
  public:
-  explicit Indications(const qmi_idl_service_object& service) : service_(service) {}
+  explicit Aftermath(const qmi_idl_service_object& service) : service_(service) {}
 
-  // Adds one, from the C structure of indication `message`, to be sent `delay_ms` after the
-  // request.
-  void add(uint16_t message, const void* c_struct, uint32_t delay_ms = 0);
+  // An indication, from the C structure of indication `message`, `delay_ms` after the request.
+  void indicate(uint16_t message, const void* c_struct, uint32_t delay_ms = 0);
 
-  const std::vector<Delivery>& deliveries() const { return deliveries_; }
+  // The modem goes down `after_ms` after the request.
+  void take_down(uint32_t after_ms, std::optional<uint32_t> back_after_ms) {
+    outage_ = {true, after_ms, back_after_ms};
+  }
+
+  const std::vector<Delivery>& indications() const { return indications_; }
+  const std::optional<Outage>& outage() const { return outage_; }
 
  private:
   const qmi_idl_service_object& service_;
-  std::vector<Delivery> deliveries_;
+  std::vector<Delivery> indications_;
+  std::optional<Outage> outage_;
 };
 
 class Service {
@@ -53,7 +66,7 @@ class Service {
   // Carries out one request: `request` is its C structure, `response` the cleared C structure of
   // the response with the same id. 0, or the published QMI error that the request is refused with.
   virtual uint32_t answer(qmi::Address client, uint16_t message, const void* request,
-                          void* response, Indications& indications) = 0;
+                          void* response, Aftermath& aftermath) = 0;
 
   // The packet that refuses a request: the standard result with `error`.
   virtual std::vector<uint8_t> refusal(const qmi::Header& request, uint32_t error) const;
@@ -65,12 +78,8 @@ class Service {
 
 // What comes of one packet of a client.
 struct Exchange {
-  struct Outage {
-    bool of_all_services;
-    std::optional<uint32_t> back_after_ms;
-  };
   std::vector<Delivery> deliveries;  // to the client, in this order
-  std::optional<Outage> outage;      // instead of them
+  std::optional<Outage> outage;
 };
 
 // Carries out a client's request, as far as faults let it. What the service does not know, or

@@ -24,6 +24,10 @@ constexpr int32_t kCommonNotSupported = 94;
 constexpr int32_t kCommonInvalidArgument = 48;
 constexpr int32_t kCommonFailed = 3;
 
+// A restart or a dump begins a moment after its request was answered.
+constexpr uint32_t kCrashMs = 100;
+constexpr uint32_t kRestartMs = 300;
+
 std::string path_of(const velmor_nvefs_req& req) {
   const size_t told = std::min<size_t>(req.path_len, sizeof req.path);
   const auto* path = reinterpret_cast<const char*>(req.path);
@@ -51,7 +55,7 @@ const qmi_idl_service_object& ExtensionService::description() const {
 }
 
 uint32_t ExtensionService::answer(qmi::Address client, uint16_t message, const void* request,
-                                  void* response, Indications&) {
+                                  void* response, Aftermath& aftermath) {
   // Messages 0x03, 0x04 and 0x0A are sent by nobody; what they mean is not known.
   if (message != kExtendSendDataMsg) return kQmiNotSupported;
   const auto& req = *static_cast<const velmor_extend_send_data_req_msg_v01*>(request);
@@ -59,7 +63,7 @@ uint32_t ExtensionService::answer(qmi::Address client, uint16_t message, const v
   const Payload payload(req.data);
   switch (req.request_id) {
     case REQUEST_ID_EFS: answer_nvefs(client, payload, resp); break;
-    case REQUEST_ID_COMMON: answer_common(payload, resp); break;
+    case REQUEST_ID_COMMON: answer_common(payload, resp, aftermath); break;
     default: resp.result = kRefused; break;
   }
   return 0;
@@ -179,7 +183,8 @@ void ExtensionService::end_write(int instance) {
 }
 
 void ExtensionService::answer_common(Payload payload,
-                                     velmor_extend_send_data_resp_msg_v01& response) {
+                                     velmor_extend_send_data_resp_msg_v01& response,
+                                     Aftermath& aftermath) {
   velmor_common_direct_req direct;
   velmor_common_tlv_req tlv;
   memcpy(&direct, payload.data(), sizeof direct);
@@ -189,9 +194,10 @@ void ExtensionService::answer_common(Payload payload,
   uint32_t type = direct.type;
   if (type == kCommonTypeLengthValueForm) {
     type = tlv.type;
-    rsp.result = common(type, {tlv.value, std::min<size_t>(tlv.length, sizeof tlv.value)}, words);
+    rsp.result =
+        common(type, {tlv.value, std::min<size_t>(tlv.length, sizeof tlv.value)}, words, aftermath);
   } else {
-    rsp.result = common(type, direct.value, words);
+    rsp.result = common(type, direct.value, words, aftermath);
   }
   size_t data_bytes = 0;
   if (!words.empty()) {
@@ -207,11 +213,13 @@ void ExtensionService::answer_common(Payload payload,
 
 // Carries out one common request; what it answers, if anything, goes into `words`.
 int ExtensionService::common(uint32_t type, std::span<const uint8_t> value,
-                             std::vector<uint32_t>& words) {
+                             std::vector<uint32_t>& words, Aftermath& aftermath) {
   switch (type) {
     case VELMOR_COMMON_GPIO_SET: return set_gpio(value);
     case VELMOR_COMMON_TX_SET: return set_tx(value);
     case VELMOR_COMMON_NV_SYNC: return 0;
+    case VELMOR_COMMON_MODEM_SSR: aftermath.take_down(kCrashMs, kRestartMs); return 0;
+    case VELMOR_COMMON_FULL_DUMP: aftermath.take_down(kCrashMs, std::nullopt); return 0;
     case VELMOR_COMMON_CARD_STATUS_QUERY:
       for (unsigned int slot = 1; slot <= kSlots; ++slot) words.push_back(card_present(slot));
       return 0;

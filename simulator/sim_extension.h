@@ -17,7 +17,7 @@ class ExtensionService final : public Service {
 
   const qmi_idl_service_object& description() const override;
   uint32_t answer(qmi::Address client, uint16_t message, const void* request, void* response,
-                  Indications& indications) override;
+                  Aftermath& aftermath) override;
   std::vector<uint8_t> refusal(const qmi::Header& request, uint32_t error) const override;
   void client_gone(qmi::Address client) override;
   void all_clients_gone() override { open_writes_.clear(); }
@@ -37,9 +37,11 @@ class ExtensionService final : public Service {
 
   void answer_nvefs(qmi::Address client, Payload payload,
                     velmor_extend_send_data_resp_msg_v01& response);
-  void answer_common(Payload payload, velmor_extend_send_data_resp_msg_v01& response);
+  void answer_common(Payload payload, velmor_extend_send_data_resp_msg_v01& response,
+                     Aftermath& aftermath);
 
-  int common(uint32_t type, std::span<const uint8_t> value, std::vector<uint32_t>& words);
+  int common(uint32_t type, std::span<const uint8_t> value, std::vector<uint32_t>& words,
+             Aftermath& aftermath);
 
   int set_gpio(std::span<const uint8_t> value);
   int set_tx(std::span<const uint8_t> value);

@@ -45,7 +45,7 @@ void full_scan(nas_perform_network_scan_resp_msg_v01& resp) {
 constexpr uint32_t kFindMs = 500;
 
 // Each network is reported when it is found, together with those before it.
-void incremental_scan(Indications& indications) {
+void incremental_scan(Aftermath& aftermath) {
   nas_perform_incremental_network_scan_ind_msg_v01 ind{};
   ind.network_valid = 1;
   ind.scan_status = 1;
@@ -57,8 +57,8 @@ void incremental_scan(Indications& indications) {
     entry.rat = network.rat;
     put_name(network, entry);
     if (ind.network_len == std::size(kNetworks)) ind.scan_status = 0;
-    indications.add(QMI_NAS_PERFORM_INCREMENTAL_NETWORK_SCAN_REQ_MSG_V01, &ind,
-                    ind.network_len * kFindMs);
+    aftermath.indicate(QMI_NAS_PERFORM_INCREMENTAL_NETWORK_SCAN_REQ_MSG_V01, &ind,
+                       ind.network_len * kFindMs);
   }
 }
 
@@ -69,11 +69,11 @@ const qmi_idl_service_object& NasService::description() const {
 }
 
 uint32_t NasService::answer(qmi::Address, uint16_t message, const void*, void* response,
-                            Indications& indications) {
+                            Aftermath& aftermath) {
   if (message == QMI_NAS_PERFORM_NETWORK_SCAN_REQ_MSG_V01) {
     full_scan(*static_cast<nas_perform_network_scan_resp_msg_v01*>(response));
   } else {
-    incremental_scan(indications);
+    incremental_scan(aftermath);
   }
   return 0;
 }

@@ -47,7 +47,7 @@ const qmi_idl_service_object& UimService::description() const {
 }
 
 uint32_t UimService::answer(qmi::Address client, uint16_t message, const void* request,
-                            void* response, Indications&) {
+                            void* response, Aftermath&) {
   const auto carry_out = [&]<typename Request, typename Response>(uint32_t (UimService::*operation)(
                              qmi::Address, const Request&, Response&)) {
     return (this->*operation)(client, *static_cast<const Request*>(request),

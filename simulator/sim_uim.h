@@ -15,7 +15,7 @@ class UimService final : public Service {
 
   const qmi_idl_service_object& description() const override;
   uint32_t answer(qmi::Address client, uint16_t message, const void* request, void* response,
-                  Indications& indications) override;
+                  Aftermath& aftermath) override;
   void client_gone(qmi::Address client) override;
   void all_clients_gone() override { channels_.clear(); }
 

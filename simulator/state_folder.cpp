@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <memory>
 #include <string_view>
 
@@ -41,6 +42,28 @@ constexpr std::string_view kEuicc =
     "eid=89049032123451234512345678901235\n"
     "profiles=8901990000000000017,8901990000000000025\n";
 
+constexpr std::string_view kConfigs =
+    "# type/id=version size description\n"
+    "platform/a0a1a2a3a4a5a6a7a8a9aaabacadaeafb0b1b2b3=0x01000100 4096 Platform\n"
+    "software/0102030405060708090a0b0c0d0e0f1011121314=0x0a010001 51200 Commercial 1\n"
+    "software/1112131415161718191a1b1c1d1e1f2021222324=0x0a010002 50176 Commercial 2\n"
+    "software/2122232425262728292a2b2c2d2e2f3031323334=0x0a010003 20480 Lab\n";
+constexpr std::string_view kPlatform =
+    "selected=a0a1a2a3a4a5a6a7a8a9aaabacadaeafb0b1b2b3\n"
+    "active=a0a1a2a3a4a5a6a7a8a9aaabacadaeafb0b1b2b3\n"
+    "pending=\n";
+constexpr std::string_view kSoftware0 =
+    "selected=0102030405060708090a0b0c0d0e0f1011121314\n"
+    "active=0102030405060708090a0b0c0d0e0f1011121314\n"
+    "pending=\n";
+constexpr std::string_view kSoftware1 =
+    "selected=1112131415161718191a1b1c1d1e1f2021222324\n"
+    "active=1112131415161718191a1b1c1d1e1f2021222324\n"
+    "pending=\n";
+
+// Read by whoever maps it; the first five bytes are the ones that are shown.
+constexpr std::array<char, 100> kShareMemory = {1, 2, 3, 4, 5};
+
 // clang-format off
 constexpr FactoryFile kFactoryFiles[] = {
   // NV 10: preferred mode, automatic. NV 550: the IMEI, one digit a nibble.
@@ -58,6 +81,12 @@ constexpr FactoryFile kFactoryFiles[] = {
   { "slot/1",                                              kSlot1                                   },
   { "slot/2",                                              kSlot2                                   },
   { "euicc",                                               kEuicc                                   },
+  { "pdc/configs",                                         kConfigs                                 },
+  { "pdc/platform/0",                                      kPlatform                                },
+  { "pdc/platform/1",                                      kPlatform                                },
+  { "pdc/software/0",                                      kSoftware0                               },
+  { "pdc/software/1",                                      kSoftware1                               },
+  { "device/data/vendor/modem/share_memory",               {kShareMemory.data(), kShareMemory.size()} },
   { "sar",                                                 "# DSI, 0 to 20\ndsi=3\n"sv              },
   { "properties",                                          "# One property a line: name=value\n"sv  },
 };

@@ -588,7 +588,7 @@ TEST_F(ExtendWithModem, AChunkQuotesTheInstanceItWasGivenAndMustFit) {
     const velmor_nvefs_req payload = {
         NvefsOp::EfsWrite, 0, id, 3, {'/', 'c', 'd'}, 20, send, offset, {}};
     memcpy(req.data, &payload, sizeof payload);
-    sim::Indications none(service_->description());
+    sim::Aftermath none(service_->description());
     EXPECT_EQ(service_->answer({1, client}, 2, &req, &resp, none), 0u);
     velmor_nvefs_rsp rsp;
     memcpy(&rsp, resp.data, sizeof rsp);

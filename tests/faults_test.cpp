@@ -100,11 +100,11 @@ class DemoService final : public sim::Service {
  public:
   const qmi_idl_service_object& description() const override { return kDemo; }
   uint32_t answer(qmi::Address, uint16_t, const void*, void* response,
-                  sim::Indications& indications) override {
+                  sim::Aftermath& aftermath) override {
     static_cast<OneByte*>(response)->value = 0xaa;
     for (const uint8_t value : {uint8_t{0xb1}, uint8_t{0xb2}}) {
       const OneByte indication{value};
-      indications.add(6, &indication);
+      aftermath.indicate(6, &indication);
     }
     return 0;
   }

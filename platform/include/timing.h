@@ -16,8 +16,9 @@ inline constexpr Deadline kNever = Deadline::max();
 // A deadline that has passed: take what is there, do not wait.
 inline constexpr Deadline kPast{};
 
-// `ms` milliseconds of sleep or timer, scaled freely.
+// Milliseconds or seconds of sleep or timer, scaled freely; at most 100 years.
 std::chrono::nanoseconds scaled(uint32_t ms);
+std::chrono::nanoseconds scaled_s(uint64_t s);
 
 // The end of a wait for a peer that is allowed `ms` milliseconds. Scaling never makes it shorter
 // than `ms` or 50 ms, whichever is less: the peer does not run faster for it.
@@ -28,6 +29,6 @@ Deadline peer_deadline(uint32_t ms);
 bool wait_readable(int fd, uint32_t ms);
 
 void sleep_ms(uint32_t ms);
-void sleep_s(uint32_t s);
+void sleep_s(uint64_t s);
 
 }  // namespace timing

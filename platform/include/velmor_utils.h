@@ -23,6 +23,9 @@ void velmor_set_qcril_process_instance_id(uint8_t id);
 // The base name of this program.
 const char* velmor_get_current_pid_name();
 
+// A system property as a decimal number, or `default_value` when it is unset or holds none.
+int velmor_get_property_value_from_int(const char* name, int default_value);
+
 // Write one line, without a newline of its own, to the system log.
 [[gnu::format(printf, 1, 2)]] void velmor_utils_syslog_dbg(const char* format, ...);
 [[gnu::format(printf, 1, 2)]] void velmor_utils_syslog_err(const char* format, ...);

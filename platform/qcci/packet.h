@@ -2,6 +2,7 @@
 // a QMI message. Everything is little-endian, as on the hosts this runs on.
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -14,7 +15,7 @@ namespace qmi {
 struct Address {
   uint32_t node = 0;
   uint32_t port = 0;
-  bool operator==(const Address&) const = default;
+  auto operator<=>(const Address&) const = default;
 };
 
 // The port of a node's name service; packets from it are control packets, all others are data.

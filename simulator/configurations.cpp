@@ -1,0 +1,107 @@
+#include "configurations.h"
+
+#include <stdio.h>
+
+#include "hex.h"
+#include "state_files.h"
+
+namespace sim {
+namespace {
+
+constexpr const char* kTypes[kConfigTypes] = {"platform", "software"};
+
+// A line of pdc/configs: type/id=version size description.
+std::string key_of(uint32_t type, const std::string& id) {
+  return std::string(kTypes[type]) + "/" + to_hex(id);
+}
+
+std::optional<Configuration> read_line(const std::string& key, const std::string& value) {
+  for (uint32_t type = 0; type < kConfigTypes; ++type) {
+    const std::string prefix = std::string(kTypes[type]) + "/";
+    if (!key.starts_with(prefix)) continue;
+    const auto id = from_hex(key.substr(prefix.size()));
+    Configuration configuration{type, id.value_or(""), 0, 0, ""};
+    int used = 0;
+    if (sscanf(value.c_str(), "%x %u %n", &configuration.version, &configuration.size, &used) < 2) {
+      return std::nullopt;
+    }
+    configuration.description = value.substr(static_cast<size_t>(used));
+    if (!configuration.id.empty()) return configuration;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::vector<Configuration> Configurations::list(uint32_t type) const {
+  std::vector<Configuration> all;
+  for (const auto& [key, value] :
+       state_files::parse(state_files::read(configs_path()).value_or(""))) {
+    const auto configuration = read_line(key, value);
+    if (configuration && configuration->type == type) all.push_back(*configuration);
+  }
+  return all;
+}
+
+std::optional<Configuration> Configurations::find(uint32_t type, const std::string& id) const {
+  for (const Configuration& configuration : list(type)) {
+    if (configuration.id == id) return configuration;
+  }
+  return std::nullopt;
+}
+
+bool Configurations::add(const Configuration& configuration) {
+  char numbers[32];
+  snprintf(numbers, sizeof numbers, "0x%08x %u ", configuration.version, configuration.size);
+  return state_files::set_value(folder_, configs_path(),
+                                key_of(configuration.type, configuration.id),
+                                numbers + configuration.description);
+}
+
+bool Configurations::remove(uint32_t type, const std::string& id) {
+  const state_files::FolderLock lock(folder_, state_files::LockPart::Writing);
+  std::string text;
+  for (const auto& [key, value] :
+       state_files::parse(state_files::read(configs_path()).value_or(""))) {
+    if (key != key_of(type, id)) text += key + "=" + value + "\n";
+  }
+  return lock.held() && state_files::write(folder_, configs_path(), text);
+}
+
+std::string Configurations::selection_path(uint32_t type, uint32_t sub) const {
+  return folder_ + "/pdc/" + kTypes[type] + "/" + std::to_string(sub);
+}
+
+Selection Configurations::selection(uint32_t type, uint32_t sub) const {
+  const auto values = state_files::parse(state_files::read(selection_path(type, sub)).value_or(""));
+  const auto id = [&](std::string_view key) {
+    const std::string* hex = state_files::find(values, key);
+    return hex != nullptr ? from_hex(*hex).value_or("") : "";
+  };
+  return {id("selected"), id("active"), id("pending")};
+}
+
+bool Configurations::store(uint32_t type, uint32_t sub, const Selection& selection) {
+  return state_files::write(folder_, selection_path(type, sub),
+                            "selected=" + to_hex(selection.selected) + "\n" +
+                                "active=" + to_hex(selection.active) + "\n" +
+                                "pending=" + to_hex(selection.pending) + "\n");
+}
+
+bool Configurations::select(uint32_t type, uint32_t sub, const std::string& id) {
+  Selection now = selection(type, sub);
+  now.selected = id;
+  now.pending = id == now.active ? "" : id;
+  return store(type, sub, now);
+}
+
+bool Configurations::activate(uint32_t type, uint32_t sub) {
+  const std::string selected = selection(type, sub).selected;
+  return store(type, sub, {selected, selected, ""});
+}
+
+bool Configurations::deactivate(uint32_t type, uint32_t sub) {
+  return store(type, sub, {});
+}
+
+}  // namespace sim
