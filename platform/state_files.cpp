@@ -134,15 +134,24 @@ std::string with_value(std::string_view text, std::string_view key, std::string_
   return replaced ? out : out + line;
 }
 
+namespace {
+
+struct flock range_of(LockPart part, FolderLock::Mode mode) {
+  struct flock range {};
+  range.l_type = static_cast<short>(mode == FolderLock::Mode::Shared ? F_RDLCK : F_WRLCK);
+  range.l_whence = SEEK_SET;
+  range.l_start = static_cast<off_t>(part);
+  range.l_len = 1;
+  return range;
+}
+
+}  // namespace
+
 FolderLock::FolderLock(const std::string& folder, LockPart part, Mode mode, Wait wait) {
   const std::string path = folder + "/lock";
   const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   if (fd < 0) return;
-  struct flock range {};
-  range.l_type = static_cast<short>(mode == Mode::Shared ? F_RDLCK : F_WRLCK);
-  range.l_whence = SEEK_SET;
-  range.l_start = static_cast<off_t>(part);
-  range.l_len = 1;
+  struct flock range = range_of(part, mode);
   int result;
   do {
     result = fcntl(fd, wait == Wait::Yes ? F_OFD_SETLKW : F_OFD_SETLK, &range);
@@ -152,6 +161,15 @@ FolderLock::FolderLock(const std::string& folder, LockPart part, Mode mode, Wait
   } else {
     close(fd);
   }
+}
+
+bool FolderLock::is_held(const std::string& folder, LockPart part) {
+  const int fd = open((folder + "/lock").c_str(), O_RDWR | O_CLOEXEC);
+  if (fd < 0) return false;
+  struct flock range = range_of(part, Mode::Exclusive);
+  const bool asked = fcntl(fd, F_OFD_GETLK, &range) == 0;
+  close(fd);
+  return asked && range.l_type != F_UNLCK;
 }
 
 FolderLock::~FolderLock() {

@@ -34,9 +34,13 @@ std::string with_value(std::string_view text, std::string_view key, std::string_
 
 std::string_view trim(std::string_view text);
 
-// The lock file has three parts: one held for a moment by whoever changes several things at once,
-// one held for the whole life of a server, one for that of the device ports.
-enum class LockPart { Writing = 0, Serving = 1, Ports = 2 };
+// The parts of the lock file.
+enum class LockPart {
+  Writing = 0,      // held for a moment by whoever changes several things at once
+  Serving = 1,      // by servers, as long as they live
+  Ports = 2,        // by the one process that has the device ports
+  ServedPorts = 3,  // by that one too when it is a server
+};
 
 // Holds a part of folder/lock as long as it lives.
 class FolderLock {
@@ -50,6 +54,9 @@ class FolderLock {
   FolderLock(FolderLock&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
 
   bool held() const { return fd_ >= 0; }
+
+  // Whether anybody holds a part.
+  static bool is_held(const std::string& folder, LockPart part);
 
  private:
   int fd_ = -1;

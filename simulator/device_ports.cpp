@@ -16,6 +16,12 @@
 namespace sim {
 namespace {
 
+using state_files::FolderLock;
+using state_files::LockPart;
+
+constexpr uint32_t kWaitMs = 10000;
+constexpr useconds_t kLookAgainUs = 2000;
+constexpr size_t kMaxDiagClients = 64;
 constexpr size_t kMaxDiagCommand = 8192;
 constexpr size_t kMaxAtLine = 1024;
 
@@ -38,18 +44,33 @@ DevicePorts::~DevicePorts() {
   if (at_) unlink(at_path_.c_str());
 }
 
-bool DevicePorts::open(state_files::FolderLock::Wait wait, std::string& problem) {
-  using state_files::FolderLock;
-  lock_.emplace(modem_.folder(), state_files::LockPart::Ports, FolderLock::Mode::Exclusive, wait);
-  if (!lock_->held()) {
-    problem = modem_.folder() + ": another process has the ports";
-    return false;
+DevicePorts::Outcome DevicePorts::open(Owner owner, std::string& problem) {
+  const timing::Deadline deadline = timing::peer_deadline(kWaitMs);
+  while (!take_locks(owner)) {
+    if (FolderLock::is_held(modem_.folder(), LockPart::ServedPorts)) return Outcome::HasServer;
+    if (timing::Clock::now() >= deadline) {
+      problem = modem_.folder() + ": another process has the ports";
+      return Outcome::Failed;
+    }
+    usleep(kLookAgainUs);
   }
   if (!state_files::make_folder(modem_.folder() + "/device/dev")) {
-    return failed(modem_.folder() + "/device/dev", problem);
+    failed(modem_.folder() + "/device/dev", problem);
+    return Outcome::Failed;
   }
-  if (!make_diag_port(problem) || !make_at_port(problem)) return false;
+  const bool has_diag = make_diag_port(problem);
+  const bool has_at = make_at_port(problem);
+  if (!has_diag && !has_at) return Outcome::Failed;
   thread_ = std::thread([this] { serve(); });
+  return has_diag && has_at ? Outcome::Open : Outcome::Failed;
+}
+
+bool DevicePorts::take_locks(Owner owner) {
+  FolderLock ports(modem_.folder(), LockPart::Ports, FolderLock::Mode::Exclusive,
+                   FolderLock::Wait::No);
+  if (!ports.held()) return false;
+  locks_.push_back(std::move(ports));
+  if (owner == Owner::Server) locks_.emplace_back(modem_.folder(), LockPart::ServedPorts);
   return true;
 }
 
@@ -91,7 +112,9 @@ bool DevicePorts::make_at_port(std::string& problem) {
 void DevicePorts::serve() {
   for (;;) {
     std::vector<pollfd> fds = {
-        {stop_.descriptor(), POLLIN, 0}, {diag_.get(), POLLIN, 0}, {at_.get(), POLLIN, 0}};
+        {stop_.descriptor(), POLLIN, 0},
+        {diag_clients_.size() < kMaxDiagClients ? diag_.get() : -1, POLLIN, 0},
+        {at_.get(), POLLIN, 0}};
     for (const qmi::Descriptor& client : diag_clients_) fds.push_back({client.get(), POLLIN, 0});
     qmi::poll_until(fds.data(), fds.size(), timing::kNever);
     if (fds[0].revents != 0) return;
@@ -103,7 +126,11 @@ void DevicePorts::serve() {
     }
     if (fds[1].revents != 0) {
       qmi::Descriptor client(accept4(diag_.get(), nullptr, nullptr, SOCK_CLOEXEC));
-      if (client) diag_clients_.push_back(std::move(client));
+      if (client) {
+        diag_clients_.push_back(std::move(client));
+      } else if (!diag_clients_.empty()) {
+        diag_clients_.erase(diag_clients_.begin());  // out of descriptors
+      }
     }
   }
 }

@@ -3,7 +3,6 @@
 // AT port, a link to a pseudo-terminal.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,11 +19,16 @@ class DevicePorts {
   explicit DevicePorts(const Modem& modem);
   ~DevicePorts();  // removes the ports
 
+  enum class Owner { Command, Server };
+  enum class Outcome { Open, HasServer, Failed };
+
   // Makes the ports and serves them on a thread of its own. One process at a time has the ports of
-  // a state folder; `wait` says whether to wait for it. False, with `problem` in words, on failure.
-  bool open(state_files::FolderLock::Wait wait, std::string& problem);
+  // a state folder: for another command this waits a while, for a server it does not. `problem`
+  // is in words what went wrong, with one of the ports or with both.
+  Outcome open(Owner owner, std::string& problem);
 
  private:
+  bool take_locks(Owner owner);
   bool make_diag_port(std::string& problem);
   bool make_at_port(std::string& problem);
   void serve();
@@ -34,7 +38,7 @@ class DevicePorts {
   const Modem& modem_;
   const std::string diag_path_;
   const std::string at_path_;
-  std::optional<state_files::FolderLock> lock_;
+  std::vector<state_files::FolderLock> locks_;
   qmi::Descriptor diag_;
   qmi::Descriptor at_;      // the modem's end of the pseudo-terminal
   qmi::Descriptor at_tty_;  // the other end, held so that it outlives its users

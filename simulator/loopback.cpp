@@ -11,7 +11,6 @@
 #include "qmi_client.h"
 #include "router.h"
 #include "simulated_device.h"
-#include "state_folder.h"
 
 namespace sim {
 namespace {
@@ -122,11 +121,11 @@ void open_simulated_ports() {
   sim::EmbeddedModem* embedded = sim::embedded_modem();
   if (embedded == nullptr) return;
   static sim::DevicePorts ports(embedded->modem);
-  [[maybe_unused]] static const bool opened = [&] {
-    // A server of the same state has made them already.
-    if (sim::is_served(embedded->modem.folder())) return false;
+  [[maybe_unused]] static const bool opened = [] {
     std::string problem;
-    if (ports.open(state_files::FolderLock::Wait::Yes, problem)) return true;
+    const auto outcome = ports.open(sim::DevicePorts::Owner::Command, problem);
+    // A server of the same state has them already: then they are used.
+    if (outcome != sim::DevicePorts::Outcome::Failed) return true;
     environment::complain("the simulated modem's ports: %s", problem.c_str());
     return false;
   }();

@@ -84,9 +84,9 @@ qmi::Descriptor stop_signals() {
 int ready_and_run(auto& server, const sim::Modem& modem, const qmi::Descriptor& stop) {
   sim::DevicePorts ports(modem);
   std::string problem;
-  if (!ports.open(state_files::FolderLock::Wait::No, problem)) {
-    environment::complain("no diag and AT port: %s", problem.c_str());
-  }
+  const auto outcome = ports.open(sim::DevicePorts::Owner::Server, problem);
+  if (outcome == sim::DevicePorts::Outcome::HasServer) problem = "another server has them";
+  if (!problem.empty()) environment::complain("diag and AT port: %s", problem.c_str());
   fputs("tovi-modem: ready\n", stderr);
   server.run(stop.get());
   return kDone;

@@ -7,7 +7,8 @@
 namespace sim {
 namespace {
 
-constexpr uint8_t kMaxChannels = 3;
+constexpr uint8_t kBasicChannel = 0;
+constexpr uint8_t kMaxChannels = 3;  // besides
 
 bool is_there(const Slot& slot) {
   return slot.powered && (slot.card == Card::Sim || slot.card == Card::Euicc);
@@ -128,7 +129,7 @@ uint32_t UimService::open_channel(qmi::Address client,
 uint32_t UimService::close_channel(qmi::Address client, const uim_logical_channel_req_msg_v01& req,
                                    uim_logical_channel_resp_msg_v01&) {
   const Channel* channel = find_channel(client, req.slot, req.channel_id);
-  if (req.channel_id_valid == 0 || channel == nullptr) return kQmiInvalidArgument;
+  if (channel == nullptr || channel->id == kBasicChannel) return kQmiInvalidArgument;
   channels_.erase(channels_.begin() + (channel - channels_.data()));
   return 0;
 }
@@ -138,15 +139,13 @@ uint32_t UimService::send_apdu(qmi::Address client, const uim_send_apdu_req_msg_
   if (!has_slot(req.slot)) return kQmiInvalidArgument;
   const Slot slot = modem_.slot(req.slot);
   if (!is_there(slot)) return kQmiNoSim;
-  bool basic_channel = false;
-  Channel* channel = nullptr;
-  if (req.channel_id_valid != 0) {
-    channel = find_channel(client, req.slot, req.channel_id);
-    if (channel == nullptr) return kQmiInvalidArgument;
+  const uint8_t id = req.channel_id_valid != 0 ? req.channel_id : kBasicChannel;
+  Channel* channel = find_channel(client, req.slot, id);
+  if (channel == nullptr && id == kBasicChannel) {
+    channel = &channels_.emplace_back(Channel{req.slot, id, client, false});  // always open
   }
-  const auto answer =
-      card_answer(modem_, slot.card, channel != nullptr ? channel->isd_r : basic_channel,
-                  {req.apdu, req.apdu_len});
+  if (channel == nullptr) return kQmiInvalidArgument;
+  const auto answer = card_answer(modem_, slot.card, channel->isd_r, {req.apdu, req.apdu_len});
   resp.apdu_valid = 1;
   resp.apdu_len = static_cast<uint32_t>(answer.size());
   std::copy(answer.begin(), answer.end(), resp.apdu);

@@ -169,11 +169,6 @@ bool prepare_state_folder(const std::string& folder, std::string& problem) {
   return check_version(folder, problem);
 }
 
-bool is_served(const std::string& folder) {
-  return !FolderLock(folder, LockPart::Serving, FolderLock::Mode::Exclusive, FolderLock::Wait::No)
-              .held();
-}
-
 bool empty_state_folder(const std::string& folder, std::string& problem) {
   if (!exists(folder + "/version")) {
     problem = folder + ": not a state folder (it has no file version)";

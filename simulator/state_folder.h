@@ -9,9 +9,6 @@ namespace sim {
 // `problem` in words, when that cannot be done.
 bool prepare_state_folder(const std::string& folder, std::string& problem);
 
-// Whether a server uses the folder.
-bool is_served(const std::string& folder);
-
 // Removes all that `folder` holds, but for its lock file. False, with `problem` in words, when it
 // is no state folder or a server uses it.
 bool empty_state_folder(const std::string& folder, std::string& problem);

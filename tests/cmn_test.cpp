@@ -310,25 +310,46 @@ TEST_F(Cmn, AnAtCommandIsSentAndItsAnswerLogged) {
   }
 }
 
-TEST_F(Cmn, TheServersPortsAreUsedBySeveralProgramsAtOnce) {
-  Program server("tovi-modem", {"serve", "--unix", folder / "socket"}, variables);
-  server.wait_for_error_line("tovi-modem: ready\n");
-  for (const bool embedded : {false, true}) {
-    if (!embedded) variables["TOVI_MODEM"] = "unix:" + (folder / "socket");
-    if (embedded) variables.erase("TOVI_MODEM");
+TEST_F(Cmn, ProgramsSideBySideEachGetTheirAnswer) {
+  const auto sixteen_answers = [&] {
     std::vector<std::unique_ptr<Program>> programs;
-    for (int i = 0; i < 8; ++i) {
+    for (int i = 0; i < 16; ++i) {
       programs.push_back(
           std::make_unique<Program>("tovi", Args{"5", "0", "0", "0", "5000", "0x7C"}, variables));
     }
-    for (const auto& program : programs) {
-      EXPECT_EQ(count(program->wait().out, "rsp data len(47)"), 1u);
-    }
-    EXPECT_EQ(count(tovi({"8", "AT"}), "\r\nOK\r\n"), 1u);
-  }
+    size_t answers = 0;
+    for (const auto& program : programs) answers += count(program->wait().out, "data len(47)");
+    return answers;
+  };
+  EXPECT_EQ(sixteen_answers(), 16u);  // each with a modem of its own
+  // A server waits for a command that has the ports.
+  Program busy("tovi", {"8", " "}, variables);
+  while (!exists(folder / "state/device/dev/smd8")) usleep(1000);
+  Program server("tovi-modem", {"serve", "--unix", folder / "socket"}, variables);
+  server.wait_for_error_line("tovi-modem: ready\n");
+  busy.wait();
+  EXPECT_EQ(sixteen_answers(), 16u);  // of the server, whose state they share
+  variables["TOVI_MODEM"] = "unix:" + (folder / "socket");
+  EXPECT_EQ(sixteen_answers(), 16u);
+  EXPECT_EQ(count(tovi({"8", "AT"}), "\r\nOK\r\n"), 1u);
   server.kill(SIGTERM);
-  EXPECT_EQ(server.wait().status, 0);
+  const Result ended = server.wait();
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.err, "tovi-modem: ready\n");
   EXPECT_TRUE(std::filesystem::is_empty(folder / "state/device/dev"));
+}
+
+TEST_F(Cmn, APortThatAKilledProcessLeftIsNobodysTerminal) {
+  tovi({"5", "1"});
+  std::filesystem::create_directories(folder / "state/device/dev");
+  const qmi::Descriptor somebody(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+  ASSERT_EQ(grantpt(somebody.get()), 0);
+  ASSERT_EQ(unlockpt(somebody.get()), 0);
+  std::filesystem::create_symlink(ptsname(somebody.get()), folder / "state/device/dev/smd8");
+  variables["TOVI_MODEM"] = "unix:" + (folder / "nobody");
+  EXPECT_EQ(count(tovi({"8", "AT"}), "The at channel is not opened, g_at_serial_fd 0"), 1u);
+  char byte;
+  EXPECT_EQ(read(somebody.get(), &byte, 1), -1);
 }
 
 }  // namespace

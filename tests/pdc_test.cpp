@@ -484,15 +484,16 @@ TEST_F(Pdc, TimersFireOnceUnlessTheyAreStopped) {
   EXPECT_EQ(velmor_timer_stop(never), 0);
 
   // A callback that takes its time holds up neither another timer nor a stop.
-  static std::atomic<bool> go_on;
+  static std::atomic<bool> runs, go_on;
   const uint32_t slow = velmor_timer_start(
       [](uint32_t*) {
+        runs = true;
         while (!go_on) usleep(100);
         ++g_fires;
       },
       0);
-  usleep(2000);
-  velmor_timer_stop(slow);
+  while (!runs) usleep(100);
+  EXPECT_EQ(velmor_timer_stop(slow), -1);
   velmor_timer_start(note, 0);
   EXPECT_EQ(fires(3), 3);
   go_on = true;

@@ -148,7 +148,7 @@ bool run_command(int argc, char** argv, const LogPlace& place) {
   }
   g_reader_started.acquire();
   velmor_test_at_cmd_send(text);
-  g_command_sent.release();
+  if (g_at_serial_fd > 0) g_command_sent.release();
   while (g_at_receive_done == 0) timing::sleep_s(1);
   pthread_join(reader, nullptr);
   return true;

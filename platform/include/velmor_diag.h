@@ -1,8 +1,9 @@
 // The maker's diag library: commands to the modem's diag port.
 //
-// Each call returns 0, or -1 when the port cannot be opened, takes no command, or (with result)
-// gives no answer within `time_out_ms`. The two ways of the phone's library, by callback and
-// through the DCI, make no difference on the one port that stands for both here.
+// Each call returns 0, or -1 when the port cannot be opened, does not take the command within
+// `time_out_ms` (or a second), or (with result) gives no answer within `time_out_ms` after that.
+// The two ways of the phone's library, by callback and through the DCI, make no difference on the
+// one port that stands for both here.
 #pragma once
 
 // `rsp` receives the answer: `*rsp_len` is its room on entry, the bytes stored on return. A longer

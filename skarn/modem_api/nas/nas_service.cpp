@@ -35,10 +35,11 @@ constexpr Field kFoundNetwork[] = {
   { U8,                        QMI_FIELD(found_network, three_digits) },
   { Counted8(U8, kNasMaxName), QMI_LIST(found_network, name)          },
 };
-constexpr Shape Networks      = Counted16(Struct(kNetwork, sizeof(network)), kNasMaxNetworks);
-constexpr Shape Rats          = Counted16(Struct(kNetworkRat, sizeof(network_rat)), kNasMaxNetworks);
-constexpr Shape Mncs          = Counted16(Struct(kNetworkMnc, sizeof(network_mnc)), kNasMaxNetworks);
-constexpr Shape FoundNetworks = Counted16(Struct(kFoundNetwork, sizeof(found_network)), kNasMaxNetworks);
+// Lenient: how many networks a modem may list is not known, and nobody here counts them.
+constexpr Shape Networks      = Lenient(Counted16(Struct(kNetwork, sizeof(network)), kNasMaxNetworks));
+constexpr Shape Rats          = Lenient(Counted16(Struct(kNetworkRat, sizeof(network_rat)), kNasMaxNetworks));
+constexpr Shape Mncs          = Lenient(Counted16(Struct(kNetworkMnc, sizeof(network_mnc)), kNasMaxNetworks));
+constexpr Shape FoundNetworks = Lenient(Counted16(Struct(kFoundNetwork, sizeof(found_network)), kNasMaxNetworks));
 
 using scan_req         = nas_perform_network_scan_req_msg_v01;
 using scan_resp        = nas_perform_network_scan_resp_msg_v01;
