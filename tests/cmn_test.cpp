@@ -251,7 +251,7 @@ TEST_F(Cmn, DiagAnswersAreCutAndWithoutOneThereIsAnError) {
 }
 
 TEST_F(Cmn, AnAtCommandIsSentAndItsAnswerLogged) {
-  variables["TOVI_TIME_SCALE"] = "0.01";
+  variables["TOVI_TIME_SCALE"] = "0.05";
   const std::string f = "velmor_test_at_cmd_do", s = "velmor_test_at_cmd_send",
                     r = "velmor_test_at_cmd_receive";
   const auto whole = [&](const std::string& scanned, const std::string& text,
