@@ -45,7 +45,8 @@ using refresh_ind      = pdc_refresh_ind_msg_v01;
 using any_resp         = pdc_resp_msg_v01;
 
 // Numbers marked (*) stand in no public description; confirm them on hardware before use. First of
-// all that of deactivation: a wrong one may deactivate the other subscription.
+// all that of deactivation: a wrong one may deactivate the other subscription. The indications of
+// delete and of the feature, and the request of the feature, are taken to be like the others.
 constexpr Field kGetSelectedReq[] = {
   { 0x01, Required, U32, QMI_FIELD(get_selected_req, config_type)        },
   { 0x10, Optional, U32, QMI_OPTIONAL(get_selected_req, ind_token)       },

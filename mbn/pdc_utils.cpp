@@ -77,15 +77,12 @@ qmi_client_error_type send(uint16_t msg_id, Request& req) {
 
 }  // namespace
 
-qmi_client_type pdc_client() {
-  return g_pdc_client;
-}
-
 void qmi_pdc_init_pdc_info() {
   MutexLock hold(g_pdc_info.mutex);
   for (int type = 1; type <= kPdcReqTypes; ++type) {
     pdc_req_holder_s_type& holder = g_pdc_info.holder(type);
     if (holder.timer_id != 0) qmi_pdc_request_timer_stop(type);
+    holder.cond.notify_one();  // who still waits ends without its timer
     holder.is_handling = holder.is_waiting = holder.is_done = 0;
     holder.result = 0;
   }
@@ -212,4 +209,26 @@ int pdc_deactivate_config(uint32_t sub, pdc_config_type_enum_v01 type) {
     return end_unwaited(PDC_DEACT, PDC_FAILED);
   }
   return wait_for_indication(PDC_DEACT);
+}
+
+void qmi_pdc_list_configs_follow_up_request(uint32_t* timer_id) {
+  VELMOR_LOG_DEBUG("qmi_pdc_list_configs_follow_up_request, timer_id = %d",
+                   static_cast<int>(*timer_id));
+  pdc_list_configs_req_msg_v01 req{};
+  req.ind_token_valid = 1;
+  req.config_type_valid = 1;
+  req.config_type = PDC_CONFIG_TYPE_MODEM_SW_V01;
+  req.next_page_valid = 1;
+  req.next_page = 1;
+  {
+    MutexLock hold(g_pdc_info.mutex);
+    req.ind_token = g_pdc_info.ind_token;
+  }
+  pdc_resp_msg_v01 resp{};
+  const qmi_client_error_type error = send(QMI_PDC_LIST_CONFIGS_REQ_V01, req, resp);
+  const int converted = qcril_qmi_util_convert_qmi_response_codes_to_ril_result(error, &resp.resp);
+  if (converted == 0) return;
+  VELMOR_LOG_ERROR("qmi send mssage error for list_configs, errno: %d %d", error, converted);
+  MutexLock hold(g_pdc_info.mutex);
+  pdc_end_request(PDC_LIST, PDC_FAILED);
 }

@@ -4,13 +4,10 @@
 
 #include "pdc_utils_info.h"
 #include "utilities/qcril_memory_management.h"
-#include "utilities/qcril_qmi_err_utils.h"
 #include "utilities/velmor_log.h"
 #include "velmor_timer.h"
 
 namespace {
-
-constexpr uint32_t kSendTimeOutMs = 10000;
 
 // QMI errors with a meaning of their own for a load.
 constexpr uint32_t kNoMemory = 0x02;
@@ -207,12 +204,6 @@ void copy_version(const Ind& ind, pdc_config_info_holder& info) {
   info.config_version = ind.config_version;
 }
 
-template <typename Ind>
-void copy_description(const Ind& ind, pdc_config_info_holder& info) {
-  info.config_desc_len = std::min(ind.config_desc_len, kPdcMaxDescription);
-  memcpy(info.config_desc, ind.config_desc, info.config_desc_len);
-}
-
 }  // namespace
 
 void qmi_pdc_get_config_info_ind_hdlr(const pdc_get_config_info_ind_msg_v01* ind, uint32_t) {
@@ -225,7 +216,10 @@ void qmi_pdc_get_config_info_ind_hdlr(const pdc_get_config_info_ind_msg_v01* ind
     result = no_config_info(LogPlace::here());
   } else {
     info->config_desc_valid = ind->config_desc_valid;
-    if (ind->config_desc_valid != 0) copy_description(*ind, *info);
+    if (ind->config_desc_valid != 0) {
+      info->config_desc_len = std::min(ind->config_desc_len, kPdcMaxDescription);
+      memcpy(info->config_desc, ind->config_desc, info->config_desc_len);
+    }
     copy_version(*ind, *info);
     info->base_version_valid = ind->base_version_valid;
     info->base_version = ind->base_version;
@@ -249,7 +243,8 @@ void velmor_mbn_get_default_config_info_ind_hdlr(
   if (result == PDC_OK && info == nullptr) result = no_config_info(LogPlace::here());
   if (result == PDC_OK) {
     info->config_desc_valid = def_ind->config_desc_valid;
-    copy_description(*def_ind, *info);
+    info->config_desc_len = std::min(def_ind->config_desc_len, kPdcMaxDescription);
+    memcpy(info->config_desc, def_ind->config_desc, kPdcMaxDescription);
     copy_version(*def_ind, *info);
   }
   pdc_end_request(PDC_DEFAULT_INFO, result);
@@ -344,28 +339,7 @@ void qmi_pdc_list_configs_ind_hdlr(const pdc_list_configs_ind_msg_v01* ind, uint
   holder.result = page.result;
   g_pdc_info.ind_token = ind->ind_token;
   VELMOR_LOG_DEBUG("pdc_list_configs_flag, Continue to req, get_list_complete %d", page.is_last);
-  velmor_timer_start(qmi_pdc_list_configs_follow_up_request, 0);
-}
-
-void qmi_pdc_list_configs_follow_up_request(uint32_t* timer_id) {
-  VELMOR_LOG_DEBUG("qmi_pdc_list_configs_follow_up_request, timer_id = %d",
-                   static_cast<int>(*timer_id));
-  pdc_list_configs_req_msg_v01 req{};
-  req.ind_token_valid = 1;
-  req.config_type_valid = 1;
-  req.config_type = PDC_CONFIG_TYPE_MODEM_SW_V01;
-  req.next_page_valid = 1;
-  req.next_page = 1;
-  {
-    MutexLock hold(g_pdc_info.mutex);
-    req.ind_token = g_pdc_info.ind_token;
+  if (velmor_timer_start(qmi_pdc_list_configs_follow_up_request, 0) == 0) {
+    pdc_end_request(PDC_LIST, PDC_FAILED);
   }
-  pdc_resp_msg_v01 resp{};
-  const qmi_client_error_type error =
-      qmi_client_send_msg_sync(pdc_client(), QMI_PDC_LIST_CONFIGS_REQ_V01, &req, sizeof req, &resp,
-                               sizeof resp, kSendTimeOutMs);
-  const int converted = qcril_qmi_util_convert_qmi_response_codes_to_ril_result(error, &resp.resp);
-  if (converted == 0) return;
-  VELMOR_LOG_ERROR("qmi send mssage error for list_configs, errno: %d %d", error, converted);
-  end_request(PDC_LIST, PDC_FAILED);
 }

@@ -76,9 +76,6 @@ struct pdc_info_s_type {
 };
 extern pdc_info_s_type& g_pdc_info;
 
-// The connection; null when there is none.
-qmi_client_type pdc_client();
-
 // Stops timers that still run and forgets everything.
 void qmi_pdc_init_pdc_info() EXCLUDES(g_pdc_info.mutex);
 

@@ -1,6 +1,7 @@
 #include "velmor_utils.h"
 
 #include <errno.h>
+#include <limits.h>
 #include <paths.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -92,7 +93,8 @@ int velmor_get_property_value_from_int(const char* name, int default_value) {
   property_get(name, value, "");
   char* end;
   const long number = strtol(value, &end, 10);
-  return end != value ? static_cast<int>(number) : default_value;
+  const bool good = end != value && number >= INT_MIN && number <= INT_MAX;
+  return good ? static_cast<int>(number) : default_value;
 }
 
 void velmor_utils_syslog_dbg(const char* format, ...) {

@@ -2,11 +2,16 @@
 
 #include <stdio.h>
 
+#include <sstream>
+
 #include "hex.h"
 #include "state_files.h"
 
 namespace sim {
 namespace {
+
+using state_files::FolderLock;
+using state_files::LockPart;
 
 constexpr const char* kTypes[kConfigTypes] = {"platform", "software"};
 
@@ -59,11 +64,15 @@ bool Configurations::add(const Configuration& configuration) {
 }
 
 bool Configurations::remove(uint32_t type, const std::string& id) {
-  const state_files::FolderLock lock(folder_, state_files::LockPart::Writing);
+  const FolderLock lock(folder_, LockPart::Writing);
   std::string text;
-  for (const auto& [key, value] :
-       state_files::parse(state_files::read(configs_path()).value_or(""))) {
-    if (key != key_of(type, id)) text += key + "=" + value + "\n";
+  std::istringstream lines(state_files::read(configs_path()).value_or(""));
+  for (std::string line; std::getline(lines, line);) {
+    const auto values = state_files::parse(line);
+    const auto configuration =
+        values.empty() ? std::nullopt : read_line(values[0].first, values[0].second);
+    const bool meant = configuration && configuration->type == type && configuration->id == id;
+    if (!meant) text += line + "\n";
   }
   return lock.held() && state_files::write(folder_, configs_path(), text);
 }
@@ -89,6 +98,7 @@ bool Configurations::store(uint32_t type, uint32_t sub, const Selection& selecti
 }
 
 bool Configurations::select(uint32_t type, uint32_t sub, const std::string& id) {
+  const FolderLock lock(folder_, LockPart::Writing);
   Selection now = selection(type, sub);
   now.selected = id;
   now.pending = id == now.active ? "" : id;
@@ -96,6 +106,7 @@ bool Configurations::select(uint32_t type, uint32_t sub, const std::string& id) 
 }
 
 bool Configurations::activate(uint32_t type, uint32_t sub) {
+  const FolderLock lock(folder_, LockPart::Writing);
   const std::string selected = selection(type, sub).selected;
   return store(type, sub, {selected, selected, ""});
 }

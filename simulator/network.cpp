@@ -99,12 +99,20 @@ void Network::request(Running& running, qmi::Address client, std::span<const uin
   }
 }
 
+// A later outage of the same services takes back when they were to return.
 void Network::go_down(Running& running, const Outage& outage) {
   Running* const only = outage.of_all_services ? nullptr : &running;
   set_services_up(only, false);
-  if (outage.back_after_ms) {
-    later(*outage.back_after_ms, [this, only]() REQUIRES(lock_) { set_services_up(only, true); });
+  const unsigned int mine = ++last_outage_;
+  for (Running& one : services_) {
+    if (only == nullptr || only == &one) one.outage = mine;
   }
+  if (!outage.back_after_ms) return;
+  later(*outage.back_after_ms, [this, mine]() REQUIRES(lock_) {
+    for (Running& one : services_) {
+      if (one.outage == mine) set_up(one, true);
+    }
+  });
 }
 
 void Network::later(uint32_t ms, std::function<void()> what) {

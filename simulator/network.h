@@ -41,6 +41,7 @@ class Network {
     std::unique_ptr<Service> service;
     bool up = false;
     uint32_t port = 0;
+    unsigned int outage = 0;  // the last one it was part of
     uint32_t id() const { return service->description().service_id; }
   };
 
@@ -75,6 +76,7 @@ class Network {
   void run_due_locked() REQUIRES(lock_);
   void keep_time() EXCLUDES(lock_);
 
+  unsigned int last_outage_ GUARDED_BY(lock_) = 0;
   Faults faults_ GUARDED_BY(lock_);
   std::minstd_rand random_ GUARDED_BY(lock_);
   std::vector<Later> agenda_ GUARDED_BY(lock_);

@@ -153,7 +153,7 @@ uint32_t PdcService::load(qmi::Address client, const pdc_load_config_req_msg_v01
   Configuration& loading = loads_[client];
   const bool is_next = loading.type == frame.config_type && loading.id == id;
   if (!is_next) loading = {frame.config_type, id, 0x01000000, 0, "Loaded"};
-  if (frame.frame_len > frame.total_size - loading.size) {
+  if (uint64_t{loading.size} + frame.frame_len > frame.total_size) {
     loads_.erase(client);
     ind.frame_reset_valid = ind.frame_reset = 1;
     return 0;

@@ -178,6 +178,7 @@ TEST_F(Pdc, AWaitEndsWithTheRequestsTimer) {
     EXPECT_EQ(call(), -1);
     const auto took = timing::Clock::now() - start;
     EXPECT_GE(took, timing::scaled(5000));
+    EXPECT_LE(took, timing::scaled(5000) + std::chrono::milliseconds(500));
   }
   modem.on_request([](const Bytes& request) {  // one of another kind ends nothing
     return Replies{response(request),
@@ -208,7 +209,7 @@ TEST_F(Pdc, ASecondCallOfAKindIsRefusedWhileOneRuns) {
 }
 
 TEST_F(Pdc, ThousandsOfRequestsMeetTheirIndicationsInAnyOrder) {
-  enum Scenario { Early, AtOnce, Late, Twice, Failing, OtherKind, Stale, kScenarios };
+  enum Scenario { Early, AtOnce, Late, Twice, Failing, OtherKind, Stale, Never, kScenarios };
   const struct {
     int (*call)();
     uint16_t id;
@@ -216,9 +217,10 @@ TEST_F(Pdc, ThousandsOfRequestsMeetTheirIndicationsInAnyOrder) {
   std::minstd_rand random(20);
   std::thread sender;
   deactivate();
-  for (int i = 0; i < 3000; ++i) {
+  for (int i = 0; i < 2000; ++i) {
     const auto& kind = kinds[random() % 3];
-    const auto scenario = static_cast<Scenario>(random() % kScenarios);
+    auto scenario = static_cast<Scenario>(random() % kScenarios);
+    if (scenario == Never && random() % 16 != 0) scenario = Late;  // each costs a whole wait
     const std::string good = kind.call == get ? active : kGood;
     const Bytes ind = indication(kind.id, scenario == Failing ? "01 0200 0100" : good);
     const auto late_us = static_cast<uint32_t>(random() % 300);
@@ -240,10 +242,12 @@ TEST_F(Pdc, ThousandsOfRequestsMeetTheirIndicationsInAnyOrder) {
             modem.send(kPdcPort, ind);
           });
           return Replies{response(request)};
+        case Never: return Replies{response(request)};
         default: return Replies{response(request), ind};
       }
     });
-    EXPECT_EQ(kind.call(), scenario == Failing ? -1 : 0) << i << " " << scenario;
+    const bool fails = scenario == Failing || scenario == Never;
+    EXPECT_EQ(kind.call(), fails ? -1 : 0) << i << " " << scenario;
     if (sender.joinable()) sender.join();
     if (scenario == Twice) flush();
   }

@@ -23,7 +23,8 @@ void velmor_set_qcril_process_instance_id(uint8_t id);
 // The base name of this program.
 const char* velmor_get_current_pid_name();
 
-// A system property as a decimal number, or `default_value` when it is unset or holds none.
+// A system property as a decimal number, or `default_value` when it is unset or holds none
+// that fits.
 int velmor_get_property_value_from_int(const char* name, int default_value);
 
 // Write one line, without a newline of its own, to the system log.
