@@ -22,6 +22,7 @@
 #include "qmi_client.h"
 #include "velmor_extend_cmn.h"
 #include "velmor_extend_nvefs.h"
+#include "velmor_tovi_skarn_unpk.h"
 #include "velmor_utils.h"
 
 namespace {
@@ -169,6 +170,19 @@ void BM_decode(benchmark::State& state) {
 }
 BENCHMARK(BM_decode);
 
+// One record, unpacked without a trace or output.
+void BM_unpack(benchmark::State& state) {
+  std::vector<uint8_t> payload(kUnpkBufBytes, 0x5a);
+  const uint32_t version = 0x30002;
+  memcpy(payload.data(), &version, sizeof version);
+  modem_stats_single_data_common_type record;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(velmor_unpack_record(payload.data(), false, record));
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(BM_unpack);
+
 // Many clients at once on one server: the time of one exchange, of all clients together. A client
 // is bare here (socket and bytes), so that the server is what is measured.
 void BM_clients(benchmark::State& state) {
@@ -241,6 +255,7 @@ void print_results(FILE* out, std::map<std::string, double>& ns) {
   row("exchange, 100 clients / 1 client", ns["BM_clients/100"] / 100, ns["BM_clients/1"]);
   fprintf(out, "\nmillion messages a second: encode %.1f, decode %.1f\n", 1000 / ns["BM_encode"],
           1000 / ns["BM_decode"]);
+  fprintf(out, "million records a second: unpack %.1f\n", 1000 / ns["BM_unpack"]);
   fflush(out);
 }
 

@@ -75,10 +75,12 @@ struct velmor_common_direct_req {
 };
 static_assert(sizeof(velmor_common_direct_req) == 512);
 
-// Types of common requests: in the direct form the RF settings, whose values are the structures
-// below; in the other form the rest.
+// Types of common requests. The RF settings, whose values are the structures below, and the debug
+// information of the statistics framework come in the direct form, the rest in the other.
 inline constexpr uint32_t VELMOR_COMMON_GPIO_SET = 0;
 inline constexpr uint32_t VELMOR_COMMON_TX_SET = 1;
+inline constexpr uint32_t VELMOR_COMMON_STATS_DEBUG_INFO = 20;
+inline constexpr uint32_t VELMOR_COMMON_STATS_UNSUPPORTED = 27;
 inline constexpr uint32_t VELMOR_COMMON_MODEM_SSR = 31;
 inline constexpr uint32_t VELMOR_COMMON_NV_SYNC = 35;
 inline constexpr uint32_t VELMOR_COMMON_CARD_STATUS_QUERY = 39;

@@ -1,7 +1,7 @@
 // What the simulated modem holds: NV items and EFS files of two subscriptions, two card slots, an
-// eUICC, configurations, the SAR state. It knows no bytes of any protocol. Everything lives in the
-// state folder, as files that a person can look into and change with ordinary tools; several
-// processes may use one folder at the same time.
+// eUICC, configurations, statistics, the SAR state. It knows no bytes of any protocol. Everything
+// lives in the state folder, as files that a person can look into and change with ordinary tools;
+// several processes may use one folder at the same time.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "configurations.h"
+#include "statistics.h"
 
 namespace sim {
 
@@ -66,12 +67,14 @@ class Modem {
   bool reset_euicc();
 
   Configurations& configurations() { return configurations_; }
+  const Statistics& statistics() const { return statistics_; }
 
   // The SAR DSI; nothing when the state does not hold a number.
   std::optional<uint32_t> sar_dsi() const;
 
  private:
-  explicit Modem(std::string folder) : folder_(std::move(folder)), configurations_(folder_) {}
+  explicit Modem(std::string folder)
+      : folder_(std::move(folder)), configurations_(folder_), statistics_(folder_) {}
 
   std::string nv_path(unsigned int sub, unsigned int id) const;
   // Where an EFS file is kept, or nothing for a path that is refused.
@@ -83,6 +86,7 @@ class Modem {
 
   const std::string folder_;
   Configurations configurations_;
+  const Statistics statistics_;
 };
 
 }  // namespace sim

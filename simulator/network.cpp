@@ -12,6 +12,7 @@
 #include "sim_pdc.h"
 #include "sim_sar.h"
 #include "sim_uim.h"
+#include "sim_vs.h"
 
 namespace sim {
 namespace {
@@ -21,6 +22,7 @@ std::vector<std::unique_ptr<Service>> make_services(Modem& modem) {
   services.push_back(std::make_unique<NasService>());
   services.push_back(std::make_unique<UimService>(modem));
   services.push_back(std::make_unique<SarService>(modem));
+  services.push_back(std::make_unique<VsService>(modem.statistics()));
   services.push_back(std::make_unique<PdcService>(modem.configurations()));
   services.push_back(std::make_unique<ExtensionService>(modem));
   return services;

@@ -19,6 +19,7 @@ inline constexpr uint32_t kQmiInternal = 0x03;
 inline constexpr uint32_t kQmiNoEffect = 0x1A;
 inline constexpr uint32_t kQmiInvalidArgument = 0x30;
 inline constexpr uint32_t kQmiNoEntry = 0x32;
+inline constexpr uint32_t kQmiDeviceNotReady = 0x34;
 inline constexpr uint32_t kQmiNotSupported = 0x5E;
 inline constexpr uint32_t kQmiNoSim = 0x66;
 

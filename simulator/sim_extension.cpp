@@ -200,7 +200,12 @@ void ExtensionService::answer_common(Payload payload,
     rsp.result = common(type, direct.value, words, aftermath);
   }
   size_t data_bytes = 0;
-  if (!words.empty()) {
+  if (rsp.result == 0 && type == VELMOR_COMMON_STATS_DEBUG_INFO) {
+    data_bytes =
+        modem_.statistics().debug_info().copy(reinterpret_cast<char*>(rsp.data), sizeof rsp.data);
+  } else if (rsp.result == 0 && type == VELMOR_COMMON_STATS_UNSUPPORTED) {
+    data_bytes = put_unsupported_logs(rsp);
+  } else if (!words.empty()) {
     velmor_common_rsp_value value{};
     value.type = type;
     value.length = static_cast<uint32_t>(words.size() * sizeof words[0]);
@@ -211,12 +216,23 @@ void ExtensionService::answer_common(Payload payload,
   put_payload(&rsp, offsetof(velmor_common_rsp, data) + data_bytes, response);
 }
 
+// The number of logs, then their ids.
+size_t ExtensionService::put_unsupported_logs(velmor_common_rsp& rsp) {
+  std::vector<uint16_t> logs = modem_.statistics().unsupported_logs();
+  logs.resize(std::min(logs.size(), sizeof rsp.data / sizeof logs[0] - 1));
+  logs.insert(logs.begin(), static_cast<uint16_t>(logs.size()));
+  memcpy(rsp.data, logs.data(), logs.size() * sizeof logs[0]);
+  return logs.size() * sizeof logs[0];
+}
+
 // Carries out one common request; what it answers, if anything, goes into `words`.
 int ExtensionService::common(uint32_t type, std::span<const uint8_t> value,
                              std::vector<uint32_t>& words, Aftermath& aftermath) {
   switch (type) {
     case VELMOR_COMMON_GPIO_SET: return set_gpio(value);
     case VELMOR_COMMON_TX_SET: return set_tx(value);
+    case VELMOR_COMMON_STATS_DEBUG_INFO:
+    case VELMOR_COMMON_STATS_UNSUPPORTED:
     case VELMOR_COMMON_NV_SYNC: return 0;
     case VELMOR_COMMON_MODEM_SSR: aftermath.take_down(kCrashMs, kRestartMs); return 0;
     case VELMOR_COMMON_FULL_DUMP: aftermath.take_down(kCrashMs, std::nullopt); return 0;

@@ -68,14 +68,22 @@ const qmi_idl_service_object& NasService::description() const {
   return *nas_get_service_object_internal_v01(1, 397, 6);
 }
 
-uint32_t NasService::answer(qmi::Address, uint16_t message, const void*, void* response,
+uint32_t NasService::answer(qmi::Address, uint16_t message, const void* request, void* response,
                             Aftermath& aftermath) {
-  if (message == QMI_NAS_PERFORM_NETWORK_SCAN_REQ_MSG_V01) {
-    full_scan(*static_cast<nas_perform_network_scan_resp_msg_v01*>(response));
-  } else {
-    incremental_scan(aftermath);
+  switch (message) {
+    case QMI_NAS_PERFORM_NETWORK_SCAN_REQ_MSG_V01:
+      full_scan(*static_cast<nas_perform_network_scan_resp_msg_v01*>(response));
+      return 0;
+    case QMI_NAS_PERFORM_INCREMENTAL_NETWORK_SCAN_REQ_MSG_V01:
+      incremental_scan(aftermath);
+      return 0;
+    case QMI_NAS_BIND_SUBSCRIPTION_REQ_MSG_V01: {
+      const auto& req = *static_cast<const nas_bind_subscription_req_msg_v01*>(request);
+      return req.subscription < 2 ? 0 : kQmiInvalidArgument;
+    }
+    case QMI_NAS_INDICATION_REGISTER_REQ_MSG_V01: return 0;
+    default: return kQmiNotSupported;
   }
-  return 0;
 }
 
 }  // namespace sim

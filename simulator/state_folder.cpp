@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "state_files.h"
+#include "statistics.h"
 
 namespace sim {
 namespace {
@@ -141,6 +142,13 @@ bool write_factory_content(const std::string& folder, std::string& problem) {
   for (const FactoryFile& file : kFactoryFiles) {
     const std::string path = folder + "/" + file.path;
     if (!exists(path) && !state_files::write(folder, path, file.bytes)) {
+      problem = failure(path);
+      return false;
+    }
+  }
+  for (const auto& [name, text] : Statistics::factory_files()) {
+    const std::string path = folder + "/" + name;
+    if (!exists(path) && !state_files::write(folder, path, text)) {
       problem = failure(path);
       return false;
     }

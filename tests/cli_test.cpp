@@ -38,8 +38,6 @@ TEST_F(Cli, WithoutAModuleThereIsTheWholeHelp) {
 TEST_F(Cli, ModulesWithoutAHandlerAreNotSupported) {
   EXPECT_EQ(tovi({"2"}), line("main", "Not support"));
   EXPECT_EQ(tovi({"1", "1"}), line("main", "Not support"));
-  EXPECT_EQ(tovi({"9", "0"}),
-            line("velmor_test_qmi_modem_stats_do", "note: module 9 is not part of this build"));
 }
 
 TEST_F(Cli, WrongArgumentsAreNotedWithTheModulesHelp) {

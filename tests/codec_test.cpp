@@ -2,6 +2,7 @@
 #include "gtest/gtest.h"
 #include "modem_api/nas/nas_service.h"
 #include "modem_api/sar/sar_service.h"
+#include "modem_api/vs/vs_service.h"
 #include "pdc_service.h"
 #include "qcci/qmi_codec.h"
 #include "qcci/trace.h"
@@ -25,7 +26,8 @@ TEST(MessageTables, DeclaredSizesAreWhatTheRowsAddUpTo) {
   for (const auto* service : {&extension(), sar_get_service_object_internal_v01(1, 15, 6),
                               nas_get_service_object_internal_v01(1, 397, 6),
                               uim_get_service_object_internal_v01(1, 109, 6),
-                              pdc_get_service_object_internal_v01(1, 16, 6)}) {
+                              pdc_get_service_object_internal_v01(1, 16, 6),
+                              vs_get_service_object_internal_v01(1, 2, 6)}) {
     for (const Message& message : service->messages) {
       EXPECT_EQ(largest_body(message), message.wire_max)
           << service->name << " " << message.name << " " << int(message.kind);
@@ -45,6 +47,8 @@ TEST(MessageTables, ServiceObjectIsGivenForItsVersionOnly) {
   EXPECT_EQ(nas_get_service_object_internal_v01(1, 396, 6), nullptr);
   EXPECT_EQ(uim_get_service_object_internal_v01(1, 109, 7), nullptr);
   EXPECT_EQ(pdc_get_service_object_internal_v01(1, 15, 6), nullptr);
+  EXPECT_EQ(vs_get_service_object_internal_v01(1, 1, 6), nullptr);
+  EXPECT_EQ(vs_get_service_object_internal_v01(1, 2, 6)->messages.size(), 24u + 24u + 4u);
 }
 
 // A message with every kind of row.

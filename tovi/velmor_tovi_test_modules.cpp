@@ -124,8 +124,3 @@ void velmor_refuse_command(int module, const LogPlace& place) {
              "note: the second parameters is invalid, Pls refer to the following cmd:");
   show_help(module);
 }
-
-int velmor_module_is_missing(int module, const LogPlace& place) {
-  velmor_log(LogLevel::Debug, place, "note: module %d is not part of this build", module);
-  return 0;
-}

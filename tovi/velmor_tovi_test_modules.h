@@ -52,6 +52,3 @@ void velmor_log_bytes(std::span<const unsigned char> bytes,
 
 // Notes a refusal: the text, then the module's help.
 void velmor_refuse_command(int module, const LogPlace& place = LogPlace::here());
-
-// For a module whose commands are not part of this build.
-int velmor_module_is_missing(int module, const LogPlace& place = LogPlace::here());

@@ -168,6 +168,9 @@ struct Message {
       if (row.end() > c_bytes) this_row_does_not_fit_its_member();
     }
   }
+  // A message that is known, but none of whose fields is read.
+  constexpr Message(Kind kind, uint16_t id, const char* name, size_t c_bytes)
+      : kind(kind), id(id), name(name), wire_max(0), c_bytes(static_cast<uint32_t>(c_bytes)) {}
   // A message without a body.
   constexpr Message(Kind kind, uint16_t id, const char* name)
       : kind(kind), id(id), name(name), wire_max(0), c_bytes(0) {}

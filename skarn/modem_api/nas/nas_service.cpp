@@ -41,12 +41,28 @@ constexpr Shape Rats          = Lenient(Counted16(Struct(kNetworkRat, sizeof(net
 constexpr Shape Mncs          = Lenient(Counted16(Struct(kNetworkMnc, sizeof(network_mnc)), kNasMaxNetworks));
 constexpr Shape FoundNetworks = Lenient(Counted16(Struct(kFoundNetwork, sizeof(found_network)), kNasMaxNetworks));
 
+using register_req     = nas_indication_register_req_msg_v01;
+using register_resp    = nas_indication_register_resp_msg_v01;
+using bind_req         = nas_bind_subscription_req_msg_v01;
+using bind_resp        = nas_bind_subscription_resp_msg_v01;
 using scan_req         = nas_perform_network_scan_req_msg_v01;
 using scan_resp        = nas_perform_network_scan_resp_msg_v01;
 using incremental_req  = nas_perform_incremental_network_scan_req_msg_v01;
 using incremental_resp = nas_perform_incremental_network_scan_resp_msg_v01;
 using incremental_ind  = nas_perform_incremental_network_scan_ind_msg_v01;
 
+constexpr Field kRegisterReq[] = {
+  { 0x13, Optional, U8,            QMI_OPTIONAL(register_req, req_serving_system) },
+};
+constexpr Field kRegisterResp[] = {
+  { 0x02, Required, Result,        QMI_FIELD(register_resp, resp)                 },
+};
+constexpr Field kBindReq[] = {
+  { 0x01, Required, U32,           QMI_FIELD(bind_req, subscription)              },  // (*) number
+};
+constexpr Field kBindResp[] = {
+  { 0x02, Required, Result,        QMI_FIELD(bind_resp, resp)                     },
+};
 constexpr Field kScanReq[] = {
   { 0x10, Optional, U8,            QMI_OPTIONAL(scan_req, network_type)        },
 };
@@ -69,6 +85,10 @@ constexpr Field kIncrementalInd[] = {
 };
 
 constexpr Message kMessages[] = {
+  { Kind::Request,    0x03, "indication_register", 4, sizeof(register_req),  kRegisterReq  },
+  { Kind::Response,   0x03, "indication_register", 7, sizeof(register_resp), kRegisterResp },
+  { Kind::Request,    0x45, "bind_subscription",   7, sizeof(bind_req),      kBindReq      },
+  { Kind::Response,   0x45, "bind_subscription",   7, sizeof(bind_resp),     kBindResp     },
   { Kind::Request,    0x21, "network_scan",     4,     sizeof(scan_req),         kScanReq         },
   { Kind::Response,   0x21, "network_scan",     16289, sizeof(scan_resp),        kScanResp        },
   { Kind::Request,    0x85, "incremental_scan", 4,     sizeof(incremental_req),  kIncrementalReq  },
@@ -78,6 +98,7 @@ constexpr Message kMessages[] = {
 
 // clang-format on
 
+static_assert(sizeof(register_req) == 177 && sizeof(bind_req) == 4);
 static_assert(sizeof(scan_req) == 272 && sizeof(scan_resp) == 18040);
 static_assert(sizeof(incremental_req) == 576 && sizeof(incremental_resp) == 8);
 

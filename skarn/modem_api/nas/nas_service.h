@@ -5,7 +5,9 @@
 
 #include "qmi_message.h"
 
+inline constexpr uint16_t QMI_NAS_INDICATION_REGISTER_REQ_MSG_V01 = 0x0003;
 inline constexpr uint16_t QMI_NAS_PERFORM_NETWORK_SCAN_REQ_MSG_V01 = 0x0021;
+inline constexpr uint16_t QMI_NAS_BIND_SUBSCRIPTION_REQ_MSG_V01 = 0x0045;
 inline constexpr uint16_t QMI_NAS_PERFORM_INCREMENTAL_NETWORK_SCAN_REQ_MSG_V01 = 0x0085;
 
 enum nas_scan_scope_enum_v01 : uint32_t { NAS_SCAN_SCOPE_FULL_BAND_V01 = 0 };
@@ -33,6 +35,26 @@ struct nas_network_mnc_v01 {
   uint16_t mcc;
   uint16_t mnc;
   uint8_t three_digits;
+};
+
+// Of its many switches only the one that is sent is named.
+struct nas_indication_register_req_msg_v01 {
+  uint8_t reserved_before[4];
+  uint8_t req_serving_system_valid;
+  uint8_t req_serving_system;
+  uint8_t reserved[171];
+};
+
+struct nas_indication_register_resp_msg_v01 {
+  qmi_response_type_v01 resp;
+};
+
+struct nas_bind_subscription_req_msg_v01 {
+  uint32_t subscription;  // 0 or 1
+};
+
+struct nas_bind_subscription_resp_msg_v01 {
+  qmi_response_type_v01 resp;
 };
 
 // Of the scan requests only the network type is known; it is never sent.

@@ -16,6 +16,7 @@ constexpr Field kRfGetStateResp[] = {
 constexpr Message kMessages[] = {
   { Kind::Request,  0x02, "rf_get_state" },
   { Kind::Response, 0x02, "rf_get_state", 14, sizeof(rf_get_state_resp), kRfGetStateResp },
+  { Kind::Indication, 0x03, "rf_state", sizeof(sar_opaque_ind_msg_v01) },  // (*) number
 };
 
 // clang-format on

@@ -14,5 +14,10 @@ struct sar_rf_get_state_resp_msg_v01 {
   uint8_t reserved[24];   // optional fields that nobody here reads
 };
 
+// An indication whose content nobody here reads.
+struct sar_opaque_ind_msg_v01 {
+  uint8_t unread;
+};
+
 // The description of the service, or null for any version but (1, 15, 6).
 qmi_idl_service_object_type sar_get_service_object_internal_v01(int major, int minor, int library);

@@ -1,0 +1,6 @@
+#include "modem_api/nas/nas_1_client.h"
+
+#include "modem_api/nas/nas_client.h"
+#include "modem_api/service_client_functions.h"
+
+SKARN_NAS_CLIENT(1)

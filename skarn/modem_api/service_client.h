@@ -1,0 +1,91 @@
+// What the four clients of the statistics framework have in common: connecting with retries,
+// suspending and resuming around a restart of the service, indications, release.
+//
+// Each client is one object of this class with a description of its own, and a set of named
+// functions that do no more than call it. The log shows their names, also where shared code does
+// the work. Callbacks run on threads of the QMI library, suspending and resuming on short threads
+// of their own; a release may come at any time, and what is under way then ends without a trace.
+#pragma once
+
+#include "modem_api/modem_api.h"
+#include "mutex.h"
+#include "qmi_client.h"
+#include "utilities/velmor_log.h"
+
+class ServiceClient {
+ public:
+  // How one client differs from the others.
+  struct Description {
+    int client_type;
+    qmi_idl_service_object_type (*service)();
+    qmi_client_ind_cb indication;
+    qmi_client_error_cb service_down;
+    qmi_client_notify_cb service_up;  // null: it does not recover by itself
+    // Names in the log: of connecting, and of the thread that suspends.
+    const char* connect_name;
+    const char* suspend_name;
+    // What follows each attempt to connect (its handle is null after a failed one), and what
+    // follows a successful one besides; null for nothing.
+    void (*after_attempt)(qmi_client_type handle);
+    void (*after_connect)();
+    // Hands a decoded indication to the caller's event callback. False for one it does not know;
+    // null: it knows none.
+    bool (*handle_indication)(unsigned int msg_id, const void* decoded,
+                              modem_api_event_cb event_cb);
+  };
+
+  explicit constexpr ServiceClient(const Description& description) : is_(description) {}
+
+  // Forgets everything and fetches the service object.
+  void reset() EXCLUDES(lock_);
+  void set_status_callback(modem_api_status_report_cb status_cb) EXCLUDES(lock_);
+
+  // Connects for the first time: status 1, then 3 or, with false, 2.
+  bool init(modem_api_event_cb event_cb, const LogPlace& place = LogPlace::here()) EXCLUDES(lock_);
+
+  // Disconnects: status 0. No callback runs any more afterwards, unless called from one.
+  void release() EXCLUDES(lock_);
+
+  // The transport result of a request; QMI_PORT_NOT_OPEN_ERR while there is no connection.
+  int send(unsigned int msg_id, void* req, unsigned int req_len, void* resp, unsigned int resp_len)
+      EXCLUDES(lock_);
+
+  void on_indication(qmi_client_type handle, unsigned int msg_id, const void* buf, unsigned int len,
+                     const LogPlace& place = LogPlace::here()) EXCLUDES(lock_);
+  void on_service_down(qmi_client_error_type error, const LogPlace& place = LogPlace::here())
+      EXCLUDES(lock_);
+  void on_service_up(qmi_client_notify_event_type event) EXCLUDES(lock_);
+
+ private:
+  struct State {
+    qmi_idl_service_object_type service;
+    qmi_client_type handle;
+    qmi_client_type notifier;
+    modem_api_event_cb event_cb;
+    modem_api_status_report_cb status_cb;
+    int inited;
+    bool resuming;
+  };
+
+  // One life lasts from a reset or a release to the next. What belongs to an earlier one has no
+  // effect any more.
+  using Life = unsigned int;
+
+  Life life() EXCLUDES(lock_);
+  void report(int status, Life life) EXCLUDES(lock_);
+
+  // At most 10 attempts, a second after each that failed. Reports no status.
+  bool connect(Life life) EXCLUDES(lock_);
+  qmi_client_error_type try_to_connect(Life life) EXCLUDES(lock_);
+  // Puts a new handle into `slot`, or gives it back when its life is over.
+  bool keep(qmi_client_type handle, qmi_client_type State::*slot, Life life) EXCLUDES(lock_);
+
+  void suspend(Life life) EXCLUDES(lock_);
+  void resume(Life life) EXCLUDES(lock_);
+  bool start_thread(void (ServiceClient::*body)(Life), Life life);
+
+  const Description is_;
+  Mutex lock_;  // held over no call out
+  State state_ GUARDED_BY(lock_){};
+  Life life_ GUARDED_BY(lock_) = 0;
+};
