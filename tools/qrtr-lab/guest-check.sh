@@ -27,7 +27,8 @@ sockets() { sed -n 's/^sockets: used //p' /proc/net/sockstat; }
 path=/nv/item_files/modem/velmor/rf_print_mask
 commands() {
   for command in '4 1 0 550' "4 5 0 $path 15 0 0 0" "4 4 0 $path" "4 6 0 $path" "4 4 0 $path" \
-    '4 2 1 77 1 2 3' '4 1 1 77' '4 3 1 77' '4 1 1 77' '6 4 35' '6 3 1' '4 1 0 7233'; do
+    '4 2 1 77 1 2 3' '4 1 1 77' '4 3 1 77' '4 1 1 77' '6 4 35' '6 3 1' '4 1 0 7233' \
+    '5 1' '5 10 1 0' '5 10 5 0' '5 10 4 0' '7 1 1' '9 0 1' '10 1 3' '12 0'; do
     ./tovi $command 2>&1
   done
 }
