@@ -9,6 +9,7 @@
 
 #include "modem_api/nas/nas_service.h"
 #include "modem_api/sar/sar_service.h"
+#include "modem_api/vs/vs_client.h"
 #include "modem_api/vs/vs_service.h"
 #include "pdc_service.h"
 #include "qcci/qmi_codec.h"
@@ -19,7 +20,8 @@
 
 namespace {
 
-void decode_and_encode(const qmi::Message& message, std::span<const uint8_t> body) {
+void decode_and_encode(const qmi_idl_service_object& service, const qmi::Message& message,
+                       std::span<const uint8_t> body) {
   // Blocks of the exact size, so that the sanitizer sees the first byte past them.
   const std::unique_ptr<uint8_t[]> decoded(new uint8_t[message.c_bytes]);
   if (!qmi::decode(message, body, decoded.get())) return;
@@ -29,6 +31,9 @@ void decode_and_encode(const qmi::Message& message, std::span<const uint8_t> bod
   const std::unique_ptr<uint8_t[]> again(new uint8_t[message.c_bytes]);
   if (!qmi::decode(message, std::span(wire).first(*encoded), again.get())) abort();
   if (memcmp(decoded.get(), again.get(), message.c_bytes) != 0) abort();
+  if (message.kind == qmi::Kind::Indication && strcmp(service.name, "vs") == 0) {
+    vs_client_handle_indication(message.id, decoded.get(), [](int, void*, int) {});
+  }
 }
 
 // Of a known version: others only cost a line of output.
@@ -39,6 +44,15 @@ void unpack(std::span<const uint8_t> body) {
   memcpy(payload.get(), &kVersions[payload[0] % 4], sizeof kVersions[0]);
   modem_stats_single_data_common_type record;
   velmor_unpack_record(payload.get(), false, record);
+
+  // The steps, with a limit, a position and a width from the input.
+  int numbers[3] = {};
+  memcpy(numbers, body.data(), std::min(body.size(), sizeof numbers));
+  Unpacker unpacker(payload.get(), std::clamp(numbers[0], 0, kUnpkDataMax), false);
+  uint64_t value;
+  if (unpacker.go_to("f", numbers[1], numbers[2])) {
+    unpacker.extract("f", "f_tmp1", "f_tmp2", numbers[1], numbers[2], value);
+  }
 }
 
 }  // namespace
@@ -56,7 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const auto& service = *services[data[0] % std::size(services)];
   const qmi::Message& message = service.messages[data[1] % service.messages.size()];
   const std::span<const uint8_t> body(data + 2, size - 2);
-  decode_and_encode(message, body);
+  decode_and_encode(service, message, body);
   unpack(body);
 
   std::vector<uint8_t> packet(qmi::kHeaderBytes + body.size());

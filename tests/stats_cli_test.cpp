@@ -35,6 +35,24 @@ TEST_F(StatsCli, EveryStatisticIsALineForBothSubscriptions) {
       EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1) << opt;
     }
   }
+  const struct {
+    const char* opt;
+    const char* line;
+  } factory[] = {
+      {"0",
+       "earfcn: 1932, pci: 183, rx_valid: 15, rsrp_rx0: -95.00, rsrq_rx0: -10.75, rssi_rx0: "
+       "-66.50, snr_rx0: 17.00, rsrp_rx1: -96.50, rsrq_rx1: -11.25, rssi_rx1: -68.00, snr_rx1: "
+       "15.50, rsrp_rx2: -99.50, rsrq_rx2: -12.00, rssi_rx2: -70.50, snr_rx2: 11.75, rsrp_rx3: "
+       "-101.50, rsrq_rx3: -12.50, rssi_rx3: -72.00, snr_rx3: 10.50"},
+      {"7", "rssi_rx0: -62.50, rssi_rx1: -64.00, rssi_rx2: -66.00, rssi_rx3: -67.75"},
+      {"8", "snr_rx0: 21.50, snr_rx1: 20.25, snr_rx2: 18.00, snr_rx3: 17.50"},
+      {"10",
+       "rsrp_rx0: -89.75, rsrp_rx1: -91.25, rsrp_rx2: -93.75, rsrp_rx3: -95.50, rsrq: -12.25"},
+      {"21", "rx_prx: -70.00, rx_drx: -72.25"},
+  };
+  for (const auto& row : factory) {
+    EXPECT_EQ(results({"9", row.opt, "0"}), "ASDIV DATA: " + std::string(row.line) + "\n");
+  }
   write_file(folder / "state/stats/0/110", "version=9\nrx_agc_0=-1.005\nrx_agc_1=nan\n");
   EXPECT_EQ(results({"9", "20", "0"}), "ASDIV DATA: rx_agc_0: -1.00, rx_agc_1: nan\n");
   EXPECT_EQ(results({"9", "20", "1"}), "ASDIV DATA: rx_agc_0: -75.50, rx_agc_1: -78.00\n");

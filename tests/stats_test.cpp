@@ -5,14 +5,17 @@
 #include <filesystem>
 #include <thread>
 
+#include "modem.h"
 #include "modem_api/modem_api.h"
 #include "modem_api/nas/nas_0_client.h"
 #include "modem_api/vs/vs_client.h"
 #include "modem_api/vs/vs_service.h"
 #include "properties.h"
+#include "sim_vs.h"
 #include "skarn_common/skarn_mem.h"
 #include "support/fake_modem_fixture.h"
 #include "velmor_tovi_skarn_data.h"
+#include "velmor_tovi_skarn_test.h"
 #include "velmor_tovi_skarn_unpk.h"
 #include "velmor_utils.h"
 
@@ -45,6 +48,8 @@ class Stats : public FakeModemTest {
     g_velmor_shell_print_flag = 0;
     reply(kSuccess);
     modem_api_init();
+    MutexLock hold(g_lock);
+    g_events.clear();
   }
   void TearDown() override { modem_api_release(); }
 
@@ -181,7 +186,9 @@ TEST_F(Stats, AServiceThatIsNotThereCostsTenAttempts) {
   const auto start = timing::Clock::now();
   EXPECT_EQ(connect(MODEM_API_SAR), -1);
   EXPECT_EQ(result, MODEM_API_FAILED);
-  EXPECT_GE(timing::Clock::now() - start, timing::scaled_s(9));
+  const auto took = timing::Clock::now() - start;
+  EXPECT_GE(took, timing::scaled_s(9));
+  EXPECT_LE(took, timing::scaled_s(9) + std::chrono::seconds(1));
   EXPECT_EQ(statuses(MODEM_API_SAR), "12");
   const std::string log = read_file(log_path());
   EXPECT_NE(log.find("try # 9 port[65535]"), std::string::npos);
@@ -244,6 +251,38 @@ TEST_F(Stats, AClientMayBeFreedInTheMiddleOfARestart) {
   const size_t before = statuses(MODEM_API_SAR).size();
   const int id = connect(MODEM_API_SAR);
   EXPECT_EQ(statuses(MODEM_API_SAR).substr(before), "13");
+  usleep(20000);
+  EXPECT_LE(entries("/proc/self/task"), 6u);
+  EXPECT_LE(entries("/proc/self/fd"), 40u);
+  modem_api_free_client(id);
+}
+
+TEST_F(Stats, ALossWhileConnectingIsSeenToAfterwards) {
+  const int id = connect(MODEM_API_NAS_0);
+  ASSERT_GE(id, 0);
+  for (int i = 0; i < 40; ++i) {
+    const size_t before = statuses(MODEM_API_NAS_0).size();
+    // The service comes back, and goes again while the client registers with it.
+    modem.remove_service(kNasPort);
+    ASSERT_TRUE(wait_for_status(MODEM_API_NAS_0, "45", before));
+    std::thread leaves;
+    modem.on_request([&](const Bytes& request) {
+      const auto message = static_cast<uint16_t>(request[3] | request[4] << 8);
+      if (message == 3 && !leaves.joinable()) {
+        leaves = std::thread([&] { modem.remove_service(kNasPort); });
+      }
+      return Replies{
+          packet(qmi::Kind::Response, transaction_of(request), message, bytes(kSuccess))};
+    });
+    modem.add_service(kNas, kNasPort);
+    ASSERT_TRUE(wait_for_status(MODEM_API_NAS_0, "5", before + 2));
+    leaves.join();
+    reply(kSuccess);
+    modem.add_service(kNas, kNasPort);
+    ASSERT_TRUE(wait_for_status(MODEM_API_NAS_0, "63", before + 4));
+    const std::string order = statuses(MODEM_API_NAS_0).substr(before);
+    EXPECT_TRUE(order == "45634563" || order == "45674563") << order;
+  }
   modem_api_free_client(id);
 }
 
@@ -329,6 +368,33 @@ TEST(StatsEvents, ListsAndValuesAreClipped) {
   const Delivered clipped = last_event();
   EXPECT_EQ(hex(std::span(clipped.payload).subspan(404, 4)), "64000000");
   EXPECT_FALSE(vs_client_handle_indication(0x0999, &many, take_event));
+}
+
+TEST(StatsService, RaisesItsFourIndicationsOnRequest) {
+  ScratchFolder folder;
+  std::string problem;
+  const auto modem = sim::Modem::open(folder.path(), problem);
+  ASSERT_NE(modem, nullptr) << problem;
+  sim::VsService service(modem->statistics());
+  sim::Faults no_faults;
+  std::minstd_rand random;
+  const auto raised = [&](uint16_t message, const std::string& tlvs) {
+    const Bytes request = packet(qmi::Kind::Request, 1, message, bytes(tlvs));
+    std::string ids;
+    for (const auto& one : sim::carry_out(service, {1, 1}, request, no_faults, random).deliveries) {
+      ids +=
+          hex(std::span(one.packet).subspan(3, 2)) + ":" + std::to_string(one.packet.size()) + " ";
+    }
+    return ids;
+  };
+  EXPECT_EQ(raised(0x0208, "01 0200 0000 02 0200 0000 03 0500 01 6e000000"),
+            "0802:14 ");  // refused
+  EXPECT_EQ(raised(0x0003, "01 0400 02000000 02 0100 01"), "0300:14 ");
+  EXPECT_EQ(raised(0x0208, "01 0200 0000 02 0200 0000 03 0500 01 6e000000"), "0802:14 0302:37 ");
+  EXPECT_EQ(raised(0x0002, "01 0400 02000000"), "0200:22 0400:22 ");
+  EXPECT_EQ(raised(0x0202, "01 0400 01000000 02 0500 01 07000000"), "0202:14 0402:29 ");
+  EXPECT_EQ(raised(0x0400, ""), "0004:14 0106:11 ");
+  EXPECT_EQ(raised(0x0109, "01 0400 01000000"), "0901:14 ");
 }
 
 struct Answer {
@@ -550,6 +616,8 @@ TEST(Unpacker, EveryCheckEndsTheParseWithItsLine) {
        "UNPK_HIGH, bit_num(129) should be in [64, 128] for f, id(0x0)\n"},
       {[&] { return none.low("f", 17, 16, value); },
        "UNPK_LOW, bit_num(17) should be in [1, 16] for f, id(0x0)\n"},
+      {with(2000, [&](Unpacker& u) { return u.go_to("f", 1, 65); }),
+       "UNPK_LOW, bit_num(65) should be in [1, 64] for f, id(0x0)\n"},
       {[&] { return none.low("f", 0, 16, value); },
        "UNPK_LOW, bit_num(0) should be in [1, 16] for f, id(0x0)\n"},
   };
@@ -579,6 +647,46 @@ TEST(Unpacker, EveryCheckEndsTheParseWithItsLine) {
                 },
                 done),
             "UNPK_START, payload is NULL, id(0x0)\n");
+}
+
+TEST_F(Stats, Module7TakesWhatTheModemSays) {
+  modem.add_service(kExtensionId, kExtensionPort);
+  g_velmor_shell_print_flag = 1;
+  const auto run = [&](const Bytes& info, const Bytes& logs) {
+    int count = 0;
+    modem.on_request(
+        [&](const Bytes& request) { return Replies{answer(request, count++ == 0 ? info : logs)}; });
+    std::string words[] = {"tovi", "7", "1", "0"};
+    std::vector<char*> argv;
+    for (std::string& word : words) argv.push_back(word.data());
+    testing::internal::CaptureStdout();
+    velmor_test_modem_stats_do(4, argv.data());
+    fflush(stdout);
+    return without_lines(testing::internal::GetCapturedStdout());
+  };
+  const auto with_result = [](int32_t result, const Bytes& data) {
+    Bytes rsp(8 + data.size());
+    memcpy(&rsp[4], &result, sizeof result);
+    std::copy(data.begin(), data.end(), rsp.begin() + 8);
+    return rsp;
+  };
+  EXPECT_TRUE(run(with_result(5, {}), {})
+                  .ends_with("RIL[velmor_test_modem_stats_get_debug_info_do]: qmi response fail, "
+                             "result = 0, rsp.result = 5\n"));
+  const Bytes unsupported = with_result(0, bytes("01 01 0100000000000000" + std::string(32, '0')));
+  EXPECT_TRUE(run(unsupported, with_result(-7, {}))
+                  .ends_with("RIL[velmor_modem_stats_support_status_check]: qmi response fail, "
+                             "result = 0, rsp_not_support.result = -7\n"));
+  Bytes ids = bytes("8000");  // 128 of them: the last is read from the front again
+  for (uint8_t i = 0; i < 128; ++i) ids.insert(ids.end(), {i, 0x10});
+  const std::string out = run(unsupported, with_result(0, ids));
+  EXPECT_NE(out.find("log_id[126]: 0x107E\nlog_id[127]: 0x0080\n"), std::string::npos);
+  testing::internal::CaptureStdout();
+  velmor_modem_stats_support_status_check(nullptr);
+  EXPECT_EQ(velmor_modem_stats_main_info_unpk(nullptr, 4), 0);
+  fflush(stdout);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "velmor_modem_stats_support_status_check, ptr is null\nptr is null\n");
 }
 
 // Module 9 against answers of every shape.

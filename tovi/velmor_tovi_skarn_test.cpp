@@ -36,15 +36,8 @@ constexpr uint8_t kSampleRecord[48] = {
     0x6e, 0x8b, 0x06, 0x00, 0xe8, 0xeb, 0x05, 0x00, 0x14, 0x00, 0x14, 0x00, 0xc7, 0xb4, 0xfc, 0x60,
     0x07, 0x00, 0x00, 0x00, 0xcc, 0x01, 0x02, 0x0b, 0x00, 0x02, 0x0a, 0x8a, 0x76, 0x00, 0x01, 0x00};
 
-bool has_4_arguments(int argc, const LogPlace& place) {
-  if (argc >= 4) return true;
-  velmor_log(LogLevel::Debug, place, "note: Too few parameters, Pls refer to the following cmd:");
-  show_help(kModule);
-  return false;
-}
-
 int velmor_test_modem_stats_parsing_process(int argc, char** argv) {
-  if (!has_4_arguments(argc, LogPlace::here())) return 0;
+  if (!velmor_check_module_args(argc, argv, kModule, 4)) return 0;
   const int print = velmor_atoi(argv[3]);
   VELMOR_LOG_DEBUG("length = %d, print_flag = %d", static_cast<int>(sizeof kSampleRecord), print);
   uint8_t payload[kUnpkBufBytes] = {};
@@ -191,6 +184,8 @@ void print_unsupported_logs(const LogPlace& place) {
   }
 }
 
+}  // namespace
+
 void velmor_modem_stats_support_status_check(const uint8_t* data) {
   if (data == nullptr) {
     puts("velmor_modem_stats_support_status_check, ptr is null");
@@ -208,18 +203,41 @@ void velmor_modem_stats_support_status_check(const uint8_t* data) {
   }
 }
 
+int velmor_modem_stats_main_info_unpk(const uint8_t* data, int version) {
+  return print_info(data, kMainInfo, version);
+}
+
+int velmor_modem_stats_diag_info_unpk(const uint8_t* data, int version) {
+  return print_info(data, kDiagInfo, version);
+}
+
+int velmor_modem_stats_cm_info_unpk(const uint8_t* data) {
+  return print_info(data, kCmInfo, 0);
+}
+
+int velmor_modem_stats_uim_info_unpk(const uint8_t* data) {
+  return print_info(data, kUimInfo, 0);
+}
+
+namespace {
+
 void print_debug_info(const uint8_t* data) {
   const int version = data[0];
   print_number(data, 1, "version");
   const struct {
     const char* name;
-    std::span<const InfoField> fields;
-  } blocks[] = {{"main", kMainInfo}, {"diag", kDiagInfo}, {"cm", kCmInfo}, {"uim", kUimInfo}};
+    int (*print)(const uint8_t* data, int version);
+  } blocks[] = {
+      {"main", velmor_modem_stats_main_info_unpk},
+      {"diag", velmor_modem_stats_diag_info_unpk},
+      {"cm", [](const uint8_t* at, int) { return velmor_modem_stats_cm_info_unpk(at); }},
+      {"uim", [](const uint8_t* at, int) { return velmor_modem_stats_uim_info_unpk(at); }},
+  };
   int cnt = 1;
   for (const auto& block : blocks) {
     printf("-------- stats %s info start --------\n", block.name);
-    cnt += print_info(data + cnt, block.fields, version);
-    // The marker's count has 8 bits, which all but the first two blocks may pass.
+    cnt += block.print(data + cnt, version);
+    // The count of the markers has 8 bits; the first two blocks never need more.
     printf("-------- stats %s info end, cnt(%d) --------\n", block.name, static_cast<uint8_t>(cnt));
   }
 }
@@ -239,7 +257,7 @@ void velmor_test_modem_stats_get_debug_info_do(int type) {
 }
 
 int velmor_test_modem_stats_get_debug_info(int argc, char** argv) {
-  if (!has_4_arguments(argc, LogPlace::here())) return 0;
+  if (!velmor_check_module_args(argc, argv, kModule, 4)) return 0;
   velmor_test_modem_stats_get_debug_info_do(velmor_atoi(argv[3]));
   return 1;
 }

@@ -121,11 +121,15 @@ void Unpacker::move_base(int bits) {
 }
 
 bool Unpacker::go_to(const char* name, int pos, int width) {
-  cnt_ = (base_bit_ + pos) / 8 - base_;
-  if (cnt_ < 0 || cnt_ >= limit_) {
-    printf("UNPK_SET_BIT, pos(%d) should be[0, %d), id(0x%x)\n", cnt_, limit_, kRecordId);
+  uint64_t no_value = 0;
+  if (width < 1 || width > kWordBits) return low(name, width, kWordBits, no_value);
+  const int64_t cnt = (int64_t{base_bit_} + pos) / 8 - base_;
+  if (cnt < 0 || cnt >= limit_) {
+    printf("UNPK_SET_BIT, pos(%d) should be[0, %d), id(0x%x)\n", static_cast<int>(cnt), limit_,
+           kRecordId);
     return false;
   }
+  cnt_ = static_cast<int>(cnt);
   if (trace_) {
     printf(
         "UNPK_SET_BIT, g_unpk_data_base_bit(%d), g_unpk_data_base(%d), g_unpk_data_cnt(%d), "

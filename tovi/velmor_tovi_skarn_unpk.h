@@ -41,7 +41,7 @@ class Unpacker {
   bool read(const char* name, int size, uint64_t& value);
   // BASE_WITH_BIT: positions are counted from `bits` bits further on.
   void move_base(int bits);
-  // UNPK_SET_BIT and PRINT_CNT: goes to a field of `width` bits at `pos`.
+  // UNPK_SET_BIT and PRINT_CNT: goes to a field of `width` bits, 1 to 64, at `pos`.
   bool go_to(const char* name, int pos, int width);
   // Reads the frame of the field gone to and extracts it.
   bool extract(const char* name, const char* frame_1, const char* frame_2, int pos, int width,

@@ -72,8 +72,8 @@ struct modem_stats_para_data {
   modem_stats_para_entry entries[kStatsMax];
 };
 
-// Begins and ends the use of the framework; counted. The end neither frees clients nor disconnects
-// them: that comes first. 0.
+// Begin and end the use of the framework. Both forget all clients without disconnecting them, so
+// that comes first. 0.
 int modem_api_init();
 int modem_api_release();
 

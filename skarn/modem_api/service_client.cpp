@@ -13,6 +13,9 @@ constexpr uint32_t kConnectMs = 4;
 constexpr int kConnectAttempts = 10;
 constexpr uint32_t kSendTimeOutMs = 30000;
 
+// The client whose recovery this thread is, or null.
+thread_local const ServiceClient* t_recovers;
+
 }  // namespace
 
 void ServiceClient::reset() {
@@ -49,8 +52,26 @@ bool ServiceClient::init(modem_api_event_cb event_cb, const LogPlace& place) {
   }
   velmor_log(LogLevel::Debug, place, "Client connecting to QMI FW");
   report(MODEM_API_CONNECTING, mine);
-  const bool connected = connect(mine);
-  report(connected ? MODEM_API_OPERATIONAL : MODEM_API_INIT_FAILED, mine);
+  return connect_and_report(mine, MODEM_API_OPERATIONAL, MODEM_API_INIT_FAILED);
+}
+
+bool ServiceClient::connect_and_report(Life life, int good, int bad) {
+  {
+    MutexLock hold(lock_);
+    if (life != life_) return false;
+    state_.connecting = true;
+    state_.lost = false;
+  }
+  const bool connected = connect(life);
+  report(connected ? good : bad, life);
+  bool lost;
+  {
+    MutexLock hold(lock_);
+    if (life != life_) return connected;
+    state_.connecting = state_.resuming = false;
+    lost = std::exchange(state_.lost, false);
+  }
+  if (lost) begin_suspend(life);
   return connected;
 }
 
@@ -99,6 +120,7 @@ bool ServiceClient::connect(Life life) {
     velmor_log(LogLevel::Debug, place, "qmi_client_init_instance returned failure(%d)", error);
     return false;
   }
+  if (life != this->life()) return false;
   if (is_.after_connect != nullptr) is_.after_connect();
   qmi_client_type handle;
   {
@@ -121,6 +143,8 @@ void ServiceClient::release() {
   }
   if (last.handle != nullptr) qmi_client_release(last.handle);
   if (last.notifier != nullptr) qmi_client_release(last.notifier);
+  if (t_recovers == this) return;
+  for (int running; (running = recoveries_) != 0;) recoveries_.wait(running);
 }
 
 int ServiceClient::send(unsigned int msg_id, void* req, unsigned int req_len, void* resp,
@@ -171,11 +195,20 @@ void ServiceClient::on_indication(qmi_client_type handle, unsigned int msg_id, c
   skarn_free_adv(decoded, place.function, place.line);
 }
 
-bool ServiceClient::start_thread(void (ServiceClient::*body)(Life), Life life) {
+bool ServiceClient::start_recovery(void (ServiceClient::*body)(Life), Life life) {
+  const auto ended = [this] {
+    if (--recoveries_ == 0) recoveries_.notify_all();
+  };
+  ++recoveries_;
   try {
-    std::thread(body, this, life).detach();
+    std::thread([this, body, life, ended] {
+      t_recovers = this;
+      (this->*body)(life);
+      ended();
+    }).detach();
     return true;
   } catch (const std::system_error&) {
+    ended();
     return false;
   }
 }
@@ -183,9 +216,21 @@ bool ServiceClient::start_thread(void (ServiceClient::*body)(Life), Life life) {
 void ServiceClient::on_service_down(qmi_client_error_type error, const LogPlace& place) {
   velmor_log(LogLevel::Error, place, "service down with error %d", error);
   if (is_.service_up == nullptr) return;
-  const Life mine = life();
-  report(MODEM_API_SUSPENDING, mine);
-  if (!start_thread(&ServiceClient::suspend, mine)) report(MODEM_API_RELEASED, mine);
+  Life mine;
+  {
+    MutexLock hold(lock_);
+    mine = life_;
+    if (state_.connecting) {
+      state_.lost = true;
+      return;
+    }
+  }
+  begin_suspend(mine);
+}
+
+void ServiceClient::begin_suspend(Life life) {
+  report(MODEM_API_SUSPENDING, life);
+  if (!start_recovery(&ServiceClient::suspend, life)) report(MODEM_API_RELEASED, life);
 }
 
 void ServiceClient::suspend(Life life) {
@@ -206,7 +251,7 @@ void ServiceClient::suspend(Life life) {
     qmi_client_os_params os_params{};
     const qmi_client_error_type error = qmi_client_notifier_init(service, &os_params, &notifier);
     velmor_log(LogLevel::Debug, place, "qmi_client_notifier_init return %d", error);
-    if (!keep(notifier, &State::notifier, life)) return;
+    if (notifier != nullptr && !keep(notifier, &State::notifier, life)) return;
   }
   const qmi_client_error_type error =
       qmi_client_register_notify_cb(notifier, is_.service_up, nullptr);
@@ -222,7 +267,12 @@ void ServiceClient::on_service_up(qmi_client_notify_event_type event) {
     mine = life_;
   }
   report(MODEM_API_RESUMING, mine);
-  if (!start_thread(&ServiceClient::resume, mine)) report(MODEM_API_RESUME_FAILED, mine);
+  if (start_recovery(&ServiceClient::resume, mine)) return;
+  {
+    MutexLock hold(lock_);
+    state_.resuming = false;
+  }
+  report(MODEM_API_RESUME_FAILED, mine);
 }
 
 void ServiceClient::resume(Life life) {
@@ -233,11 +283,5 @@ void ServiceClient::resume(Life life) {
     notifier = std::exchange(state_.notifier, nullptr);
   }
   if (notifier != nullptr) qmi_client_release(notifier);
-  const bool connected = connect(life);
-  {
-    MutexLock hold(lock_);
-    if (life != life_) return;
-    state_.resuming = false;
-  }
-  report(connected ? MODEM_API_OPERATIONAL : MODEM_API_RESUME_FAILED, life);
+  connect_and_report(life, MODEM_API_OPERATIONAL, MODEM_API_RESUME_FAILED);
 }

@@ -7,6 +7,8 @@
 // of their own; a release may come at any time, and what is under way then ends without a trace.
 #pragma once
 
+#include <atomic>
+
 #include "modem_api/modem_api.h"
 #include "mutex.h"
 #include "qmi_client.h"
@@ -43,7 +45,9 @@ class ServiceClient {
   // Connects for the first time: status 1, then 3 or, with false, 2.
   bool init(modem_api_event_cb event_cb, const LogPlace& place = LogPlace::here()) EXCLUDES(lock_);
 
-  // Disconnects: status 0. No callback runs any more afterwards, unless called from one.
+  // Disconnects: status 0. Nothing of this life runs any more afterwards, unless this is called
+  // from it; where the client is just connecting again, that takes up to a second. A status
+  // callback must not release a client that is being released.
   void release() EXCLUDES(lock_);
 
   // The transport result of a request; QMI_PORT_NOT_OPEN_ERR while there is no connection.
@@ -64,6 +68,8 @@ class ServiceClient {
     modem_api_event_cb event_cb;
     modem_api_status_report_cb status_cb;
     int inited;
+    bool connecting;  // until its outcome is reported
+    bool lost;        // the service, while connecting
     bool resuming;
   };
 
@@ -74,18 +80,22 @@ class ServiceClient {
   Life life() EXCLUDES(lock_);
   void report(int status, Life life) EXCLUDES(lock_);
 
+  // Connects and reports `good` or `bad`. A loss of the service meanwhile is seen to after that.
+  bool connect_and_report(Life life, int good, int bad) EXCLUDES(lock_);
   // At most 10 attempts, a second after each that failed. Reports no status.
   bool connect(Life life) EXCLUDES(lock_);
   qmi_client_error_type try_to_connect(Life life) EXCLUDES(lock_);
   // Puts a new handle into `slot`, or gives it back when its life is over.
   bool keep(qmi_client_type handle, qmi_client_type State::*slot, Life life) EXCLUDES(lock_);
 
+  void begin_suspend(Life life) EXCLUDES(lock_);
   void suspend(Life life) EXCLUDES(lock_);
   void resume(Life life) EXCLUDES(lock_);
-  bool start_thread(void (ServiceClient::*body)(Life), Life life);
+  bool start_recovery(void (ServiceClient::*body)(Life), Life life);
 
   const Description is_;
   Mutex lock_;  // held over no call out
   State state_ GUARDED_BY(lock_){};
   Life life_ GUARDED_BY(lock_) = 0;
+  std::atomic<int> recoveries_{0};  // threads that suspend or resume
 };

@@ -88,8 +88,9 @@ void skarn_free_adv(void* block, const char*, int) {
 const char* skarn_get_print_buf(const uint8_t* bytes) {
   constexpr int kBytes = 30;
   static char text[3 * kBytes + 1];
-  for (int i = 0; i < kBytes; ++i)
+  for (int i = 0; i < kBytes; ++i) {
     snprintf(text + size_t{3} * static_cast<size_t>(i), 4, " %02X", bytes[i]);
+  }
   return text;
 }
 
