@@ -2,7 +2,7 @@
 
 #include <stdio.h>
 
-#include <sstream>
+#include <algorithm>
 
 #include "hex.h"
 #include "state_files.h"
@@ -65,9 +65,11 @@ bool Configurations::add(const Configuration& configuration) {
 
 bool Configurations::remove(uint32_t type, const std::string& id) {
   const FolderLock lock(folder_, LockPart::Writing);
+  const std::string all = state_files::read(configs_path()).value_or("");
   std::string text;
-  std::istringstream lines(state_files::read(configs_path()).value_or(""));
-  for (std::string line; std::getline(lines, line);) {
+  for (size_t at = 0, end; at < all.size(); at = end + 1) {
+    end = std::min(all.find('\n', at), all.size());
+    const std::string line = all.substr(at, end - at);
     const auto values = state_files::parse(line);
     const auto configuration =
         values.empty() ? std::nullopt : read_line(values[0].first, values[0].second);
