@@ -248,16 +248,16 @@ TEST_F(SmartTest, PrintSwitchesAreFilesThatTheModemReadsAtItsStart) {
 }
 
 TEST_F(SmartTest, ARestartTakesTheServicesDownAndUpADumpDown) {
-  variables["TOVI_TIME_SCALE"] = "1";
+  variables["TOVI_TIME_SCALE"] = "3";  // of the modem: the services are away for 0.9 s
   Program server("tovi-modem", {"serve", "--unix", folder / "socket"}, variables);
   server.wait_for_error_line("tovi-modem: ready\n");
   variables["TOVI_MODEM"] = "unix:" + (folder / "socket");
   const auto answers = [&] {
     return tovi({"4", "1", "0", "550"}).find("data len(9)") != std::string::npos;
   };
-  // Until the services are down, or for two seconds.
-  const auto becomes = [&](bool there) {
-    for (int i = 0; i < 100; ++i) {
+  // Looks until the services are there or not; at most so often, 20 ms apart.
+  const auto becomes = [&](bool there, int looks) {
+    for (int i = 0; i < looks; ++i) {
       if (answers() == there) return true;
       usleep(20000);
     }
@@ -265,12 +265,12 @@ TEST_F(SmartTest, ARestartTakesTheServicesDownAndUpADumpDown) {
   };
   variables["TOVI_TIME_SCALE"] = "0.001";  // nobody waits for a service
   tovi({"11", "0"});
-  EXPECT_TRUE(becomes(false));
-  EXPECT_TRUE(becomes(true));
+  EXPECT_TRUE(becomes(false, 200));
+  EXPECT_TRUE(becomes(true, 200));
   set_property("persist.vendor.ssr.restart_level", "ALL_DISABLE");
   tovi({"11", "1"});
-  EXPECT_TRUE(becomes(false));
-  EXPECT_FALSE(becomes(true));
+  EXPECT_TRUE(becomes(false, 200));
+  EXPECT_FALSE(becomes(true, 50));
   server.kill(SIGTERM);
   server.wait();
 }
@@ -309,7 +309,7 @@ TEST_F(SmartTest, TheTimerTestCountsSecondsUntilTheTimerExpires) {
     return line(f, "Timer test start, timeout_s = " + s) +
            line(f, "Start one timer(timer_id 1), will pause until this timer is expired ...");
   };
-  variables["TOVI_TIME_SCALE"] = "0.05";
+  variables["TOVI_TIME_SCALE"] = "0.2";
   EXPECT_EQ(tovi({"11", "8", "0"}), start("0") + line("velmor_tovi_delay_timer_cb", expired) +
                                         line(f, "1 second has passed") +
                                         line(f, "Timer test done"));
