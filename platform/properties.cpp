@@ -45,7 +45,7 @@ class PropertyFile {
       return;
     }
     seen_ = now;
-    values_ = state_files::parse(state_files::read(path_).value_or(""));
+    values_ = state_files::read_values(path_);
   }
 
   const std::string path_ = properties_path();

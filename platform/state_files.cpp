@@ -118,6 +118,15 @@ const std::string* find(const KeyValues& values, std::string_view key) {
   return found;
 }
 
+KeyValues read_values(const std::string& path) {
+  return parse(read(path).value_or(""));
+}
+
+std::string find_or(const KeyValues& values, std::string_view key, const char* fallback) {
+  const std::string* found = find(values, key);
+  return found != nullptr ? *found : fallback;
+}
+
 std::string with_value(std::string_view text, std::string_view key, std::string_view value) {
   const std::string line = std::string(key) + "=" + std::string(value) + "\n";
   std::string out;

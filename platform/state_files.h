@@ -26,8 +26,12 @@ using KeyValues = std::vector<std::pair<std::string, std::string>>;
 // without `=` are passed over.
 KeyValues parse(std::string_view text);
 
-// The last value of a key, or null.
+// The same of a whole file; nothing for one that cannot be read.
+KeyValues read_values(const std::string& path);
+
+// The last value of a key, or null; or `fallback`.
 const std::string* find(const KeyValues& values, std::string_view key);
+std::string find_or(const KeyValues& values, std::string_view key, const char* fallback);
 
 // `text` with the line of `key` set to `value`; everything else, comments included, stays.
 std::string with_value(std::string_view text, std::string_view key, std::string_view value);

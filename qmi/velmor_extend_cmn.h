@@ -50,6 +50,9 @@ inline constexpr unsigned int kExtendIndSlots = 7;  // ind_id 0 to 6
 bool velmor_extend_set_ind_handler(unsigned int ind_id, velmor_extend_ind_handler handler);
 void velmor_extend_set_generic_ind_handler(velmor_extend_generic_ind_handler handler);
 
+// Sends a common request as it stands, 512 bytes, and receives the answer. The exchange's result.
+int velmor_send_common_payload(const void* payload, velmor_common_rsp* rsp);
+
 // Send the common request `t` with `l` bytes of value `v` (null only when `l` is 0) and receive the
 // answer into `rsp`, a velmor_common_rsp. The first sends type, length and value, `l` up to 491;
 // the second type and value only, `l` up to 499. The exchange's result, or VELMOR_INVALID_ARGUMENT;

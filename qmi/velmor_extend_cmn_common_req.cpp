@@ -8,15 +8,15 @@ namespace {
 
 constexpr unsigned int kDirectMax = 499;
 
-// Both forms are sent whole, zero-filled past the value.
-template <typename Payload>
-int send_payload(Payload& payload, void* rsp) {
-  unsigned int room = sizeof(velmor_common_rsp);
-  return velmor_extend_qmi_send_sync(REQUEST_ID_COMMON, reinterpret_cast<unsigned char*>(&payload),
-                                     sizeof payload, static_cast<unsigned char*>(rsp), &room);
-}
-
 }  // namespace
+
+int velmor_send_common_payload(const void* payload, velmor_common_rsp* rsp) {
+  static_assert(sizeof(velmor_common_tlv_req) == sizeof(velmor_common_direct_req));
+  auto* req = static_cast<unsigned char*>(const_cast<void*>(payload));
+  unsigned int room = sizeof *rsp;
+  return velmor_extend_qmi_send_sync(REQUEST_ID_COMMON, req, sizeof(velmor_common_tlv_req),
+                                     reinterpret_cast<unsigned char*>(rsp), &room);
+}
 
 int velmor_send_common_qmi_msg(unsigned int t, unsigned int l, void* v, void* rsp) {
   LogScope scope;
@@ -37,7 +37,7 @@ int velmor_send_common_qmi_msg(unsigned int t, unsigned int l, void* v, void* rs
   }
   velmor_common_tlv_req payload{.type = t, .length = l, .value = {}};
   if (l > 0) memcpy(payload.value, v, l);
-  return send_payload(payload, rsp);
+  return velmor_send_common_payload(&payload, static_cast<velmor_common_rsp*>(rsp));
 }
 
 int velmor_common_qmi_req(unsigned int t, unsigned int l, void* v, void* rsp) {
@@ -57,5 +57,5 @@ int velmor_common_qmi_req(unsigned int t, unsigned int l, void* v, void* rsp) {
   }
   velmor_common_direct_req payload{.type = t, .value = {}};
   if (l > 0) memcpy(payload.value, v, l);
-  return send_payload(payload, rsp);
+  return velmor_send_common_payload(&payload, static_cast<velmor_common_rsp*>(rsp));
 }

@@ -40,8 +40,7 @@ std::optional<Configuration> read_line(const std::string& key, const std::string
 
 std::vector<Configuration> Configurations::list(uint32_t type) const {
   std::vector<Configuration> all;
-  for (const auto& [key, value] :
-       state_files::parse(state_files::read(configs_path()).value_or(""))) {
+  for (const auto& [key, value] : state_files::read_values(configs_path())) {
     const auto configuration = read_line(key, value);
     if (configuration && configuration->type == type) all.push_back(*configuration);
   }
@@ -84,10 +83,9 @@ std::string Configurations::selection_path(uint32_t type, uint32_t sub) const {
 }
 
 Selection Configurations::selection(uint32_t type, uint32_t sub) const {
-  const auto values = state_files::parse(state_files::read(selection_path(type, sub)).value_or(""));
+  const auto values = state_files::read_values(selection_path(type, sub));
   const auto id = [&](std::string_view key) {
-    const std::string* hex = state_files::find(values, key);
-    return hex != nullptr ? from_hex(*hex).value_or("") : "";
+    return from_hex(state_files::find_or(values, key, "")).value_or("");
   };
   return {id("selected"), id("active"), id("pending")};
 }

@@ -87,9 +87,7 @@ int Modem::efs_delete(unsigned int sub, std::string_view path) {
 }
 
 std::string Modem::value(const std::string& file, std::string_view key) const {
-  const auto values = state_files::parse(state_files::read(folder_ + "/" + file).value_or(""));
-  const std::string* found = state_files::find(values, key);
-  return found != nullptr ? *found : "";
+  return state_files::find_or(state_files::read_values(folder_ + "/" + file), key, "");
 }
 
 bool Modem::set_value(const std::string& file, std::string_view key, std::string_view value) {
@@ -105,10 +103,10 @@ std::string slot_file(unsigned int number) {
 }  // namespace
 
 Slot Modem::slot(unsigned int number) const {
-  const std::string file = slot_file(number);
-  const bool powered = value(file, "power") == "on";
-  if (value(file, "holds") == "esim") return {Card::Euicc, powered};
-  const std::string sim = value(file, "sim");
+  const auto values = state_files::read_values(folder_ + "/" + slot_file(number));
+  const bool powered = state_files::find_or(values, "power", "") == "on";
+  if (state_files::find_or(values, "holds", "") == "esim") return {Card::Euicc, powered};
+  const std::string sim = state_files::find_or(values, "sim", "");
   return {sim == "present" ? Card::Sim : sim == "error" ? Card::Faulty : Card::Absent, powered};
 }
 

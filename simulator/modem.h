@@ -24,6 +24,9 @@ enum class Card { Absent, Sim, Euicc, Faulty };
 struct Slot {
   Card card;
   bool powered;
+
+  bool has_card() const { return card == Card::Sim || card == Card::Euicc; }
+  bool answers() const { return powered && has_card(); }
 };
 
 class Modem {

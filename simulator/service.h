@@ -16,7 +16,9 @@ namespace sim {
 inline constexpr uint32_t kQmiMalformedMessage = 0x01;
 inline constexpr uint32_t kQmiNoMemory = 0x02;
 inline constexpr uint32_t kQmiInternal = 0x03;
+inline constexpr uint32_t kQmiNotProvisioned = 0x10;
 inline constexpr uint32_t kQmiNoEffect = 0x1A;
+inline constexpr uint32_t kQmiInvalidId = 0x29;
 inline constexpr uint32_t kQmiInvalidArgument = 0x30;
 inline constexpr uint32_t kQmiNoEntry = 0x32;
 inline constexpr uint32_t kQmiDeviceNotReady = 0x34;

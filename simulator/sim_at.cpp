@@ -38,9 +38,7 @@ std::string network(const Modem&) {
 }
 
 std::string pin(const Modem& modem) {
-  const Slot slot = modem.slot(1);
-  const bool ready = slot.powered && (slot.card == Card::Sim || slot.card == Card::Euicc);
-  return ready ? "+CPIN: READY" : "";
+  return modem.slot(1).answers() ? "+CPIN: READY" : "";
 }
 
 struct Command {

@@ -237,13 +237,15 @@ int ExtensionService::common(uint32_t type, std::span<const uint8_t> value,
     case VELMOR_COMMON_MODEM_SSR: aftermath.take_down(kCrashMs, kRestartMs); return 0;
     case VELMOR_COMMON_FULL_DUMP: aftermath.take_down(kCrashMs, std::nullopt); return 0;
     case VELMOR_COMMON_CARD_STATUS_QUERY:
-      for (unsigned int slot = 1; slot <= kSlots; ++slot) words.push_back(card_present(slot));
+      for (unsigned int slot = 1; slot <= kSlots; ++slot) {
+        words.push_back(modem_.slot(slot).has_card());
+      }
       return 0;
     case VELMOR_COMMON_CARD_TYPE_QUERY: words.push_back(kSlots); return 0;
     case VELMOR_COMMON_CARD_STATUS_GET: {
       uint32_t sub;
       if (!read_value(value, sub) || sub >= kSlots) return kCommonInvalidArgument;
-      words.push_back(card_present(sub + 1));
+      words.push_back(modem_.slot(sub + 1).has_card());
       return 0;
     }
     case VELMOR_COMMON_CARD_STATUS_SET: {
@@ -259,11 +261,6 @@ int ExtensionService::common(uint32_t type, std::span<const uint8_t> value,
     }
     default: return kCommonNotSupported;
   }
-}
-
-uint32_t ExtensionService::card_present(unsigned int slot) {
-  const Card card = modem_.slot(slot).card;
-  return card == Card::Sim || card == Card::Euicc ? 1 : 0;
 }
 
 // A setting is kept as it came, in a file that is followed at the next start.

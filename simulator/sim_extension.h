@@ -45,7 +45,6 @@ class ExtensionService final : public Service {
 
   int set_gpio(std::span<const uint8_t> value);
   int set_tx(std::span<const uint8_t> value);
-  uint32_t card_present(unsigned int slot);
   size_t put_unsupported_logs(velmor_common_rsp& rsp);
 
   int nv_read(const velmor_nvefs_req& req, velmor_nvefs_rsp& rsp, size_t& data_bytes);

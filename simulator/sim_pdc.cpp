@@ -8,9 +8,6 @@ constexpr uint32_t kOutcomeMs = 20;
 // The request is taken up, but no indication will follow.
 constexpr uint32_t kNothingToIndicate = UINT32_MAX;
 
-constexpr uint32_t kQmiNotProvisioned = 0x10;
-constexpr uint32_t kQmiInvalidId = 0x29;
-
 bool is_valid(uint32_t type, uint32_t sub = 0) {
   return type < kConfigTypes && sub < 2;
 }

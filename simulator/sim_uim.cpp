@@ -10,10 +10,6 @@ namespace {
 constexpr uint8_t kBasicChannel = 0;
 constexpr uint8_t kMaxChannels = 3;  // besides
 
-bool is_there(const Slot& slot) {
-  return slot.powered && (slot.card == Card::Sim || slot.card == Card::Euicc);
-}
-
 bool has_slot(uint32_t slot) {
   return slot >= 1 && slot <= kSlots;
 }
@@ -21,7 +17,7 @@ bool has_slot(uint32_t slot) {
 uim_card_info_v01 card_info(const Slot& slot) {
   uim_card_info_v01 info{};
   if (slot.card == Card::Absent) return info;
-  if (!is_there(slot)) {
+  if (!slot.answers()) {
     info.card_state = UIM_CARD_STATE_ERROR_V01;
     info.error_code = slot.powered ? 0 : 1;
     return info;
@@ -106,7 +102,7 @@ uint32_t UimService::open_channel(qmi::Address client,
                                   uim_open_logical_channel_resp_msg_v01& resp) {
   if (!has_slot(req.slot)) return kQmiInvalidArgument;
   const Slot slot = modem_.slot(req.slot);
-  if (!is_there(slot)) return kQmiNoSim;
+  if (!slot.answers()) return kQmiNoSim;
   uint8_t id = 1;
   while (is_open(req.slot, id)) ++id;
   if (id > kMaxChannels) return kQmiNoMemory;
@@ -138,7 +134,7 @@ uint32_t UimService::send_apdu(qmi::Address client, const uim_send_apdu_req_msg_
                                uim_send_apdu_resp_msg_v01& resp) {
   if (!has_slot(req.slot)) return kQmiInvalidArgument;
   const Slot slot = modem_.slot(req.slot);
-  if (!is_there(slot)) return kQmiNoSim;
+  if (!slot.answers()) return kQmiNoSim;
   const uint8_t id = req.channel_id_valid != 0 ? req.channel_id : kBasicChannel;
   Channel* channel = find_channel(client, req.slot, id);
   if (channel == nullptr && id == kBasicChannel) {

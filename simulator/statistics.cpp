@@ -139,15 +139,6 @@ constexpr const char* kFactoryDebug =
     "uim_listener_state=1\n"
     "unsupported=0xB193,0xB97F\n";
 
-state_files::KeyValues values_of(const std::string& path) {
-  return state_files::parse(state_files::read(path).value_or(""));
-}
-
-std::string value_or_0(const state_files::KeyValues& values, const char* name) {
-  const std::string* text = state_files::find(values, name);
-  return text != nullptr ? *text : "0";
-}
-
 }  // namespace
 
 std::optional<std::string> Statistics::record(unsigned int sub, uint32_t id) const {
@@ -159,7 +150,7 @@ std::optional<std::string> Statistics::record(unsigned int sub, uint32_t id) con
   const auto values = state_files::parse(*text);
   std::string bytes;
   for (const Value& value : layout->values) {
-    const std::string number = value_or_0(values, value.name);
+    const std::string number = state_files::find_or(values, value.name, "0");
     if (value.bytes > 0) {
       append_number(bytes, number, value.bytes);
     } else {
@@ -174,25 +165,25 @@ std::optional<std::string> Statistics::record(unsigned int sub, uint32_t id) con
 }
 
 std::string Statistics::debug_info() const {
-  const auto values = values_of(folder_ + "/stats/debug");
-  const int version = atoi(value_or_0(values, "version").c_str());
+  const auto values = state_files::read_values(folder_ + "/stats/debug");
+  const int version = atoi(state_files::find_or(values, "version", "0").c_str());
   std::string bytes;
   append(bytes, &version, 1);
   for (const std::span<const Counter> block :
        {std::span<const Counter>(kMain), {kDiag}, {kCm}, {kUim}}) {
     for (const Counter& counter : block) {
       if (version < counter.since) continue;
-      append_number(bytes, value_or_0(values, counter.name), counter.bytes);
+      append_number(bytes, state_files::find_or(values, counter.name, "0"), counter.bytes);
     }
   }
   return bytes;
 }
 
 std::vector<uint16_t> Statistics::unsupported_logs() const {
-  const auto values = values_of(folder_ + "/stats/debug");
-  const std::string* list = state_files::find(values, "unsupported");
+  const auto values = state_files::read_values(folder_ + "/stats/debug");
+  const std::string list = state_files::find_or(values, "unsupported", "");
   std::vector<uint16_t> logs;
-  for (const char* at = list != nullptr ? list->c_str() : ""; *at != '\0';) {
+  for (const char* at = list.c_str(); *at != '\0';) {
     char* end;
     logs.push_back(static_cast<uint16_t>(strtoul(at, &end, 0)));
     if (*end != ',') break;

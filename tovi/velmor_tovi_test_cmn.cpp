@@ -142,10 +142,7 @@ int velmor_cmn_cmd_send(uint32_t t, unsigned int l, const void* data) {
     memcpy(req.value, data, l);
   }
   velmor_common_rsp rsp{};
-  unsigned int room = sizeof rsp;
-  const int result =
-      velmor_extend_qmi_send_sync(REQUEST_ID_COMMON, reinterpret_cast<unsigned char*>(&req),
-                                  sizeof req, reinterpret_cast<unsigned char*>(&rsp), &room);
+  const int result = velmor_send_common_payload(&req, &rsp);
   VELMOR_LOG_DEBUG("result = %d, rsp.result = %d", result, rsp.result);
   if (result != 0) {
     VELMOR_LOG_DEBUG("velmor_extend_qmi_send_sync fail");

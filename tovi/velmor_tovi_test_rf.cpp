@@ -64,10 +64,8 @@ template <typename Setting>
 int send_setting(uint32_t type, const Setting& setting, const LogPlace& place = LogPlace::here()) {
   velmor_common_direct_req req{.type = type, .value = {}};
   memcpy(req.value, &setting, sizeof setting);
-  unsigned char rsp[sizeof(velmor_common_rsp)];
-  unsigned int room = sizeof rsp;
-  const int code = velmor_extend_qmi_send_sync(
-      REQUEST_ID_COMMON, reinterpret_cast<unsigned char*>(&req), sizeof req, rsp, &room);
+  velmor_common_rsp rsp;
+  const int code = velmor_send_common_payload(&req, &rsp);
   if (code != 0) {
     velmor_log(LogLevel::Debug, place, "velmor_extend_qmi_send_sync fail, REQUEST_ID_COMMON");
   }
