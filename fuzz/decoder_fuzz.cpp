@@ -77,6 +77,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   qmi::write_header({message.kind, 1, message.id, static_cast<uint16_t>(body.size())},
                     packet.data());
   std::copy(body.begin(), body.end(), packet.begin() + qmi::kHeaderBytes);
-  qmi::trace::text('<', service, packet, (data[0] & 0x80) != 0);
+  const bool answers_itself = (data[0] & 0x40) != 0;
+  const auto request = answers_itself ? body : std::span<const uint8_t>();
+  qmi::trace::text('<', service, packet, request, (data[0] & 0x80) != 0);
   return 0;
 }

@@ -10,7 +10,7 @@ using config_info = pdc_config_info_v01;
 using load_frame  = pdc_load_frame_v01;
 
 constexpr Shape Id          = Counted8(U8, kPdcMaxId);
-constexpr Shape Description = Counted8(U8, kPdcMaxDescription);
+constexpr Shape Description = Text(Counted8(U8, kPdcMaxDescription));
 
 constexpr Field kConfigInfo[] = {
   { U32, QMI_FIELD(config_info, config_type) },

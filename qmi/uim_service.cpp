@@ -1,8 +1,23 @@
 #include "uim_service.h"
 
+#include <algorithm>
+
 namespace {
 
 using namespace qmi;
+
+// What cards are told and tell may name them, by EID or ICCID. Only the memory reset of an eUICC is
+// known not to, and shown: STORE DATA with an EuiccMemoryReset (BF34).
+Payload apdu_payload(Kind, std::span<const uint8_t> request) {
+  constexpr uint8_t kTag[] = {0xBF, 0x34};
+  constexpr size_t kTagAt = 2 + 5;  // behind the count and the APDU's header
+  const auto apdu = find_tlv(request, 0x02);
+  if (apdu.size() >= kTagAt + sizeof kTag &&
+      std::equal(std::begin(kTag), std::end(kTag), apdu.begin() + kTagAt)) {
+    return {.name = "memory_reset"};
+  }
+  return {.hidden_from = 0};
+}
 
 // clang-format off
 
@@ -50,7 +65,7 @@ constexpr Field kResult[] = {
 constexpr Shape Status     = Struct(kStatus, sizeof(status));
 constexpr Shape CardResult = Struct(kResult, sizeof(result));
 constexpr Shape Aid        = Counted8(U8, kUimMaxAid);
-constexpr Shape Apdu       = Counted16(U8, kUimMaxApdu);
+constexpr Shape Apdu       = Carries(Counted16(U8, kUimMaxApdu), apdu_payload);
 
 using status_req  = uim_get_card_status_req_msg_v01;
 using status_resp = uim_get_card_status_resp_msg_v01;

@@ -7,6 +7,7 @@
 
 #include "uim_service.h"
 #include "utilities/qcril_memory_management.h"
+#include "velmor_efs_files.h"
 #include "velmor_extend_cmn.h"
 #include "velmor_extend_nvefs.h"
 
@@ -146,13 +147,12 @@ constexpr uint8_t kIsdR[] = {0xA0, 0x00, 0x00, 0x05, 0x59, 0x10, 0x10, 0xFF,
                              0xFF, 0xFF, 0xFF, 0x89, 0x00, 0x00, 0x01, 0x00};
 
 // The modem decides by this file what a card slot becomes when it is powered up.
-char g_esim_enable_path[] = "/nv/item_files/modem/uim/uimdrv/esim_enable";
-
 int store_esim_enable(const Operation& op, int32_t esim_enable, const char* direction) {
   unsigned char bytes[sizeof esim_enable];
   memcpy(bytes, &esim_enable, sizeof bytes);
+  const auto path_len = static_cast<int>(strlen(kEfsEsimEnable.path));
   const int code =
-      velmor_efs_write(1, g_esim_enable_path, sizeof g_esim_enable_path - 1, bytes, sizeof bytes);
+      velmor_efs_write(1, const_cast<char*>(kEfsEsimEnable.path), path_len, bytes, sizeof bytes);
   if (code == 0) return 0;
   velmor_log(LogLevel::Debug, op.place, "Velmor, power %s write esim efs file failed", direction);
   return -1;

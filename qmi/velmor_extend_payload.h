@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "qmi_message.h"
+
 // What a payload is, for the modem: value of `request_id`.
 inline constexpr uint32_t REQUEST_ID_EFS = 2;
 inline constexpr uint32_t REQUEST_ID_COMMON = 4;
@@ -133,3 +135,6 @@ struct velmor_common_rsp_value {
   uint8_t value[492];
 };
 static_assert(sizeof(velmor_common_rsp_value) == sizeof(velmor_common_rsp::data));
+
+// Tells the trace what a payload is, how it is laid out, and what of it identifies the device.
+qmi::Payload velmor_extend_payload_of(qmi::Kind kind, std::span<const uint8_t> request);

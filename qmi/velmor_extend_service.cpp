@@ -1,5 +1,7 @@
 #include "velmor_extend_service.h"
 
+#include "velmor_extend_payload.h"
+
 namespace {
 
 using namespace qmi;
@@ -37,16 +39,18 @@ using item_lists_ind  = velmor_extend_item_lists_ind_msg_v01;
 using item_b_ind      = velmor_extend_item_b_ind_msg_v01;
 using words_ind       = velmor_extend_words_ind_msg_v01;
 
+constexpr Shape Data = Carries(Bytes(kExtendDataBytes), velmor_extend_payload_of);
+
 // One opaque payload; the array always goes out whole.
 constexpr Field kSendDataReq[] = {
   { 0x01, Required, U32,                     QMI_FIELD(send_data_req, request_id)  },
   { 0x02, Required, U32,                     QMI_FIELD(send_data_req, data_len)    },
-  { 0x10, Optional, Bytes(kExtendDataBytes), QMI_OPTIONAL(send_data_req, data)     },
+  { 0x10, Optional, Data,                    QMI_OPTIONAL(send_data_req, data)     },
 };
 constexpr Field kSendDataResp[] = {
   { 0x01, Required, U32,                     QMI_FIELD(send_data_resp, result)     },
   { 0x02, Required, U32,                     QMI_FIELD(send_data_resp, data_len)   },
-  { 0x10, Optional, Bytes(kExtendDataBytes), QMI_OPTIONAL(send_data_resp, data)    },
+  { 0x10, Optional, Data,                    QMI_OPTIONAL(send_data_resp, data)    },
 };
 constexpr Field kOptionDataReq[] = {
   { 0x01, Required, U32,                     QMI_FIELD(option_data_req, request_id)},

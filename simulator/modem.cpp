@@ -9,6 +9,7 @@
 #include "hex.h"
 #include "state_files.h"
 #include "state_folder.h"
+#include "velmor_efs_files.h"
 
 namespace sim {
 
@@ -117,7 +118,7 @@ bool Modem::power_down(unsigned int number) {
 bool Modem::power_up(unsigned int number) {
   if (number == 2) {
     EfsChunk enable;
-    efs_read(1, "/nv/item_files/modem/uim/uimdrv/esim_enable", 0, 1, enable);
+    efs_read(1, kEfsEsimEnable.path, 0, 1, enable);
     const bool esim = !enable.bytes.empty() && enable.bytes[0] != 0;
     if (!set_value(slot_file(number), "holds", esim ? "esim" : "sim")) return false;
   }

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "velmor_efs_files.h"
+
 namespace sim {
 namespace {
 
@@ -269,14 +271,13 @@ int ExtensionService::set_gpio(std::span<const uint8_t> value) {
   if (!read_value(value, setting)) return kCommonInvalidArgument;
   if (setting.count < 0 || setting.count > kMaxGpioValues) return kCommonInvalidArgument;
   const size_t size = sizeof setting.count * (1 + static_cast<size_t>(setting.count));
-  return modem_.efs_write(0, "/nv/item_files/modem/velmor/rf_ant_port_config",
-                          {reinterpret_cast<const char*>(&setting), size});
+  return modem_.efs_write(0, kEfsGpio.path, {reinterpret_cast<const char*>(&setting), size});
 }
 
 int ExtensionService::set_tx(std::span<const uint8_t> value) {
   velmor_tx_setting setting;
   if (!read_value(value, setting)) return kCommonInvalidArgument;
-  return modem_.efs_write(0, "/nv/item_files/modem/antenna/ant_tx_config",
+  return modem_.efs_write(0, kEfsTx.path,
                           {reinterpret_cast<const char*>(&setting), sizeof setting});
 }
 

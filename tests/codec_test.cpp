@@ -70,7 +70,7 @@ struct Everything {
 };
 constexpr Field kPair[] = {
     {U8as32, QMI_FIELD(Pair, wide)},
-    {Counted8(U8, 4), QMI_LIST(Pair, name)},
+    {Text(Counted8(U8, 4)), QMI_LIST(Pair, name)},
 };
 constexpr Field kEverything[] = {
     {0x02, Required, Result, QMI_FIELD(Everything, resp)},
@@ -190,28 +190,68 @@ TEST(Codec, EveryCutOfAMessageIsFoundOut) {
 TEST(Trace, PutsAMessageIntoWordsAndBytes) {
   const qmi_idl_service_object service = {"demo", 1, 1, 0, 6, 700, {&kMessage, 1}};
   const Bytes packet = testing_support::packet(
-      Kind::Response, 3, 7, bytes(std::string(kRequired) + "11 0800 0102030405060708 55 0100 07"));
-  EXPECT_EQ(trace::text('<', service, packet, false),
+      Kind::Response, 3, 7,
+      bytes("02 0400 0100 5e00 03 0200 3412 04 0900 02 07 02 6122 ff 02 6307"
+            "11 0800 0102030405060708 55 0100 07"));
+  EXPECT_EQ(trace::text('<', service, packet, {}, false),
             "< demo 0x0007 everything rsp #3 len 39\n"
             "  resp = {result = 1, error = 94}\n"
             "  word = 4660\n"
-            "  list = [{wide = 7, name = 2 bytes: 61 62}, {wide = 255, name = 2 bytes: 63 64}]\n"
+            "  list = [{wide = 7, name = \"a\\\"\"}, {wide = 255, name = \"c\\x07\"}]\n"
             "  secret = ..\n"
-            "  0x55 = 1 bytes: 07\n"
-            "  02 03 00 07 00 27 00 02 04 00 01 00 5e 00 03 02 00 34 12 04 09 00 02 07 02 61 62 ff "
-            "02 63 64 11\n"
-            "  08 00 .. .. .. .. .. .. .. .. 55 01 00 07\n");
-  EXPECT_NE(trace::text('<', service, packet, true).find("secret = 578437695752307201\n"),
+            "  0x55 = 1 bytes: ..\n"
+            "  02 03 00 07 00 27 00 02 04 00 01 00 5e 00 03 02 00 34 12 04 09 00 02 07 02 61 22 ff "
+            "02 63 07 11\n"
+            "  08 00 .. .. .. .. .. .. .. .. 55 01 00 ..\n");
+  EXPECT_NE(trace::text('<', service, packet, {}, true).find("secret = 578437695752307201\n"),
             std::string::npos);
-  EXPECT_EQ(trace::text('<', service, bytes("0201"), false), "< demo malformed len 2\n  02 01\n");
-  EXPECT_EQ(trace::text('<', service, bytes("0201 0007 0099 00 11"), false),
+  EXPECT_EQ(trace::text('<', service, bytes("0201"), {}, false),
+            "< demo malformed len 2\n  02 01\n");
+  EXPECT_EQ(trace::text('<', service, bytes("0201 0007 0099 00 11"), {}, false),
             "< demo malformed len 8\n  02 01 00 07 00 99 00\n");
   // Cut anywhere, it still ends and shows every byte.
   const auto whole = static_cast<uint16_t>(packet.size() - kHeaderBytes);
   for (uint16_t size = 0; size < whole; ++size) {
     Bytes cut(packet.begin(), packet.begin() + static_cast<ptrdiff_t>(kHeaderBytes) + size);
     memcpy(&cut[5], &size, 2);
-    EXPECT_NE(trace::text('<', service, cut, false), "") << size;
+    EXPECT_NE(trace::text('<', service, cut, {}, false), "") << size;
+  }
+}
+
+// Whatever the modem makes of it: a value that is longer than it says, an answer to a request that
+// has timed out, a card's answer to anything but a memory reset.
+TEST(Trace, HidesWhatAModemMayTellInAnotherWay) {
+  const qmi_idl_service_object& uim = *uim_get_service_object_internal_v01(1, 109, 6);
+  const qmi_idl_service_object& extend = *velmor_extend_get_service_object_internal_v01(1, 1, 6);
+  const std::string result = "02 0400 0000 0000";
+  const Bytes reset = bytes("01 0100 02 02 0a00 0800 80e2910002 bf3400");
+  const Bytes get_eid = bytes("01 0100 02 02 0c00 0a00 80e2910006 bf3e035c015a");
+  const struct {
+    const char* what;
+    const qmi_idl_service_object& service;
+    uint16_t message;
+    std::string body;
+    std::span<const uint8_t> request;
+    bool shown;
+  } rows[] = {
+      {"behind an EID of no bytes", uim, 0x65, result + "10 0300 00 abab", {}, false},
+      {"an EID where none is known", uim, 0x65, result + "77 0200 abab", {}, false},
+      {"a list of cards", uim, 0x2f, result + "77 0200 abab", {}, true},
+      {"the answer to a memory reset", uim, 0x3b, result + "10 0400 0200 abab", reset, true},
+      {"the answer to another command", uim, 0x3b, result + "10 0400 0200 abab", get_eid, false},
+      {"a late answer of a card", uim, 0x3b, result + "10 0400 0200 abab", {}, false},
+      {"a late answer with NV data",
+       extend,
+       0x02,
+       "01 0400 00000000 02 0400 00020000 10 0002" + std::string(1024, 'a'),
+       {},
+       false},
+  };
+  for (const auto& row : rows) {
+    const Bytes packet = testing_support::packet(Kind::Response, 1, row.message, bytes(row.body));
+    const std::string text = trace::text('<', row.service, packet, row.request, false);
+    const bool shown = text.find("ab") != std::string::npos || text.find("aa") != std::string::npos;
+    EXPECT_EQ(shown, row.shown) << row.what << ":\n" << text;
   }
 }
 

@@ -156,7 +156,7 @@ class SmartTest : public Cli {
     tovi(args);
     variables.erase("TOVI_TRACE");
     const std::string trace = read_file(folder / "trace");
-    const std::string common = "data = 512 bytes: 02 00 00 00 00 00 00 00 ";
+    const std::string common = " {form = 2, reserved = 0, ";
     std::string all;
     for (size_t at = 0; (at = trace.find(common, at)) != std::string::npos;) {
       at += common.size();
@@ -167,9 +167,9 @@ class SmartTest : public Cli {
   const std::string efs = folder / "state/efs/0";
 };
 
-const std::string kSsr = "1f 00 00 00 04 00 00 00 00 10 00*494|";
-const std::string kSync = "23 00*503|";
-const std::string kDump = "63 00 00 00 04 00 00 00 00 20 00*494|";
+const std::string kSsr = "type = 31, length = 4, value = 496 bytes: 00 10 00*494}|";
+const std::string kSync = "type = 35, length = 0, value = 496 bytes: 00*496}|";
+const std::string kDump = "type = 99, length = 4, value = 496 bytes: 00 20 00*494}|";
 
 TEST_F(SmartTest, RestartSyncAndDumpAreRequested) {
   EXPECT_EQ(requests({"11", "0"}), kSsr);

@@ -20,6 +20,7 @@
 #include "properties.h"
 #include "timing.h"
 #include "utilities/velmor_log.h"
+#include "velmor_efs_files.h"
 #include "velmor_extend_cmn.h"
 #include "velmor_extend_nvefs.h"
 #include "velmor_timer.h"
@@ -87,7 +88,7 @@ struct EfsFile {
   int length() const { return static_cast<int>(strlen(path)); }
 };
 
-constexpr EfsFile kUpdateCount = {"/nv/item_files/modem/velmor/ssr_update_count"};
+constexpr EfsFile kUpdateCount = {kEfsSsrUpdateCount.path};
 
 uint32_t velmor_smart_test_read_ssr_update_flag() {
   uint32_t update_cnt = 0;
@@ -162,11 +163,9 @@ struct PrintSwitch {
   unsigned char on[4];
   unsigned int on_len;
 };
-constexpr PrintSwitch kSkarnPrint = {"bp_skarn_print", {"/skarn/skarn_print_mask"}, {0x1F}, 4};
-constexpr PrintSwitch kQmiPrint = {
-    "bp_qmi_print", {"/nv/item_files/modem/velmor/qmi_print_flag"}, {1}, 1};
-constexpr PrintSwitch kRfPrint = {
-    "bp_rf_print", {"/nv/item_files/modem/velmor/rf_print_mask"}, {0x0F}, 4};
+constexpr PrintSwitch kSkarnPrint = {"bp_skarn_print", {kEfsSkarnPrint.path}, {0x1F}, 4};
+constexpr PrintSwitch kQmiPrint = {"bp_qmi_print", {kEfsQmiPrint.path}, {1}, 1};
+constexpr PrintSwitch kRfPrint = {"bp_rf_print", {kEfsRfPrint.path}, {0x0F}, 4};
 
 // Switches it, then restarts the modem.
 void turn(PrintSwitch print, int opt, const LogPlace& place) {

@@ -7,6 +7,7 @@
 
 #include "timing.h"
 #include "utilities/velmor_log.h"
+#include "velmor_efs_files.h"
 #include "velmor_extend_cmn.h"
 #include "velmor_extend_cmn_uim.h"
 #include "velmor_extend_nvefs.h"
@@ -19,8 +20,8 @@ constexpr uint8_t kSlot = 2;  // the one that is shared
 constexpr size_t kEidBytes = 16;
 constexpr uint32_t kEidPauseMs = 100;
 
-char g_eid_path[] = "/nv/item_files/modem/uim/uimdrv/esim_eid";
-constexpr int kEidPathLen = sizeof g_eid_path - 1;
+char* const g_eid_path = const_cast<char*>(kEfsEsimEid.path);
+const int kEidPathLen = static_cast<int>(strlen(kEfsEsimEid.path));
 
 uint8_t IS_EID_SAVE;  // 1 once the EID is known to be stored in the modem
 

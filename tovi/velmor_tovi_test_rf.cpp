@@ -14,6 +14,7 @@
 #include <algorithm>
 
 #include "utilities/velmor_result.h"
+#include "velmor_efs_files.h"
 #include "velmor_extend_cmn.h"
 #include "velmor_extend_nvefs.h"
 #include "velmor_tovi_test_modules.h"
@@ -44,10 +45,10 @@ constexpr HelpLine kHelp[] = {
 };
 // clang-format on
 
-// The modem expects the length of these paths with their NUL.
-char g_gpio_path[] = "/nv/item_files/modem/velmor/rf_ant_port_config";
-char g_tx_path[] = "/nv/item_files/modem/antenna/ant_tx_config";
-static_assert(sizeof g_gpio_path == 47 && sizeof g_tx_path == 43);
+// The modem expects the length of these files' paths with their NUL.
+int path_len(const velmor_efs_file& file) {
+  return static_cast<int>(strlen(file.path)) + 1;
+}
 
 constexpr int kBufBytes = 365;
 
@@ -81,25 +82,25 @@ int noted(int code, const LogPlace& place) {
 }
 
 // Reads a setting's file and logs its bytes; `separator` stands between length and "data".
-int show_setting(int argc, int command, std::span<char> path, const char* separator,
+int show_setting(int argc, int command, const velmor_efs_file& file, const char* separator,
                  const LogPlace& place = LogPlace::here()) {
   velmor_log(LogLevel::Debug, place, "%s", place.function);
   if (!has_exactly_3_inputs(argc, command, place)) return VELMOR_INVALID_ARGUMENT;
   unsigned char buf[kBufBytes] = {};
   unsigned int len = sizeof buf;
   const int code =
-      noted(velmor_efs_read(0, path.data(), static_cast<int>(path.size()), buf, &len), place);
+      noted(velmor_efs_read(0, const_cast<char*>(file.path), path_len(file), buf, &len), place);
   if (code != 0) return code;
   velmor_log(LogLevel::Debug, place, "data len(%d)%sdata: ", static_cast<int>(len), separator);
   velmor_log_bytes({buf, len}, place);
   return 0;
 }
 
-int delete_setting(int argc, int command, std::span<char> path,
+int delete_setting(int argc, int command, const velmor_efs_file& file,
                    const LogPlace& place = LogPlace::here()) {
   velmor_log(LogLevel::Debug, place, "%s", place.function);
   if (!has_exactly_3_inputs(argc, command, place)) return VELMOR_INVALID_ARGUMENT;
-  return noted(velmor_efs_delete(0, path.data(), static_cast<int>(path.size())), place);
+  return noted(velmor_efs_delete(0, const_cast<char*>(file.path), path_len(file)), place);
 }
 
 int velmor_gpio_test_set(int argc, char** argv) {
@@ -118,11 +119,11 @@ int velmor_gpio_test_set(int argc, char** argv) {
 }
 
 int velmor_gpio_test_get(int argc, char**) {
-  return show_setting(argc, 1, g_gpio_path, "");
+  return show_setting(argc, 1, kEfsGpio, "");
 }
 
 int velmor_gpio_test_closed(int argc, char**) {
-  return delete_setting(argc, 2, g_gpio_path);
+  return delete_setting(argc, 2, kEfsGpio);
 }
 
 int velmor_rf_tx_test_set(int argc, char** argv) {
@@ -143,11 +144,11 @@ int velmor_rf_tx_test_set(int argc, char** argv) {
 }
 
 int velmor_rf_tx_test_get(int argc, char**) {
-  return show_setting(argc, 4, g_tx_path, "\n");
+  return show_setting(argc, 4, kEfsTx, "\n");
 }
 
 int velmor_rf_tx_test_closed(int argc, char**) {
-  return delete_setting(argc, 5, g_tx_path);
+  return delete_setting(argc, 5, kEfsTx);
 }
 
 constexpr TestCommand kCommands[] = {

@@ -27,6 +27,11 @@ enum class Form : uint8_t {
 };
 
 struct Field;
+struct Payload;
+
+// Tells what the bytes of a field carry in a message of that kind. `request` is the body of the
+// request: that message itself, or the one it answers; empty when it is not known.
+using PayloadOf = Payload (*)(Kind kind, std::span<const uint8_t> request);
 
 // The type of a field: one element, and how many of them.
 struct Shape {
@@ -38,6 +43,8 @@ struct Shape {
   uint16_t member_count = 0;
   bool hidden = false;
   bool lenient = false;
+  bool text = false;
+  PayloadOf payload = nullptr;
 
   constexpr bool counted() const { return form == Form::Counted8 || form == Form::Counted16; }
   constexpr size_t count_bytes() const {
@@ -69,10 +76,21 @@ constexpr Shape Counted16(Shape element, uint16_t n) {
 constexpr Shape Bytes(uint16_t n) {
   return Array(U8, n);
 }
-// A value that identifies a person or a device: the trace shows it as "..".
+// A value that identifies a person or a device: the trace shows it, and what follows it in its TLV,
+// as "..".
 constexpr Shape Hidden(Shape shape) {
   shape.hidden = true;
   return shape;
+}
+// Bytes that are readable text, for the trace.
+constexpr Shape Text(Shape bytes) {
+  bytes.text = true;
+  return bytes;
+}
+// Bytes that carry something of their own, whose parts the trace names and hides.
+constexpr Shape Carries(Shape bytes, PayloadOf payload) {
+  bytes.payload = payload;
+  return bytes;
 }
 // A counted list, last of its TLV, that real modems send with more in it than is known here: the
 // elements that can be read are kept, at most `bound`, and the rest of the TLV is skipped.
@@ -134,6 +152,25 @@ struct Field {
     return end;
   }
 };
+
+// What a field carries.
+struct Payload {
+  const char* name = "";  // or "": nothing more to say than its bytes
+  const Field* members = nullptr;
+  uint16_t member_count = 0;
+  size_t hidden_from = SIZE_MAX;  // from this byte on it identifies a person or a device
+};
+
+// The value of the first TLV of that number in a message body, or an empty one.
+inline std::span<const uint8_t> find_tlv(std::span<const uint8_t> body, uint8_t tlv) {
+  while (body.size() >= 3) {
+    const size_t length = body[1] | size_t{body[2]} << 8;
+    if (length > body.size() - 3) break;
+    if (body[0] == tlv) return body.subspan(3, length);
+    body = body.subspan(3 + length);
+  }
+  return {};
+}
 
 // clang-format off
 #define QMI_MEMBER(type, member) #member, offsetof(type, member), sizeof(type::member)

@@ -2,8 +2,6 @@
 
 #include <errno.h>
 
-#include <algorithm>
-
 #include "qcci/qmi_codec.h"
 #include "qcci/trace.h"
 
@@ -89,7 +87,11 @@ qmi_client_error_type ServiceClient::exchange(const Message& request, const void
   write_header({Kind::Request, pending.transaction, request.id, static_cast<uint16_t>(*body)},
                request_.data());
   const auto packet = std::span(request_).first(kHeaderBytes + *body);
-  if (trace::is_on()) trace::record('>', service, packet);
+  if (trace::is_on()) {
+    const auto asked = packet.subspan(kHeaderBytes);
+    pending.asked.assign(asked.begin(), asked.end());
+    trace::record('>', service, packet, asked);
+  }
   prepare_to_wait();
   if (const int error = endpoint_->send(server_, packet, deadline); error != 0) {
     hand_over();
@@ -105,7 +107,7 @@ qmi_client_error_type ServiceClient::exchange(const Message& request, const void
 
 void ServiceClient::on_packet(Address source, std::span<const uint8_t> packet) {
   if (source != server_) return;  // a port is soon reused: somebody else's late packet
-  if (trace::is_on()) trace::record('<', service, packet);
+  if (trace::is_on()) trace_arrived(packet);
   const auto header = read_header(packet);
   if (!header) return;
   if (header->kind == Kind::Response) on_response(*header, packet);
@@ -114,12 +116,28 @@ void ServiceClient::on_packet(Address source, std::span<const uint8_t> packet) {
   }
 }
 
+ServiceClient::Pending* ServiceClient::find_pending(const Header& header) {
+  for (Pending* pending : pending_) {
+    if (pending->transaction == header.transaction && pending->response.id == header.message) {
+      return pending;
+    }
+  }
+  return nullptr;
+}
+
+void ServiceClient::trace_arrived(std::span<const uint8_t> packet) {
+  const auto header = read_header(packet);
+  const bool answers = header && header->kind == Kind::Response;
+  const Pending* pending = answers ? find_pending(*header) : nullptr;
+  trace::record(
+      '<', service, packet,
+      pending != nullptr ? std::span<const uint8_t>(pending->asked) : std::span<const uint8_t>());
+}
+
 void ServiceClient::on_response(const Header& header, std::span<const uint8_t> packet) {
-  const auto found = std::find_if(pending_.begin(), pending_.end(), [&](const Pending* pending) {
-    return pending->transaction == header.transaction && pending->response.id == header.message;
-  });
-  if (found == pending_.end() || (*found)->done) return;  // its request has timed out, or a repeat
-  Pending& pending = **found;
+  Pending* const found = find_pending(header);
+  if (found == nullptr || found->done) return;  // its request has timed out, or a repeat
+  Pending& pending = *found;
   const bool good = is_whole(header, packet) &&
                     decode(pending.response, packet.subspan(kHeaderBytes), pending.resp);
   pending.result = good ? QMI_NO_ERR : QMI_INTERNAL_ERR;

@@ -66,12 +66,15 @@ class ServiceClient final : public HandleTarget, public Channel, public ServiceW
     const Message& response;
     void* resp;
     uint16_t transaction;
+    std::vector<uint8_t> asked = {};  // the request's body, while there is a trace
     bool done = false;
     qmi_client_error_type result = QMI_NO_ERR;
   };
 
   void on_packet(Address source, std::span<const uint8_t> packet) override REQUIRES(lock_);
   void on_closed() override REQUIRES(lock_);
+  Pending* find_pending(const Header& header) REQUIRES(lock_);
+  void trace_arrived(std::span<const uint8_t> packet) REQUIRES(lock_);
   void on_response(const Header& header, std::span<const uint8_t> packet) REQUIRES(lock_);
   void on_indication(const Header& header, std::span<const uint8_t> body) REQUIRES(lock_);
   void service_gone() REQUIRES(lock_);

@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "environment.h"
@@ -26,35 +27,49 @@ void append_hex(std::string& out, uint8_t byte) {
   out += kDigits[byte & 15];
 }
 
+// A character of a text in quotes.
+void append_character(std::string& out, uint8_t byte) {
+  if (byte == '"' || byte == '\\') out += '\\';
+  if (byte >= 0x20 && byte < 0x7f) {
+    out += static_cast<char>(byte);
+  } else {
+    out += "\\x";
+    append_hex(out, byte);
+  }
+}
+
 // Puts the fields of one packet into words and remembers which bytes must not be shown. A value
 // that is cut short ends the words of its TLV; the bytes follow anyway.
 class Words {
  public:
-  Words(std::span<const uint8_t> packet, bool show_hidden)
-      : packet_(packet), hidden_(packet.size()), show_hidden_(show_hidden) {}
+  // `message` is null for one that is not known.
+  Words(std::span<const uint8_t> packet, const Message* message, std::span<const uint8_t> request,
+        bool show_hidden)
+      : packet_(packet),
+        message_(message),
+        request_(request),
+        hidden_(packet.size()),
+        show_hidden_(show_hidden) {}
 
-  std::string tlvs(const Message* message) {
+  std::string tlvs() {
     at_ = kHeaderBytes;
     while (packet_.size() - at_ >= 3) {
       const uint8_t tlv = packet_[at_];
       const size_t length = packet_[at_ + 1] | size_t{packet_[at_ + 2]} << 8;
       at_ += 3;
       end_ = std::min(packet_.size(), at_ + length);
-      const Field* row = nullptr;
-      if (message != nullptr) {
-        for (const Field& field : message->fields) {
-          if (field.tlv == tlv) row = &field;
-        }
-      }
       out_ += "  ";
-      if (row != nullptr) {
-        value(*row, !show_hidden_ && row->shape.hidden);
+      if (const Field* row = find_row(tlv)) {
+        value(*row);
+        cover(at_, end_);  // what is left over, should the value be longer than it says
       } else {
         char name[16];
         snprintf(name, sizeof name, "0x%02x = ", tlv);
         out_ += name;
-        bytes(end_ - at_, false);
+        if (hides_something()) hide_from(at_);
+        bytes(end_ - at_);
       }
+      hide_from_ = SIZE_MAX;
       out_ += '\n';
       at_ = end_;
     }
@@ -76,40 +91,79 @@ class Words {
   }
 
  private:
-  void value(const Field& field, bool hide) {
+  std::span<const Field> rows() const {
+    return message_ != nullptr ? message_->fields : std::span<const Field>();
+  }
+
+  const Field* find_row(uint8_t tlv) const {
+    for (const Field& row : rows()) {
+      if (row.tlv == tlv) return &row;
+    }
+    return nullptr;
+  }
+
+  // A message with a hidden value may have it in another TLV than its table says.
+  bool hides_something() const {
+    return std::any_of(rows().begin(), rows().end(),
+                       [](const Field& row) { return row.shape.hidden; });
+  }
+
+  void value(const Field& field) {
     const Shape& shape = field.shape;
+    if (shape.hidden) hide_from(at_);
     out_ += field.name;
     out_ += " = ";
     size_t count = shape.bound;
     if (shape.counted() && !number(shape.count_bytes(), count)) return;
-    if (shape.members == nullptr && shape.wire_bytes == 1 && shape.form != Form::One) {
-      bytes(std::min(count, end_ - at_), hide);
-      return;
+    if (shape.payload != nullptr) {
+      payload(shape.payload(message_->kind, request_), count);
+    } else if (shape.members == nullptr && shape.wire_bytes == 1 && shape.form != Form::One) {
+      shape.text ? text(count) : bytes(count);
+    } else if (shape.form == Form::One) {
+      element(shape);
+    } else {
+      list(shape, count);
     }
-    if (shape.form != Form::One) out_ += '[';
-    for (size_t i = 0; i < count && at_ < end_; ++i) {
-      if (i > 0) out_ += ", ";
-      element(shape, hide);
-    }
-    if (shape.form != Form::One) out_ += ']';
   }
 
-  void element(const Shape& shape, bool hide) {
-    if (shape.members != nullptr) {
-      out_ += '{';
-      for (uint16_t i = 0; i < shape.member_count; ++i) {
-        if (i > 0) out_ += ", ";
-        const Field& member = shape.members[i];
-        value(member, hide || (!show_hidden_ && member.shape.hidden));
-      }
-      out_ += '}';
-      return;
+  void list(const Shape& shape, size_t count) {
+    out_ += '[';
+    for (size_t i = 0; i < count && at_ < end_; ++i) {
+      if (i > 0) out_ += ", ";
+      element(shape);
     }
+    out_ += ']';
+  }
+
+  void payload(const Payload& payload, size_t count) {
+    if (payload.hidden_from < end_ - at_) hide_from(at_ + payload.hidden_from);
+    if (payload.name[0] != '\0') {
+      out_ += payload.name;
+      out_ += ' ';
+    }
+    if (payload.members == nullptr) {
+      bytes(count);
+    } else {
+      members(payload.members, payload.member_count);
+    }
+  }
+
+  void element(const Shape& shape) {
+    if (shape.members != nullptr) return members(shape.members, shape.member_count);
     const size_t start = at_;
     size_t scalar = 0;
-    if (!number(shape.wire_bytes, scalar)) at_ = end_;  // cut short
-    out_ += hide || at_ - start < shape.wire_bytes ? ".." : std::to_string(scalar);
-    if (hide) cover(start, at_);
+    const bool whole = number(shape.wire_bytes, scalar);
+    if (!whole) at_ = end_;
+    out_ += whole && !cover(start, at_) ? std::to_string(scalar) : "..";
+  }
+
+  void members(const Field* members, uint16_t count) {
+    out_ += '{';
+    for (uint16_t i = 0; i < count; ++i) {
+      if (i > 0) out_ += ", ";
+      value(members[i]);
+    }
+    out_ += '}';
   }
 
   bool number(size_t width, size_t& value) {
@@ -120,34 +174,68 @@ class Words {
     return true;
   }
 
-  // Trailing zeros are counted, not listed.
-  void bytes(size_t count, bool hide) {
-    out_ += std::to_string(count) + " bytes:";
-    if (hide) {
+  // The next `count` bytes, or what there is of them. More than a few zeros at the end are counted,
+  // not listed.
+  void bytes(size_t count) {
+    const auto value = take(count);
+    out_ += std::to_string(value.size()) + " bytes:";
+    if (cover(at_ - value.size(), at_)) {
       out_ += " ..";
-      cover(at_, at_ + count);
-    } else {
-      size_t listed = count;
-      while (listed > 0 && packet_[at_ + listed - 1] == 0) --listed;
-      for (size_t i = 0; i < listed; ++i) {
-        out_ += ' ';
-        append_hex(out_, packet_[at_ + i]);
-      }
-      if (listed < count) out_ += " 00*" + std::to_string(count - listed);
+      return;
     }
-    at_ += count;
+    size_t listed = without_zeros(value);
+    if (value.size() - listed < 4) listed = value.size();
+    for (const uint8_t byte : value.first(listed)) {
+      out_ += ' ';
+      append_hex(out_, byte);
+    }
+    if (listed < value.size()) out_ += " 00*" + std::to_string(value.size() - listed);
   }
 
-  void cover(size_t from, size_t to) {
-    for (size_t i = from; i < to; ++i) hidden_[i] = true;
+  // The same as text, without the zeros that fill it up.
+  void text(size_t count) {
+    const auto value = take(count);
+    out_ += '"';
+    if (cover(at_ - value.size(), at_)) {
+      out_ += "..";
+    } else {
+      for (const uint8_t byte : value.first(without_zeros(value))) append_character(out_, byte);
+    }
+    out_ += '"';
   }
 
-  std::span<const uint8_t> packet_;
+  std::span<const uint8_t> take(size_t count) {
+    const auto taken = packet_.subspan(at_, std::min(count, end_ - at_));
+    at_ += taken.size();
+    return taken;
+  }
+
+  static size_t without_zeros(std::span<const uint8_t> value) {
+    size_t listed = value.size();
+    while (listed > 0 && value[listed - 1] == 0) --listed;
+    return listed;
+  }
+
+  // From here to the end of the TLV.
+  void hide_from(size_t at) {
+    if (!show_hidden_) hide_from_ = std::min(hide_from_, at);
+  }
+
+  // Hides what of these bytes is to be hidden; whether there was any.
+  bool cover(size_t from, size_t to) {
+    for (size_t i = std::max(from, hide_from_); i < to; ++i) hidden_[i] = true;
+    return to > hide_from_;
+  }
+
+  const std::span<const uint8_t> packet_;
+  const Message* const message_;
+  const std::span<const uint8_t> request_;
   std::vector<bool> hidden_;
-  bool show_hidden_;
+  const bool show_hidden_;
   std::string out_;
   size_t at_ = 0;
-  size_t end_ = 0;
+  size_t end_ = 0;  // of the TLV
+  size_t hide_from_ = SIZE_MAX;
 };
 
 }  // namespace
@@ -157,7 +245,8 @@ bool is_on() {
 }
 
 std::string text(char direction, const qmi_idl_service_object& service,
-                 std::span<const uint8_t> packet, bool show_hidden) {
+                 std::span<const uint8_t> packet, std::span<const uint8_t> request,
+                 bool show_hidden) {
   const auto header = read_header(packet);
   char line[160];
   if (!header || !is_whole(*header, packet)) {
@@ -165,26 +254,27 @@ std::string text(char direction, const qmi_idl_service_object& service,
              packet.size());
     // What a value would be is not known, so none is shown.
     const size_t shown = show_hidden ? packet.size() : std::min(packet.size(), kHeaderBytes);
-    return line + Words(packet.first(shown), true).hex();
+    return line + Words(packet.first(shown), nullptr, {}, true).hex();
   }
   const Message* message = service.find(header->kind, header->message);
   snprintf(line, sizeof line, "%c %s 0x%04x %s %s #%u len %u\n", direction, service.name,
            header->message, message != nullptr ? message->name : "unknown", word(header->kind),
            header->transaction, header->length);
-  Words words(packet, show_hidden);
+  Words words(packet, message, request, show_hidden);
   std::string out = line;
-  out += words.tlvs(message);
+  out += words.tlvs();
   return out + words.hex();
 }
 
-void record(char direction, const qmi_idl_service_object& service,
-            std::span<const uint8_t> packet) {
+void record(char direction, const qmi_idl_service_object& service, std::span<const uint8_t> packet,
+            std::span<const uint8_t> request) {
   const auto now = timing::Clock::now().time_since_epoch();
   const auto us = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
   char time[40];
   snprintf(time, sizeof time, "%lld.%06lld ", static_cast<long long>(us / 1'000'000),
            static_cast<long long>(us % 1'000'000));
-  const std::string out = time + text(direction, service, packet, environment::trace_full());
+  const std::string out =
+      time + text(direction, service, packet, request, environment::trace_full());
   [[maybe_unused]] const ssize_t n = write(environment::trace().fd, out.data(), out.size());
 }
 

@@ -3,7 +3,7 @@
 //
 //   12.345678 > uim 0x003b send_apdu req #3 len 30
 //     slot = 2
-//     apdu = 13 bytes: 80 e2 91 00 ...
+//     apdu = memory_reset 13 bytes: 80 e2 91 00 ...
 //     00 03 00 3b 00 1e 00 01 01 00 02 ...
 //
 // Hidden values show as ".." both in the words and in the bytes, unless TOVI_TRACE_FULL is 1.
@@ -18,11 +18,14 @@ namespace qmi::trace {
 
 bool is_on();
 
-// Records one packet; `direction` is '>' for sent, '<' for received.
-void record(char direction, const qmi_idl_service_object& service, std::span<const uint8_t> packet);
+// Records one packet; `direction` is '>' for sent, '<' for received. `request` is the body of the
+// request that it is or answers, empty when there is none or it is not known.
+void record(char direction, const qmi_idl_service_object& service, std::span<const uint8_t> packet,
+            std::span<const uint8_t> request);
 
 // The record's text after the time.
 std::string text(char direction, const qmi_idl_service_object& service,
-                 std::span<const uint8_t> packet, bool show_hidden);
+                 std::span<const uint8_t> packet, std::span<const uint8_t> request,
+                 bool show_hidden);
 
 }  // namespace qmi::trace

@@ -11,11 +11,13 @@ using network_rat   = nas_network_rat_v01;
 using network_mnc   = nas_network_mnc_v01;
 using found_network = nas_found_network_v01;
 
+constexpr Shape Name = Text(Counted8(U8, kNasMaxName));
+
 constexpr Field kNetwork[] = {
-  { U16,                       QMI_FIELD(network, mcc)    },
-  { U16,                       QMI_FIELD(network, mnc)    },
-  { U8,                        QMI_FIELD(network, status) },
-  { Counted8(U8, kNasMaxName), QMI_LIST(network, name)    },
+  { U16,  QMI_FIELD(network, mcc)    },
+  { U16,  QMI_FIELD(network, mnc)    },
+  { U8,   QMI_FIELD(network, status) },
+  { Name, QMI_LIST(network, name)    },
 };
 constexpr Field kNetworkRat[] = {
   { U16, QMI_FIELD(network_rat, mcc) },
@@ -28,12 +30,12 @@ constexpr Field kNetworkMnc[] = {
   { U8,  QMI_FIELD(network_mnc, three_digits) },
 };
 constexpr Field kFoundNetwork[] = {
-  { U16,                       QMI_FIELD(found_network, mcc)          },
-  { U16,                       QMI_FIELD(found_network, mnc)          },
-  { U8,                        QMI_FIELD(found_network, status)       },
-  { U8,                        QMI_FIELD(found_network, rat)          },
-  { U8,                        QMI_FIELD(found_network, three_digits) },
-  { Counted8(U8, kNasMaxName), QMI_LIST(found_network, name)          },
+  { U16,  QMI_FIELD(found_network, mcc)          },
+  { U16,  QMI_FIELD(found_network, mnc)          },
+  { U8,   QMI_FIELD(found_network, status)       },
+  { U8,   QMI_FIELD(found_network, rat)          },
+  { U8,   QMI_FIELD(found_network, three_digits) },
+  { Name, QMI_LIST(found_network, name)          },
 };
 // Lenient: how many networks a modem may list is not known, and nobody here counts them.
 constexpr Shape Networks      = Lenient(Counted16(Struct(kNetwork, sizeof(network)), kNasMaxNetworks));
