@@ -2,11 +2,9 @@
 
 #include <errno.h>
 #include <limits.h>
-#include <paths.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +13,7 @@
 
 #include "environment.h"
 #include "properties.h"
+#include "system_log.h"
 
 std::atomic<uint8_t> g_velmor_shell_print_flag = 1;
 
@@ -28,15 +27,6 @@ uint8_t flag_property(const char* name) {
   return static_cast<uint8_t>(strtol(value, nullptr, 10));
 }
 
-// Asked once: without a log daemon every line would look for it again.
-bool has_syslog() {
-  static const bool there = [] {
-    openlog(velmor_get_current_pid_name(), LOG_PID, LOG_USER);
-    return access(_PATH_LOG, W_OK) == 0;
-  }();
-  return there;
-}
-
 void write_line(int fd, std::string_view line) {
   [[maybe_unused]] const ssize_t n = write(fd, line.data(), line.size());
 }
@@ -46,7 +36,7 @@ void write_line(int fd, std::string_view line) {
   const environment::Output& output = environment::system_log();
   if (output.sink == environment::Sink::None) return;
   if (output.sink == environment::Sink::Syslog) {
-    if (has_syslog()) vsyslog(priority, format, args);
+    system_log::write(priority, format, args);
     return;
   }
   char room[1024] = {mark, ' '};

@@ -1,4 +1,5 @@
-// The system properties: on a host the file properties in the state folder.
+// The system properties: on a host the file properties in the state folder, on a device those that
+// its getprop and setprop programs know; a value is asked for again after a second.
 #pragma once
 
 #include <string>
@@ -14,5 +15,5 @@ int property_get(const char* key, char* value, const char* default_value);
 // stored.
 int property_set(const char* key, const char* value);
 
-// Why `key` and `value` cannot be a property, in words, or null when they can.
+// Why `key` and `value` cannot be a property of a host, in words, or null when they can.
 const char* property_problem(const std::string& key, const std::string& value);

@@ -1,0 +1,104 @@
+// The system properties of a device, through its own programs.
+#include <errno.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <map>
+#include <optional>
+
+#include "environment.h"
+#include "mutex.h"
+#include "property_store.h"
+#include "qcci/descriptor.h"
+
+namespace {
+
+constexpr const char* kGetprop = "/system/bin/getprop";
+constexpr const char* kSetprop = "/system/bin/setprop";
+
+std::string read_all(int fd) {
+  std::string all;
+  char room[256];
+  ssize_t n;
+  while ((n = read(fd, room, sizeof room)) > 0 || (n < 0 && errno == EINTR)) {
+    if (n > 0) all.append(room, static_cast<size_t>(n));
+  }
+  return all;
+}
+
+// Runs a program of the device and waits for its end. What it printed, or nothing when it could not
+// be run or failed.
+std::optional<std::string> run(const char* program, const char* argument, const char* second) {
+  const std::string path = environment::device_root() + program;
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return std::nullopt;
+  const qmi::Descriptor out(ends[0]);
+  qmi::Descriptor in(ends[1]);
+
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_adddup2(&actions, in.get(), STDOUT_FILENO);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  const char* arguments[] = {path.c_str(), argument, second, nullptr};
+  pid_t child;
+  const int error =
+      posix_spawn(&child, path.c_str(), &actions, nullptr, const_cast<char**>(arguments), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (error != 0) return std::nullopt;
+
+  in = qmi::Descriptor();
+  std::string printed = read_all(out.get());
+  int status;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return std::nullopt;
+  return printed;
+}
+
+// Values as they were last told. Asking costs a process, and every message asks.
+class SystemProperties {
+ public:
+  std::string get(const char* key) {
+    MutexLock hold(lock_);
+    Known& known = known_[key];
+    const auto now = timing::Clock::now();
+    if (known.asked != timing::kPast && now - known.asked < kFresh) return known.value;
+    std::string value = run(kGetprop, key, nullptr).value_or("");
+    if (value.ends_with('\n')) value.pop_back();
+    known = {value, now};
+    return value;
+  }
+
+  bool set(const char* key, const char* value) {
+    MutexLock hold(lock_);
+    known_.erase(key);
+    return run(kSetprop, key, value).has_value();
+  }
+
+ private:
+  static constexpr std::chrono::seconds kFresh{1};
+  struct Known {
+    std::string value;
+    timing::Deadline asked = timing::kPast;
+  };
+
+  Mutex lock_;
+  std::map<std::string, Known> known_ GUARDED_BY(lock_);
+};
+
+SystemProperties& properties() {
+  static auto* const all = new SystemProperties;  // callbacks may still log while the process exits
+  return *all;
+}
+
+}  // namespace
+
+std::string property_store::get(const char* key) {
+  return properties().get(key);
+}
+
+bool property_store::set(const char* key, const char* value) {
+  return properties().set(key, value);
+}

@@ -1,0 +1,90 @@
+#include <string.h>
+#include <sys/stat.h>
+
+#include "environment.h"
+#include "mutex.h"
+#include "properties.h"
+#include "property_store.h"
+#include "state_files.h"
+
+namespace {
+
+std::string properties_path() {
+  const std::string* folder = environment::state_folder();
+  return folder != nullptr ? *folder + "/properties" : std::string();
+}
+
+// The file as it was last read. Another process may change it at any time, so every question
+// looks at its time and inode again.
+class PropertyFile {
+ public:
+  std::string get(const char* key) {
+    MutexLock hold(lock_);
+    refresh();
+    return state_files::find_or(values_, key, "");
+  }
+
+ private:
+  // One look at the file serves the questions of one message: asking for both print flags takes
+  // less than this.
+  static constexpr std::chrono::microseconds kOneMessage{5};
+
+  void refresh() REQUIRES(lock_) {
+    const auto time = timing::Clock::now();
+    if (time - looked_ < kOneMessage) return;
+    looked_ = time;
+    struct stat now {};
+    if (path_.empty() || stat(path_.c_str(), &now) != 0) {
+      values_.clear();
+      seen_ = {};
+      return;
+    }
+    if (now.st_ino == seen_.st_ino && now.st_mtim.tv_sec == seen_.st_mtim.tv_sec &&
+        now.st_mtim.tv_nsec == seen_.st_mtim.tv_nsec) {
+      return;
+    }
+    seen_ = now;
+    values_ = state_files::read_values(path_);
+  }
+
+  const std::string path_ = properties_path();
+  Mutex lock_;
+  timing::Deadline looked_ GUARDED_BY(lock_){};
+  struct stat seen_ GUARDED_BY(lock_) {};
+  state_files::KeyValues values_ GUARDED_BY(lock_);
+};
+
+PropertyFile& property_file() {
+  static auto* file = new PropertyFile;  // callbacks may still log while the process exits
+  return *file;
+}
+
+bool is_name_character(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+         c == '_' || c == '-' || c == '@' || c == ':';
+}
+
+}  // namespace
+
+std::string property_store::get(const char* key) {
+  return property_file().get(key);
+}
+
+const char* property_problem(const std::string& key, const std::string& value) {
+  if (key.empty()) return "a property needs a name";
+  for (const char c : key) {
+    if (!is_name_character(c)) return "a property's name has only letters, digits and . _ - @ :";
+  }
+  if (value.size() >= PROPERTY_VALUE_MAX) return "a property's value has at most 91 bytes";
+  if (value.find_first_of("\n#") != std::string::npos || value != state_files::trim(value)) {
+    return "a property's value has no line break, no # and no blanks around it";
+  }
+  return nullptr;
+}
+
+bool property_store::set(const char* key, const char* value) {
+  const std::string* folder = environment::state_folder();
+  if (folder == nullptr || property_problem(key, value) != nullptr) return false;
+  if (!state_files::make_folder(*folder + "/tmp")) return false;
+  return state_files::set_value(*folder, *folder + "/properties", key, value);
+}

@@ -1,0 +1,14 @@
+// Where the system properties are: a file in the state folder on a host, behind the system's own
+// programs on a device.
+#pragma once
+
+#include <string>
+
+namespace property_store {
+
+// The value; empty when it is unset.
+std::string get(const char* key);
+
+bool set(const char* key, const char* value);
+
+}  // namespace property_store
