@@ -130,7 +130,7 @@ uint64_t read_number(const uint8_t* data, int bytes) {
 
 uint64_t print_number(const uint8_t* data, int bytes, const char* name) {
   const uint64_t value = read_number(data, bytes);
-  printf("UNPK[size:%d], %s = %lu\n", bytes, name, static_cast<unsigned long>(value));
+  printf("UNPK[size:%d], %s = %llu\n", bytes, name, static_cast<unsigned long long>(value));
   return value;
 }
 

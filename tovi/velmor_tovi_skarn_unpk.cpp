@@ -71,8 +71,8 @@ struct HexText {
   }
 };
 
-unsigned long as_lu(uint64_t value) {
-  return static_cast<unsigned long>(value);
+unsigned long long as_llu(uint64_t value) {
+  return static_cast<unsigned long long>(value);
 }
 
 constexpr uint64_t low_bits(int count) {
@@ -101,9 +101,9 @@ bool Unpacker::read(const char* name, int size, uint64_t& value) {
   cnt_ += size;
   if (trace_) {
     printf(
-        "    UNPK_I, name: %s, val: %lu(%s), val_size: %d, unpk_cnt: %d, data_base: %d, base_bit: "
+        "    UNPK_I, name: %s, val: %llu(%s), val_size: %d, unpk_cnt: %d, data_base: %d, base_bit: "
         "%d\n",
-        name, as_lu(value), HexText(value).text, size, cnt_, base_, base_bit_);
+        name, as_llu(value), HexText(value).text, size, cnt_, base_, base_bit_);
   }
   return true;
 }
@@ -167,8 +167,8 @@ bool Unpacker::mid(const char* name, int low, int high, uint64_t word, uint64_t&
   }
   value = word >> (low - 1) & low_bits(high - low + 1);
   if (trace_) {
-    printf("UNPK_MID, old_val: %lu, new_val: %lu, low: %d, high: %d, name: %s, id(0x%x)\n",
-           as_lu(word), as_lu(value), low, high, name, kRecordId);
+    printf("UNPK_MID, old_val: %llu, new_val: %llu, low: %d, high: %d, name: %s, id(0x%x)\n",
+           as_llu(word), as_llu(value), low, high, name, kRecordId);
   }
   return true;
 }
@@ -181,8 +181,8 @@ bool Unpacker::high(const char* name, int bit_num, uint64_t word, uint64_t& valu
   }
   value = word & low_bits(bit_num - kWordBits);
   if (trace_) {
-    printf("UNPK_HIGH, old_val: %lu, new_val: %lu, bit_num: %d, name: %s, id(0x%x)\n", as_lu(word),
-           as_lu(value), bit_num, name, kRecordId);
+    printf("UNPK_HIGH, old_val: %llu, new_val: %llu, bit_num: %d, name: %s, id(0x%x)\n",
+           as_llu(word), as_llu(value), bit_num, name, kRecordId);
   }
   return true;
 }
@@ -198,9 +198,10 @@ bool Unpacker::low(const char* name, int bit_num, int width, uint64_t& value) co
   value &= mask;
   if (trace_) {
     printf(
-        "UNPK_LOW, old_val: %lu, new_val: %lu, bit_num: %d, mask_max(0x%lx), old_size(%d), name: "
+        "UNPK_LOW, old_val: %llu, new_val: %llu, bit_num: %d, mask_max(0x%llx), old_size(%d), "
+        "name: "
         "%s, id(0x%x)\n",
-        as_lu(before), as_lu(value), bit_num, as_lu(mask), width / 8, name, kRecordId);
+        as_llu(before), as_llu(value), bit_num, as_llu(mask), width / 8, name, kRecordId);
   }
   return true;
 }
@@ -217,8 +218,8 @@ bool Unpacker::extract(const char* name, const char* frame_1, const char* frame_
   }
   if (!low(name, width, width, value)) return false;
   if (trace_) {
-    printf("    UNPK_AT, name: %s, val: %lu(%s), low: %d, high: %d, bit_start: %d, bit_num: %d\n",
-           name, as_lu(value), HexText(value).text, low_, high_, pos, width);
+    printf("    UNPK_AT, name: %s, val: %llu(%s), low: %d, high: %d, bit_start: %d, bit_num: %d\n",
+           name, as_llu(value), HexText(value).text, low_, high_, pos, width);
   }
   return true;
 }
@@ -244,9 +245,9 @@ bool velmor_unpack_record(const uint8_t* payload, bool trace,
   const int column = column_of(version);
   if (column < 0) {
     ++g_unpk_version_not_support_num;
-    printf("VERSION_NOT_SUPPORT[%s:%d], version(%d), not_support_num(%lu), name(%s), id(0x%x)\n",
+    printf("VERSION_NOT_SUPPORT[%s:%d], version(%d), not_support_num(%llu), name(%s), id(0x%x)\n",
            "modem_stats_parse_xxxx_diag_xxxx", __LINE__, static_cast<int>(version),
-           as_lu(g_unpk_version_not_support_num), "root", kRecordId);
+           as_llu(g_unpk_version_not_support_num), "root", kRecordId);
     return false;
   }
   modem_stats_single_data_common_type unpacked{};
@@ -268,9 +269,9 @@ bool modem_stats_parse_xxxx_diag_xxxx(const uint8_t* payload, bool trace,
                                       modem_stats_single_data_common_type& record) {
   if (!velmor_unpack_record(payload, trace, record)) return false;
   constexpr int kSubcarrierSpacing = 0;  // no record has it
-  printf("version = %d, mcc = %d, mnc_num %d, mnc %d, tac %d, cgi %lu, pci %d\n",
+  printf("version = %d, mcc = %d, mnc_num %d, mnc %d, tac %d, cgi %llu, pci %d\n",
          static_cast<int>(record.version), record.mcc, record.mnc_num, record.mnc,
-         static_cast<int>(record.tac), as_lu(record.cgi), record.pci);
+         static_cast<int>(record.tac), as_llu(record.cgi), record.pci);
   printf(
       "freq_band_ind = %d, dl_earfcn = %d, dl_bw %d, ul_earfcn %d, ul_bw %d, allow_access %d, scs "
       "%d\n",

@@ -126,8 +126,8 @@ int velmor_cmn_diag_cmd_send(int argc, char** argv) {
 void dump_value(const velmor_common_rsp& rsp) {
   velmor_common_rsp_value value;
   memcpy(&value, rsp.data, sizeof value);
-  const uint64_t told = offsetof(velmor_common_rsp_value, value) + uint64_t{value.length};
-  const size_t size = std::min<uint64_t>(told, sizeof rsp.data);
+  constexpr size_t kHeaderBytes = offsetof(velmor_common_rsp_value, value);
+  const size_t size = kHeaderBytes + std::min<size_t>(value.length, sizeof value.value);
   printf("data len(%d)\ndata:", static_cast<int>(size));
   print_bytes(" %02X", {rsp.data, size});
 }
