@@ -1,9 +1,8 @@
 #include "velmor_timer.h"
 
 #include <set>
-#include <system_error>
-#include <thread>
 
+#include "detached_thread.h"
 #include "mutex.h"
 
 namespace {
@@ -17,11 +16,8 @@ class Timers {
     do {
       ++last_id_;
     } while (last_id_ == 0 || running_.contains(last_id_));
-    try {
-      std::thread([this, callback, due, id = last_id_] { wait(callback, due, id); }).detach();
-    } catch (const std::system_error&) {
-      return 0;
-    }
+    const uint32_t id = last_id_;
+    if (!start_detached_thread([=, this] { wait(callback, due, id); })) return 0;
     running_.insert(last_id_);
     return last_id_;
   }

@@ -121,6 +121,7 @@ qmi_client_type velmor_extend_qmi_client_open() NO_THREAD_SAFETY_ANALYSIS {
   set_up_once();
   ExtendQmiClient& client = g_extend_client;
   if (client.handle != nullptr) return client.handle;
+  if (client.notifier != nullptr) qmi_client_release(client.notifier);  // of an attempt that failed
   qmi_client_notifier_init(client.service, &client.os_params, &client.notifier);
 
   unsigned int num_entries = 0;

@@ -8,6 +8,8 @@
 #include <sys/un.h>
 #include <termios.h>
 
+#include <system_error>
+
 #include "modem.h"
 #include "sim_at.h"
 #include "sim_diag.h"
@@ -61,7 +63,12 @@ DevicePorts::Outcome DevicePorts::open(Owner owner, std::string& problem) {
   const bool has_diag = make_diag_port(problem);
   const bool has_at = make_at_port(problem);
   if (!has_diag && !has_at) return Outcome::Failed;
-  thread_ = std::thread([this] { serve(); });
+  try {
+    thread_ = std::thread([this] { serve(); });
+  } catch (const std::system_error& error) {
+    problem = error.what();
+    return Outcome::Failed;
+  }
   return has_diag && has_at ? Outcome::Open : Outcome::Failed;
 }
 

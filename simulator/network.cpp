@@ -3,8 +3,8 @@
 #include <stdlib.h>
 
 #include <algorithm>
-#include <thread>
 
+#include "detached_thread.h"
 #include "environment.h"
 #include "modem.h"
 #include "sim_extension.h"
@@ -121,8 +121,7 @@ void Network::later(uint32_t ms, std::function<void()> what) {
   agenda_.push_back({timing::Clock::now() + timing::scaled(ms), std::move(what)});
   agenda_changed_.notify_all();
   if (own_thread_ && !thread_started_) {
-    thread_started_ = true;
-    std::thread([this] { keep_time(); }).detach();
+    thread_started_ = start_detached_thread([this] { keep_time(); });
   }
 }
 

@@ -59,7 +59,7 @@ class Network {
       REQUIRES(lock_);
   void forget_client(qmi::Address client) REQUIRES(lock_);
 
-  Mutex lock_;  // of the network and of the whole modem behind it
+  Mutex lock_;  // of the network and of the services, under those of the QMI library
   std::vector<Running> services_ GUARDED_BY(lock_);
 
  private:

@@ -5,8 +5,6 @@
 
 #include <algorithm>
 
-#include "velmor_efs_files.h"
-
 namespace sim {
 namespace {
 
@@ -271,14 +269,18 @@ int ExtensionService::set_gpio(std::span<const uint8_t> value) {
   if (!read_value(value, setting)) return kCommonInvalidArgument;
   if (setting.count < 0 || setting.count > kMaxGpioValues) return kCommonInvalidArgument;
   const size_t size = sizeof setting.count * (1 + static_cast<size_t>(setting.count));
-  return modem_.efs_write(0, kEfsGpio.path, {reinterpret_cast<const char*>(&setting), size});
+  return store(kEfsGpio, &setting, size);
 }
 
 int ExtensionService::set_tx(std::span<const uint8_t> value) {
   velmor_tx_setting setting;
   if (!read_value(value, setting)) return kCommonInvalidArgument;
-  return modem_.efs_write(0, kEfsTx.path,
-                          {reinterpret_cast<const char*>(&setting), sizeof setting});
+  return store(kEfsTx, &setting, sizeof setting);
+}
+
+int ExtensionService::store(const velmor_efs_file& file, const void* bytes, size_t size) {
+  const std::string_view content(static_cast<const char*>(bytes), size);
+  return modem_.efs_write(0, file.path, content) == 0 ? 0 : kCommonFailed;
 }
 
 }  // namespace sim

@@ -6,6 +6,7 @@
 
 #include "modem.h"
 #include "service.h"
+#include "velmor_efs_files.h"
 #include "velmor_extend_payload.h"
 #include "velmor_extend_service.h"
 
@@ -45,6 +46,7 @@ class ExtensionService final : public Service {
 
   int set_gpio(std::span<const uint8_t> value);
   int set_tx(std::span<const uint8_t> value);
+  int store(const velmor_efs_file& file, const void* bytes, size_t size);
   size_t put_unsupported_logs(velmor_common_rsp& rsp);
 
   int nv_read(const velmor_nvefs_req& req, velmor_nvefs_rsp& rsp, size_t& data_bytes);

@@ -1,5 +1,5 @@
-// The one source of time: sleeps, time-outs and deadlines. TOVI_TIME_SCALE multiplies all of them
-// on a host build, so that a wait of 100 seconds can be tried in milliseconds.
+// The program's time: sleeps, time-outs and deadlines. TOVI_TIME_SCALE multiplies them on a host
+// build, so that a wait of 100 seconds can be tried in milliseconds.
 #pragma once
 
 #include <chrono>

@@ -1,5 +1,7 @@
 #include "qcci/callback_lane.h"
 
+#include "detached_thread.h"
+
 namespace qmi {
 namespace {
 
@@ -11,14 +13,17 @@ class Runners {
     return *runners;
   }
 
-  void add(std::shared_ptr<CallbackLane> lane) {
+  // False when there is no thread to run the lane on.
+  bool add(std::shared_ptr<CallbackLane> lane) {
     MutexLock hold(lock_);
     lanes_.push_back(std::move(lane));
     if (lanes_.size() <= idle_) {
       due_.notify_one();
-    } else {
-      std::thread([this] { run(); }).detach();
+      return true;
     }
+    if (start_detached_thread([this] { run(); })) return true;
+    lanes_.pop_back();
+    return false;
   }
 
  private:
@@ -50,8 +55,8 @@ void CallbackLane::post(std::function<void()> callback) {
   if (closed_) return;
   queue_.push_back(std::move(callback));
   if (active_) return;
-  active_ = true;
-  Runners::instance().add(shared_from_this());
+  active_ = Runners::instance().add(shared_from_this());
+  if (!active_) queue_.clear();
 }
 
 void CallbackLane::run() {

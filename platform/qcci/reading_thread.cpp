@@ -3,8 +3,8 @@
 #include <sys/epoll.h>
 
 #include <algorithm>
-#include <thread>
 
+#include "detached_thread.h"
 #include "qcci/channel.h"
 
 namespace qmi {
@@ -33,8 +33,7 @@ ReadingThread::ReadingThread() : epoll_(epoll_create1(EPOLL_CLOEXEC)) {
 
 void ReadingThread::start() {
   if (started_) return;
-  started_ = true;
-  std::thread([this] { run(); }).detach();
+  started_ = start_detached_thread([this] { run(); });
 }
 
 void ReadingThread::add(uint64_t id, int descriptor, const std::shared_ptr<Channel>& channel) {

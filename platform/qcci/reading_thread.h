@@ -1,6 +1,6 @@
 // The library's reading thread: it waits on the descriptors of all channels that nobody else is
-// reading and lets them take their packets. It starts when the first channel is handed to it and
-// lives as long as the process; it runs no callback of the program.
+// reading and lets them take their packets. It starts when a channel is handed to it or a call
+// is planned, and lives as long as the process; it runs no callback of the program.
 #pragma once
 
 #include <cstdint>

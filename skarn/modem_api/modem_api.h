@@ -77,9 +77,8 @@ struct modem_stats_para_data {
 int modem_api_init();
 int modem_api_release();
 
-// Registers and connects a client; a failed attempt leaves nothing behind. 0 with its id, 0 to 9,
-// in
-// `*client_id_out`.
+// Registers and connects a client; a failed attempt leaves nothing behind. 0, with its id, 0 to 9,
+// in `*client_id_out`.
 int modem_api_init_client(int client_type, modem_api_event_cb event_cb,
                           modem_api_status_cb status_cb, int* client_id_out);
 

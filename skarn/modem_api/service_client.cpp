@@ -1,9 +1,8 @@
 #include "modem_api/service_client.h"
 
-#include <system_error>
-#include <thread>
 #include <utility>
 
+#include "detached_thread.h"
 #include "skarn_common/skarn_mem.h"
 #include "timing.h"
 
@@ -200,17 +199,13 @@ bool ServiceClient::start_recovery(void (ServiceClient::*body)(Life), Life life)
     if (--recoveries_ == 0) recoveries_.notify_all();
   };
   ++recoveries_;
-  try {
-    std::thread([this, body, life, ended] {
-      t_recovers = this;
-      (this->*body)(life);
-      ended();
-    }).detach();
-    return true;
-  } catch (const std::system_error&) {
+  const bool started = start_detached_thread([this, body, life, ended] {
+    t_recovers = this;
+    (this->*body)(life);
     ended();
-    return false;
-  }
+  });
+  if (!started) ended();
+  return started;
 }
 
 void ServiceClient::on_service_down(qmi_client_error_type error, const LogPlace& place) {

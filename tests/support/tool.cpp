@@ -37,8 +37,9 @@ Program::Program(const std::string& name, const Args& args, const Variables& var
   if (pipe2(err, O_CLOEXEC) != 0) abort();
   pid_ = fork();
   if (pid_ == 0) {
-    for (const char* set : {"TOVI_MODEM", "TOVI_STATE", "TOVI_LOG", "TOVI_TRACE", "TOVI_TIME_SCALE",
-                            "TOVI_DEVICE_ROOT"}) {
+    for (const char* set :
+         {"TOVI_MODEM", "TOVI_STATE", "TOVI_LOG", "TOVI_TRACE", "TOVI_TRACE_FULL",
+          "TOVI_TIME_SCALE", "TOVI_DEVICE_ROOT", "TOVI_SIM_FAULTS", "TOVI_SIM_SEED"}) {
       unsetenv(set);
     }
     for (const auto& [key, value] : variables) setenv(key.c_str(), value.c_str(), 1);
