@@ -6,7 +6,8 @@
 #include "velmor_tovi_test_modules.h"
 
 int main() {
-  setenv("TOVI_STATE", "/nonexistent", 1);  // the help is there whatever this machine's settings say
+  // The help is there whatever the settings of this machine say.
+  setenv("TOVI_STATE", "/nonexistent", 1);
   puts("IFS= read -r -d '' _tovi_help <<'END'");
   for (const TestModule& module : velmor_test_modules()) {
     if (module.show_help != nullptr) module.show_help(module.number);
