@@ -139,16 +139,6 @@ class SmartTest : public Cli {
   std::string getprop(const std::string& name) {
     return run("tovi-modem", {"getprop", name}, variables).out;
   }
-  // The echo of `function` alone.
-  std::string said(const Args& args, const std::string& function) {
-    const std::string out = tovi(args), prefix = "RIL[" + function + "]: ";
-    std::string all;
-    for (size_t at = 0; (at = out.find(prefix, at)) != std::string::npos;) {
-      at += prefix.size();
-      all += out.substr(at, out.find('\n', at) - at) + "|";
-    }
-    return all;
-  }
   // The common requests that a command sends, by type.
   std::string requests(const Args& args) {
     write_file(folder / "trace", "");

@@ -518,60 +518,6 @@ TEST(Unpacker, DecodesEachOfTheFourVersions) {
   }
 }
 
-TEST(Unpacker, TracesAFieldWithinAWordAndOneAcrossTwo) {
-  uint8_t payload[kUnpkBufBytes] = {};
-  for (int i = 0; i < 16; ++i) payload[i] = static_cast<uint8_t>(i + 1);
-  bool good;
-  uint64_t value = 0;
-  const auto field = [&](int pos, int width) {
-    return printed(
-        [&] {
-          Unpacker unpacker(payload, kUnpkDataMax, true);
-          unpacker.move_base(32);
-          return unpacker.go_to("f", pos, width) &&
-                 unpacker.extract("f", "f_tmp1", "f_tmp2", pos, width, value);
-        },
-        good);
-  };
-  const std::string base =
-      "BASE_WITH_BIT, g_unpk_data_base_bit(32), g_unpk_data_base(4), g_unpk_data_cnt(0), bit(32), "
-      "id(0x0)\n"
-      "UNPK_SET_BIT, g_unpk_data_base_bit(32), g_unpk_data_base(4), g_unpk_data_cnt(0), ";
-  EXPECT_EQ(field(3, 8),
-            base +
-                "bit(3), id(0x0)\n"
-                "PRINT_CNT, base_bit: 32, base_byte: 4, data_cnt: 0, low: 4, high: 11, "
-                "param: 3, name: f\n"
-                "    UNPK_I, name: f_tmp1, val: 867798387104613893(0x0C0B0A0908070605)"
-                ", val_size: 8, unpk_cnt: 8, data_base: 4, base_bit: 32\n"
-                "UNPK_MID, old_val: 867798387104613893, new_val: 192, low: 4, high: "
-                "11, name: f, id(0x0)\n"
-                "UNPK_LOW, old_val: 192, new_val: 192, bit_num: 8, mask_max(0xff), "
-                "old_size(1), name: f, id(0x0)\n"
-                "    UNPK_AT, name: f, val: 192(0xC0), low: 4, high: 11, bit_start: 3, "
-                "bit_num: 8\n");
-  EXPECT_EQ(field(1, 64), base +
-                              "bit(1), id(0x0)\n"
-                              "PRINT_CNT, base_bit: 32, base_byte: 4, data_cnt: 0, low: 2, high: "
-                              "65, param: 1, name: f\n"
-                              "    UNPK_I, name: f_tmp1, val: 867798387104613893"
-                              "(0x0C0B0A0908070605), val_size: 8, unpk_cnt: 8, data_base: 4, "
-                              "base_bit: 32\n"
-                              "    UNPK_I, name: f_tmp2, val: 269422093(0x100F0E0D), val_size: 8, "
-                              "unpk_cnt: 16, data_base: 4, base_bit: 32\n"
-                              "UNPK_MID, old_val: 867798387104613893, new_val: 433899193552306946, "
-                              "low: 2, high: 64, name: f, id(0x0)\n"
-                              "UNPK_HIGH, old_val: 269422093, new_val: 1, bit_num: 65, name: f, "
-                              "id(0x0)\n"
-                              "UNPK_LOW, old_val: 9657271230407082754, new_val: "
-                              "9657271230407082754, bit_num: 64, mask_max(0xffffffffffffffff), "
-                              "old_size(8), name: f, id(0x0)\n"
-                              "    UNPK_AT, name: f, val: 9657271230407082754(0x8605850484038302), "
-                              "low: 2, high: 65, bit_start: 1, bit_num: 64\n");
-  memset(payload, 0, sizeof payload);
-  EXPECT_NE(field(0, 8).find("val: 0(0x00), low: 1"), std::string::npos);
-}
-
 TEST(Unpacker, EveryCheckEndsTheParseWithItsLine) {
   const uint8_t payload[kUnpkBufBytes] = {};
   const Unpacker none(nullptr, kUnpkDataMax, false);
