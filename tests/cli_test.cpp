@@ -13,11 +13,6 @@ using namespace testing_support;
 
 constexpr const char* kMask = "/nv/item_files/modem/velmor/rf_print_mask";
 
-std::string mapped(int from, int to) {
-  return line("velmor_qmi_result_map", "velmor_qmi_result_map, old_result " + std::to_string(from) +
-                                           ", new_result " + std::to_string(to));
-}
-
 TEST_F(Cli, WithoutAModuleThereIsTheWholeHelp) {
   for (const Args& args : {Args{}, Args{"13"}, Args{"--help"}, Args{"0", "1"}, Args{"-4"}}) {
     EXPECT_EQ(tovi(args), help());
@@ -237,7 +232,8 @@ TEST_F(Cli, WithoutAModemTheSearchEndsAfter50Attempts) {
           "qmi_client_init, err = -5, handle = 0, client_handle = 0"
           "-5 QMI client init failed\n"
           "velmor_extend_qmi_handle_req_cb result:-2\n" +
-          mapped(-2, -102) + line("velmor_nv_delete", "result = -102, rsp.result = 0") +
+          line("velmor_qmi_result_map", "velmor_qmi_result_map, old_result -2, new_result -102") +
+          line("velmor_nv_delete", "result = -102, rsp.result = 0") +
           line("velmor_nv_delete", "velmor_extend_qmi_send_sync fail") +
           line("velmor_nv_delete", "function exit <-------------") +
           line("velmor_nvefs_test_nv_delete", "velmor_extend_qmi_send_sync fail, REQUEST_ID_EFS") +
