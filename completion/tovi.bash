@@ -39,12 +39,12 @@ _tovi_commands() {
 
 # The values that an argument of a command may have, by the name that the help gives it.
 _tovi_argument() {
-  local line names
+  local line names=()
   while IFS= read -r line; do
     [[ $line =~ ^\ +tovi\ $1\ $2\ ([^/]*) ]] && break
   done <<<"$_tovi_help"
-  read -ra names <<<"${BASH_REMATCH[1]}"
-  case ${names[$3]} in
+  read -ra names <<<"${BASH_REMATCH[1]-}"
+  case ${names[$3]-} in
     sub)
       _tovi_word 0 'subscription 0'
       _tovi_word 1 'subscription 1'

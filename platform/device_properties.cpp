@@ -1,6 +1,7 @@
 // The system properties of a device, through its own programs.
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,14 +19,32 @@ namespace {
 constexpr const char* kGetprop = "/system/bin/getprop";
 constexpr const char* kSetprop = "/system/bin/setprop";
 
-std::string read_all(int fd) {
+constexpr std::chrono::seconds kPatience{5};  // with a program that does not end
+
+// What comes until the other end closes; nothing when it does not in time.
+std::optional<std::string> read_all(int fd) {
+  const timing::Deadline deadline = timing::Clock::now() + kPatience;
   std::string all;
   char room[256];
-  ssize_t n;
-  while ((n = read(fd, room, sizeof room)) > 0 || (n < 0 && errno == EINTR)) {
-    if (n > 0) all.append(room, static_cast<size_t>(n));
+  for (;;) {
+    pollfd readable{fd, POLLIN, 0};
+    const int ready = qmi::poll_until(&readable, 1, deadline);
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready <= 0) return std::nullopt;
+    const ssize_t n = read(fd, room, sizeof room);
+    if (n < 0) return std::nullopt;
+    if (n == 0) return all;
+    all.append(room, static_cast<size_t>(n));
   }
-  return all;
+}
+
+// Whether a program ended well. One whose end somebody else has seen counts as such.
+bool ended_well(pid_t child) {
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) return true;
+  }
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 // Runs a program of the device and waits for its end. What it printed, or nothing when it could not
@@ -50,11 +69,9 @@ std::optional<std::string> run(const char* program, const char* argument, const 
   if (error != 0) return std::nullopt;
 
   in = qmi::Descriptor();
-  std::string printed = read_all(out.get());
-  int status;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return std::nullopt;
-  return printed;
+  auto printed = read_all(out.get());
+  if (!printed) kill(child, SIGKILL);
+  return ended_well(child) ? printed : std::nullopt;
 }
 
 // Values as they were last told. Asking costs a process, and every message asks.

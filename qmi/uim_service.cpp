@@ -134,7 +134,7 @@ constexpr Field kOpenResp[] = {
   { 0x02, Required, Result,     QMI_FIELD(open_resp, resp)                              },
   { 0x10, Optional, U8,         QMI_OPTIONAL(open_resp, channel_id)                     },
   { 0x11, Optional, CardResult, QMI_OPTIONAL(open_resp, card_result)                    },
-  { 0x12, Optional, Counted8(U8, kUimMaxSelectResponse), QMI_OPTIONAL_LIST(open_resp, select_response) },
+  { 0x12, Optional, Hidden(Counted8(U8, kUimMaxSelectResponse)), QMI_OPTIONAL_LIST(open_resp, select_response) },
 };
 constexpr Field kEidReq[] = {
   { 0x01, Required, U8as32,     QMI_FIELD(eid_req, slot)                                },  // (*) width

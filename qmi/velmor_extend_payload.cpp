@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <string>
 #include <string_view>
 
 #include "velmor_efs_files.h"
@@ -89,16 +90,37 @@ Payload laid_out(const char* name, const Field (&members)[N], size_t hidden_from
   return {name, members, N, hidden_from};
 }
 
+// A path as a file system may understand it: without empty parts, "." and "..".
+std::string plain_path(std::string_view path) {
+  std::string plain;
+  while (!path.empty()) {
+    const std::string_view part = path.substr(0, path.find('/'));
+    path.remove_prefix(std::min(path.size(), part.size() + 1));
+    if (part == "..") {
+      plain.resize(plain.empty() ? 0 : plain.rfind('/'));
+    } else if (!part.empty() && part != ".") {
+      plain += '/';
+      plain += part;
+    }
+  }
+  return plain;
+}
+
 bool is_hidden(const velmor_nvefs_req& req) {
   if (req.op_type <= NvefsOp::NvDelete) {
     return std::count(std::begin(kHiddenNvItems), std::end(kHiddenNvItems), req.id) > 0;
   }
-  const auto* path = reinterpret_cast<const char*>(req.path);
-  const std::string_view asked(path,
-                               strnlen(path, std::min<size_t>(req.path_len, kNvefsPathBytes)));
-  return std::any_of(
-      std::begin(kKnownEfsFiles), std::end(kKnownEfsFiles),
-      [&](const velmor_efs_file& file) { return file.hidden && asked == file.path; });
+  const auto* bytes = reinterpret_cast<const char*>(req.path);
+  const size_t told = std::min<size_t>(req.path_len, kNvefsPathBytes);
+  const std::string path = plain_path({bytes, strnlen(bytes, told)});
+  for (const velmor_efs_file& file : kKnownEfsFiles) {
+    if (file.hidden && path == file.path) return true;
+  }
+  // NV items are files too.
+  for (const uint16_t id : kHiddenNvItems) {
+    if (path == "/nvm/num/" + std::to_string(id)) return true;
+  }
+  return false;
 }
 
 Payload nvefs_payload(Kind kind, const uint8_t* payload) {
@@ -137,6 +159,7 @@ Payload velmor_extend_payload_of(Kind kind, std::span<const uint8_t> request) {
     if (request_id == REQUEST_ID_EFS) return nvefs_payload(kind, payload.data());
     if (request_id == REQUEST_ID_COMMON) return common_payload(kind, payload.data());
   }
-  // What an answer without its request holds is not known: it may be an identity.
-  return {.hidden_from = request.empty() && kind == Kind::Response ? 0 : SIZE_MAX};
+  // What an indication tells is not known, nor an answer without its request: maybe an identity.
+  const bool known = kind == Kind::Request || (kind == Kind::Response && !request.empty());
+  return {.hidden_from = known ? SIZE_MAX : 0};
 }

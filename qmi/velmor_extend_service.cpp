@@ -55,7 +55,7 @@ constexpr Field kSendDataResp[] = {
 constexpr Field kOptionDataReq[] = {
   { 0x01, Required, U32,                     QMI_FIELD(option_data_req, request_id)},
   { 0x02, Required, U32,                     QMI_FIELD(option_data_req, data_len)  },
-  { 0x10, Optional, Bytes(kExtendDataBytes), QMI_OPTIONAL(option_data_req, data)   },
+  { 0x10, Optional, Data,                    QMI_OPTIONAL(option_data_req, data)   },
   { 0x11, Optional, U8,                      QMI_OPTIONAL(option_data_req, option) },
 };
 constexpr Field kTwoWords[] = {
@@ -70,7 +70,7 @@ constexpr Field kItemsReq[] = {
 constexpr Field kDataInd[] = {
   { 0x01, Required, U32,                     QMI_FIELD(data_ind, ind_id)           },
   { 0x02, Required, U32,                     QMI_FIELD(data_ind, data_len)         },
-  { 0x10, Optional, Bytes(kExtendDataBytes), QMI_OPTIONAL(data_ind, data)          },
+  { 0x10, Optional, Data,                    QMI_OPTIONAL(data_ind, data)          },
 };
 constexpr Field kItemsAInd[] = {
   { 0x01, Required, U32,                     QMI_FIELD(items_a_ind, first)         },

@@ -312,6 +312,7 @@ TEST_F(Cli, TheTraceHidesWhatIdentifiesTheDevice) {
       {{"4", "4", "1", eid_file}, eid},
       {{"4", "5", "0", eid_file, "137", "4", "144", "50"}, eid},
       {{"4", "4", "0", eid_file}, eid},
+      {{"4", "4", "1", eid_file.substr(1)}, eid},
   };
   for (const auto& row : rows) {
     for (const char* full : {"1", "0"}) {

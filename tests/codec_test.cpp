@@ -218,40 +218,59 @@ TEST(Trace, PutsAMessageIntoWordsAndBytes) {
   }
 }
 
-// Whatever the modem makes of it: a value that is longer than it says, an answer to a request that
-// has timed out, a card's answer to anything but a memory reset.
+// Whatever the modem makes of it: "ab" is what must not be seen.
 TEST(Trace, HidesWhatAModemMayTellInAnotherWay) {
   const qmi_idl_service_object& uim = *uim_get_service_object_internal_v01(1, 109, 6);
   const qmi_idl_service_object& extend = *velmor_extend_get_service_object_internal_v01(1, 1, 6);
-  const std::string result = "02 0400 0000 0000";
+  const std::string good = "02 0400 0000 0000", zeros(1024, '0');
+  const std::string head = "01 0400 00000000 02 0400 00020000 ", payload = "10 0002" + zeros;
   const Bytes reset = bytes("01 0100 02 02 0a00 0800 80e2910002 bf3400");
   const Bytes get_eid = bytes("01 0100 02 02 0c00 0a00 80e2910006 bf3e035c015a");
+  const Bytes imei = bytes("01 0400 02000000 02 0400 00020000 10 0002 01002602" + zeros.substr(8));
+  const Bytes item_77 =
+      bytes("01 0400 02000000 02 0400 00020000 10 0002 01004d00" + zeros.substr(8));
+  constexpr Kind kResponse = Kind::Response, kIndication = Kind::Indication;
   const struct {
     const char* what;
     const qmi_idl_service_object& service;
+    Kind kind;
     uint16_t message;
     std::string body;
     std::span<const uint8_t> request;
     bool shown;
   } rows[] = {
-      {"behind an EID of no bytes", uim, 0x65, result + "10 0300 00 abab", {}, false},
-      {"an EID where none is known", uim, 0x65, result + "77 0200 abab", {}, false},
-      {"a list of cards", uim, 0x2f, result + "77 0200 abab", {}, true},
-      {"the answer to a memory reset", uim, 0x3b, result + "10 0400 0200 abab", reset, true},
-      {"the answer to another command", uim, 0x3b, result + "10 0400 0200 abab", get_eid, false},
-      {"a late answer of a card", uim, 0x3b, result + "10 0400 0200 abab", {}, false},
-      {"a late answer with NV data",
+      {"behind an EID of no bytes", uim, kResponse, 0x65, good + "10 0300 00 abab", {}, false},
+      {"behind an EID's length", uim, kResponse, 0x65, good + "10 0100 10 abababab", {}, false},
+      {"an EID behind a result", uim, kResponse, 0x65, "02 0600 0000 0000 abab", {}, false},
+      {"an EID in another TLV", uim, kResponse, 0x65, good + "77 0200 abab", {}, false},
+      {"an EID in a request", uim, Kind::Request, 0x65, "10 0200 abab", {}, false},
+      {"an unknown message", uim, kResponse, 0x66, good + "10 0200 abab", {}, false},
+      {"a list of cards", uim, kResponse, 0x2f, good + "77 0200 abab", {}, true},
+      {"the answer to a selection", uim, kResponse, 0x42, good + "12 0200 01 ab", {}, false},
+      {"the answer to a reset", uim, kResponse, 0x3b, good + "10 0400 0200 abab", reset, true},
+      {"to another command", uim, kResponse, 0x3b, good + "10 0400 0200 abab", get_eid, false},
+      {"the same in another TLV", uim, kResponse, 0x3b, good + "13 0200 abab", get_eid, false},
+      {"a late answer of a card", uim, kResponse, 0x3b, good + "10 0400 0200 abab", {}, false},
+      {"an NV item", extend, kResponse, 2, head + payload + "11 0200 abab", item_77, true},
+      {"beside the IMEI", extend, kResponse, 2, head + payload + "11 0200 abab", imei, false},
+      {"behind a short IMEI", extend, kResponse, 2, head + "10 0100 00 abababab", imei, false},
+      {"a late answer",
        extend,
-       0x02,
-       "01 0400 00000000 02 0400 00020000 10 0002" + std::string(1024, 'a'),
+       kResponse,
+       2,
+       head + "10 0002" + std::string(1024, 'a') + "ab",
        {},
        false},
+      {"an indication", extend, kIndication, 3, head + "10 0002 abab" + zeros.substr(4), {}, false},
   };
   for (const auto& row : rows) {
-    const Bytes packet = testing_support::packet(Kind::Response, 1, row.message, bytes(row.body));
+    const Bytes packet = testing_support::packet(row.kind, 1, row.message, bytes(row.body));
     const std::string text = trace::text('<', row.service, packet, row.request, false);
-    const bool shown = text.find("ab") != std::string::npos || text.find("aa") != std::string::npos;
+    const bool shown =
+        text.find(" ab") != std::string::npos || text.find("171") != std::string::npos;
     EXPECT_EQ(shown, row.shown) << row.what << ":\n" << text;
+    EXPECT_NE(trace::text('<', row.service, packet, row.request, true).find(" ab"),
+              std::string::npos);
   }
 }
 

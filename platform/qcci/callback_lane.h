@@ -14,7 +14,7 @@ namespace qmi {
 
 class CallbackLane : public std::enable_shared_from_this<CallbackLane> {
  public:
-  // Queues a callback. Dropped once the lane is closed.
+  // Queues a callback. Dropped once the lane is closed, or when no thread can be had.
   void post(std::function<void()> callback);
 
   // Lets the queued callbacks finish and takes no more. Called from a callback of this lane it

@@ -164,10 +164,15 @@ bool decode_tlvs(const Message& message, Reader in, uint8_t* c_struct) {
     if (!value) return false;
     const Field* row = find_row(message.fields, tlv);
     if (row == nullptr) continue;
+    const uint64_t bit = uint64_t{1} << (row - message.fields.data());
+    // Of a TLV that comes again the last one counts, and nothing of the one before it.
+    if ((seen & bit) != 0) {
+      memset(c_struct + row->offset, 0, size_t{row->shape.c_bytes} * row->shape.bound);
+    }
     Reader inside(*value);
     if (!read_value(*row, inside, c_struct) || inside.left() > 0) return false;
     if (row->presence == Optional) c_struct[row->valid_offset] = 1;
-    seen |= uint64_t{1} << (row - message.fields.data());
+    seen |= bit;
   }
   for (const Field& row : message.fields) {
     const bool arrived = (seen >> (&row - message.fields.data()) & 1) != 0;

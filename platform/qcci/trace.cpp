@@ -38,18 +38,37 @@ void append_character(std::string& out, uint8_t byte) {
   }
 }
 
+// Whether a message may tell an identity: one that is known does where its table says so, one that
+// is not known wherever its service can.
+bool may_identify(const qmi_idl_service_object& service, const Message* message,
+                  std::span<const uint8_t> request) {
+  const auto row_does = [&](const Field& row, Kind kind) {
+    if (row.shape.hidden) return true;
+    if (row.shape.payload == nullptr) return false;
+    return message == nullptr || row.shape.payload(kind, request).hidden_from != SIZE_MAX;
+  };
+  for (const Message& one : service.messages) {
+    if (message != nullptr && message != &one) continue;
+    for (const Field& row : one.fields) {
+      if (row_does(row, one.kind)) return true;
+    }
+  }
+  return false;
+}
+
 // Puts the fields of one packet into words and remembers which bytes must not be shown. A value
-// that is cut short ends the words of its TLV; the bytes follow anyway.
+// that is cut short ends the words of its TLV; the bytes follow anyway. In a guarded packet, whose
+// message may tell an identity, nothing is shown that does not stand where it should.
 class Words {
  public:
   // `message` is null for one that is not known.
   Words(std::span<const uint8_t> packet, const Message* message, std::span<const uint8_t> request,
-        bool show_hidden)
+        bool guarded)
       : packet_(packet),
         message_(message),
         request_(request),
         hidden_(packet.size()),
-        show_hidden_(show_hidden) {}
+        guarded_(guarded) {}
 
   std::string tlvs() {
     at_ = kHeaderBytes;
@@ -61,18 +80,21 @@ class Words {
       out_ += "  ";
       if (const Field* row = find_row(tlv)) {
         value(*row);
-        cover(at_, end_);  // what is left over, should the value be longer than it says
       } else {
         char name[16];
         snprintf(name, sizeof name, "0x%02x = ", tlv);
         out_ += name;
-        if (hides_something()) hide_from(at_);
+        hide_from(at_);
         bytes(end_ - at_);
       }
-      hide_from_ = SIZE_MAX;
       out_ += '\n';
+      if (guarded_ && (cut_ || at_ != end_)) break;
+      cut_ = false;
+      hide_from_ = SIZE_MAX;
       at_ = end_;
     }
+    hide_from(at_);
+    cover(at_, packet_.size());
     return std::move(out_);
   }
 
@@ -91,21 +113,12 @@ class Words {
   }
 
  private:
-  std::span<const Field> rows() const {
-    return message_ != nullptr ? message_->fields : std::span<const Field>();
-  }
-
   const Field* find_row(uint8_t tlv) const {
-    for (const Field& row : rows()) {
+    if (message_ == nullptr) return nullptr;
+    for (const Field& row : message_->fields) {
       if (row.tlv == tlv) return &row;
     }
     return nullptr;
-  }
-
-  // A message with a hidden value may have it in another TLV than its table says.
-  bool hides_something() const {
-    return std::any_of(rows().begin(), rows().end(),
-                       [](const Field& row) { return row.shape.hidden; });
   }
 
   void value(const Field& field) {
@@ -128,7 +141,7 @@ class Words {
 
   void list(const Shape& shape, size_t count) {
     out_ += '[';
-    for (size_t i = 0; i < count && at_ < end_; ++i) {
+    for (size_t i = 0; i < count && !cut_; ++i) {
       if (i > 0) out_ += ", ";
       element(shape);
     }
@@ -154,7 +167,8 @@ class Words {
     size_t scalar = 0;
     const bool whole = number(shape.wire_bytes, scalar);
     if (!whole) at_ = end_;
-    out_ += whole && !cover(start, at_) ? std::to_string(scalar) : "..";
+    const bool hidden = cover(start, at_);
+    out_ += whole && !hidden ? std::to_string(scalar) : "..";
   }
 
   void members(const Field* members, uint16_t count) {
@@ -167,7 +181,8 @@ class Words {
   }
 
   bool number(size_t width, size_t& value) {
-    if (end_ - at_ < width) return false;
+    cut_ = cut_ || end_ - at_ < width;
+    if (cut_) return false;
     value = 0;
     for (size_t i = 0; i < width; ++i) value |= size_t{packet_[at_ + i]} << 8 * i;
     at_ += width;
@@ -206,6 +221,7 @@ class Words {
 
   std::span<const uint8_t> take(size_t count) {
     const auto taken = packet_.subspan(at_, std::min(count, end_ - at_));
+    cut_ = cut_ || taken.size() < count;
     at_ += taken.size();
     return taken;
   }
@@ -216,9 +232,9 @@ class Words {
     return listed;
   }
 
-  // From here to the end of the TLV.
+  // From here to the end of the TLV, in a guarded packet.
   void hide_from(size_t at) {
-    if (!show_hidden_) hide_from_ = std::min(hide_from_, at);
+    if (guarded_) hide_from_ = std::min(hide_from_, at);
   }
 
   // Hides what of these bytes is to be hidden; whether there was any.
@@ -231,10 +247,11 @@ class Words {
   const Message* const message_;
   const std::span<const uint8_t> request_;
   std::vector<bool> hidden_;
-  const bool show_hidden_;
+  const bool guarded_;
   std::string out_;
   size_t at_ = 0;
   size_t end_ = 0;  // of the TLV
+  bool cut_ = false;
   size_t hide_from_ = SIZE_MAX;
 };
 
@@ -254,13 +271,14 @@ std::string text(char direction, const qmi_idl_service_object& service,
              packet.size());
     // What a value would be is not known, so none is shown.
     const size_t shown = show_hidden ? packet.size() : std::min(packet.size(), kHeaderBytes);
-    return line + Words(packet.first(shown), nullptr, {}, true).hex();
+    return line + Words(packet.first(shown), nullptr, {}, false).hex();
   }
-  const Message* message = service.find(header->kind, header->message);
+  const bool is_expected = (direction == '>') == (header->kind == Kind::Request);
+  const Message* message = is_expected ? service.find(header->kind, header->message) : nullptr;
   snprintf(line, sizeof line, "%c %s 0x%04x %s %s #%u len %u\n", direction, service.name,
            header->message, message != nullptr ? message->name : "unknown", word(header->kind),
            header->transaction, header->length);
-  Words words(packet, message, request, show_hidden);
+  Words words(packet, message, request, !show_hidden && may_identify(service, message, request));
   std::string out = line;
   out += words.tlvs();
   return out + words.hex();
