@@ -72,29 +72,25 @@ constexpr const char* kRestartLevelBackup = "persist.vendor.ssr.restart_level_ba
 constexpr const char* kRestartsOff = "ALL_DISABLE";
 constexpr size_t kPropertyRoom = 256;
 
-// A file of the modem, on subscription 0.
-struct EfsFile {
-  const char* path;
-
-  int read(unsigned char* buf, unsigned int* len) const {
-    return velmor_efs_read(0, const_cast<char*>(path), length(), buf, len);
-  }
-  int write(unsigned char* buf, unsigned int len) const {
-    return velmor_efs_write(0, const_cast<char*>(path), length(), buf, len);
-  }
-  int remove() const { return velmor_efs_delete(0, const_cast<char*>(path), length()); }
-
- private:
-  int length() const { return static_cast<int>(strlen(path)); }
-};
-
-constexpr EfsFile kUpdateCount = {kEfsSsrUpdateCount.path};
+// The modem's files of subscription 0.
+int path_len(const velmor_efs_file& file) {
+  return static_cast<int>(strlen(file.path));
+}
+int read_file(const velmor_efs_file& file, unsigned char* buf, unsigned int* len) {
+  return velmor_efs_read(0, const_cast<char*>(file.path), path_len(file), buf, len);
+}
+int write_file(const velmor_efs_file& file, unsigned char* buf, unsigned int len) {
+  return velmor_efs_write(0, const_cast<char*>(file.path), path_len(file), buf, len);
+}
+int delete_file(const velmor_efs_file& file) {
+  return velmor_efs_delete(0, const_cast<char*>(file.path), path_len(file));
+}
 
 uint32_t velmor_smart_test_read_ssr_update_flag() {
   uint32_t update_cnt = 0;
   unsigned char bytes[sizeof update_cnt] = {};
   unsigned int len = sizeof bytes;
-  const int ret = kUpdateCount.read(bytes, &len);
+  const int ret = read_file(kEfsSsrUpdateCount, bytes, &len);
   memcpy(&update_cnt, bytes, sizeof bytes);
   VELMOR_LOG_DEBUG("PROP_MODEM_SSR_UPDATE_COUNT read ret: %d, old update_cnt: %d, len: %d", ret,
                    static_cast<int>(update_cnt), static_cast<int>(len));
@@ -107,7 +103,7 @@ void velmor_smart_test_save_ssr_update_flag() {
   const uint32_t update_cnt = velmor_smart_test_read_ssr_update_flag() + 1;
   unsigned char bytes[sizeof update_cnt];
   memcpy(bytes, &update_cnt, sizeof bytes);
-  const int ret = kUpdateCount.write(bytes, sizeof bytes);
+  const int ret = write_file(kEfsSsrUpdateCount, bytes, sizeof bytes);
   VELMOR_LOG_DEBUG("PROP_MODEM_SSR_UPDATE_COUNT write ret: %d, new update_cnt: %d", ret,
                    static_cast<int>(update_cnt));
 }
@@ -159,23 +155,23 @@ void velmor_smart_test_ap_skarn_switch(int opt) {
 // A switch of the modem's printing: a file that it reads when it starts.
 struct PrintSwitch {
   const char* name;
-  EfsFile file;
+  velmor_efs_file file;
   unsigned char on[4];
   unsigned int on_len;
 };
-constexpr PrintSwitch kSkarnPrint = {"bp_skarn_print", {kEfsSkarnPrint.path}, {0x1F}, 4};
-constexpr PrintSwitch kQmiPrint = {"bp_qmi_print", {kEfsQmiPrint.path}, {1}, 1};
-constexpr PrintSwitch kRfPrint = {"bp_rf_print", {kEfsRfPrint.path}, {0x0F}, 4};
+constexpr PrintSwitch kSkarnPrint = {"bp_skarn_print", kEfsSkarnPrint, {0x1F}, 4};
+constexpr PrintSwitch kQmiPrint = {"bp_qmi_print", kEfsQmiPrint, {1}, 1};
+constexpr PrintSwitch kRfPrint = {"bp_rf_print", kEfsRfPrint, {0x0F}, 4};
 
 // Switches it, then restarts the modem.
 void turn(PrintSwitch print, int opt, const LogPlace& place) {
   velmor_log(LogLevel::Debug, place, "%s, opt = %d", print.name, opt);
   if (opt == 1) {
-    if (print.file.write(print.on, print.on_len) != 0) {
+    if (write_file(print.file, print.on, print.on_len) != 0) {
       velmor_log(LogLevel::Debug, place, "velmor_efs_write failed");
       return;
     }
-  } else if (print.file.remove() != 0) {
+  } else if (delete_file(print.file) != 0) {
     velmor_log(LogLevel::Debug, place, "velmor_efs_delete failed");
     return;
   }
