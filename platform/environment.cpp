@@ -80,8 +80,9 @@ std::string parse_device_root() {
 #ifdef TOVI_DEVICE
   return "";
 #else
+  // Without a folder there is no device: this machine's own /dev is none.
   const std::string* state = state_folder();
-  return state != nullptr ? *state + "/device" : "";
+  return state != nullptr ? *state + "/device" : "/nonexistent";
 #endif
 }
 

@@ -36,7 +36,7 @@ constexpr Field kNvefsRsp[] = {
   { U32,                          QMI_FIELD(nvefs_rsp, data_len_all)  },
   { U32,                          QMI_FIELD(nvefs_rsp, data_len_send) },
   { U32,                          QMI_FIELD(nvefs_rsp, unread_12)     },
-  { U32,                          QMI_FIELD(nvefs_rsp, result)        },
+  { I32,                          QMI_FIELD(nvefs_rsp, result)        },
   { Bytes(kNvefsDataMax),         QMI_FIELD(nvefs_rsp, data)          },
 };
 constexpr Field kTlvReq[] = {
@@ -53,7 +53,7 @@ constexpr Field kDirectReq[] = {
 };
 constexpr Field kCommonRsp[] = {
   { U32,                          QMI_FIELD(common_rsp, unread)       },
-  { U32,                          QMI_FIELD(common_rsp, result)       },
+  { I32,                          QMI_FIELD(common_rsp, result)       },
   { Bytes(500),                   QMI_FIELD(common_rsp, data)         },
 };
 

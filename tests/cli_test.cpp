@@ -274,11 +274,13 @@ TEST_F(Cli, TheTraceShowsWhatWasAskedAndAnswered) {
       {{"6", "5", "35"},
        {" > extend 0x0002 send_data req #1 len 529\n  request_id = 5\n"
         "  data_len = 1\n  data = 512 bytes: 23 00*511\n  00 01 00 02 00 11 02 ",
+        "\n  *\n  00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00\n",
         " < extend 0x0002 send_data rsp #1 len 14\n  result = 1\n"}},
       {{"4", "4", "1", "/nv/item_files/ims/IMS_enable"},
        {"data = efs_read {op_type = 4, sub_id = 1, id = 0, path_len = 29, "
         "path = \"/nv/item_files/ims/IMS_enable\", ",
         "data = efs_read {unread_0 = 0, data_len_all = 1, ", "result = 0, data = 424 bytes: "}},
+      {{"4", "6", "1", "/nothing"}, {"result = -2, data = 424 bytes: 00*424}\n"}},
       {{"3", "0", "7"},
        {"data = gpio_set {type = 0, reserved = 0, value = 504 bytes: 01 00 00 00 07"}},
       {{"11", "2"},

@@ -44,6 +44,7 @@ struct Shape {
   bool hidden = false;
   bool lenient = false;
   bool text = false;
+  bool is_signed = false;  // for the trace
   PayloadOf payload = nullptr;
 
   constexpr bool counted() const { return form == Form::Counted8 || form == Form::Counted16; }
@@ -56,6 +57,7 @@ inline constexpr Shape U8{1, 1};
 inline constexpr Shape U16{2, 2};
 inline constexpr Shape U32{4, 4};
 inline constexpr Shape U64{8, 8};
+inline constexpr Shape I32{.wire_bytes = 4, .c_bytes = 4, .is_signed = true};
 inline constexpr Shape U8as32{1, 4};
 inline constexpr Shape U16as32{2, 4};
 

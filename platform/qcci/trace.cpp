@@ -21,6 +21,8 @@ const char* word(Kind kind) {
   return "???";
 }
 
+constexpr size_t kHexBytes = 32;  // in a line
+
 void append_hex(std::string& out, uint8_t byte) {
   constexpr const char* kDigits = "0123456789abcdef";
   out += kDigits[byte >> 4];
@@ -98,16 +100,28 @@ class Words {
     return std::move(out_);
   }
 
+  // Lines of 32 bytes; "*" stands for any number of lines like the one above it.
   std::string hex() const {
-    std::string out;
-    for (size_t i = 0; i < packet_.size(); ++i) {
-      out += i % 32 == 0 ? "  " : " ";
-      if (hidden_[i]) {
-        out += "..";
-      } else {
-        append_hex(out, packet_[i]);
+    std::string out, above;
+    bool folded = false;
+    for (size_t at = 0; at < packet_.size(); at += kHexBytes) {
+      std::string line = " ";
+      for (size_t i = at; i < std::min(at + kHexBytes, packet_.size()); ++i) {
+        line += ' ';
+        if (hidden_[i]) {
+          line += "..";
+        } else {
+          append_hex(line, packet_[i]);
+        }
       }
-      if (i % 32 == 31 || i + 1 == packet_.size()) out += '\n';
+      line += '\n';
+      if (line != above) {
+        out += line;
+      } else if (!folded) {
+        out += "  *\n";
+      }
+      folded = line == above;
+      above = std::move(line);
     }
     return out;
   }
@@ -168,7 +182,13 @@ class Words {
     const bool whole = number(shape.wire_bytes, scalar);
     if (!whole) at_ = end_;
     const bool hidden = cover(start, at_);
-    out_ += whole && !hidden ? std::to_string(scalar) : "..";
+    if (!whole || hidden) {
+      out_ += "..";
+    } else if (shape.is_signed) {
+      out_ += std::to_string(static_cast<int32_t>(scalar));
+    } else {
+      out_ += std::to_string(scalar);
+    }
   }
 
   void members(const Field* members, uint16_t count) {
