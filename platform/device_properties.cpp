@@ -80,12 +80,12 @@ class SystemProperties {
   std::string get(const char* key) {
     MutexLock hold(lock_);
     Known& known = known_[key];
-    const auto now = timing::Clock::now();
-    if (known.asked != timing::kPast && now - known.asked < kFresh) return known.value;
-    std::string value = run(kGetprop, key, nullptr).value_or("");
-    if (value.ends_with('\n')) value.pop_back();
-    known = {value, now};
-    return value;
+    const bool is_fresh = known.told != timing::kPast && timing::Clock::now() - known.told < kFresh;
+    if (is_fresh) return known.value;
+    known.value = run(kGetprop, key, nullptr).value_or("");
+    if (known.value.ends_with('\n')) known.value.pop_back();
+    known.told = timing::Clock::now();
+    return known.value;
   }
 
   bool set(const char* key, const char* value) {
@@ -98,7 +98,7 @@ class SystemProperties {
   static constexpr std::chrono::seconds kFresh{1};
   struct Known {
     std::string value;
-    timing::Deadline asked = timing::kPast;
+    timing::Deadline told = timing::kPast;
   };
 
   Mutex lock_;
