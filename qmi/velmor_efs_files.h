@@ -1,12 +1,14 @@
 // The files of the modem's file system that this program, and the people who use it, work with.
 #pragma once
 
-#include <cstdint>
+#include <string>
 
 struct velmor_efs_file {
   const char* path;
   const char* help;     // one line, for the completion
   bool hidden = false;  // identifies the device: the trace shows no content of it
+
+  constexpr int path_len() const { return static_cast<int>(std::char_traits<char>::length(path)); }
 };
 
 inline constexpr velmor_efs_file kEfsEsimEnable = {"/nv/item_files/modem/uim/uimdrv/esim_enable",

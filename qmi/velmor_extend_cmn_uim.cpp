@@ -150,9 +150,8 @@ constexpr uint8_t kIsdR[] = {0xA0, 0x00, 0x00, 0x05, 0x59, 0x10, 0x10, 0xFF,
 int store_esim_enable(const Operation& op, int32_t esim_enable, const char* direction) {
   unsigned char bytes[sizeof esim_enable];
   memcpy(bytes, &esim_enable, sizeof bytes);
-  const auto path_len = static_cast<int>(strlen(kEfsEsimEnable.path));
   const int code =
-      velmor_efs_write(1, const_cast<char*>(kEfsEsimEnable.path), path_len, bytes, sizeof bytes);
+      velmor_efs_write(1, kEfsEsimEnable.path, kEfsEsimEnable.path_len(), bytes, sizeof bytes);
   if (code == 0) return 0;
   velmor_log(LogLevel::Debug, op.place, "Velmor, power %s write esim efs file failed", direction);
   return -1;

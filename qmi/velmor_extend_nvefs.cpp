@@ -187,7 +187,7 @@ int velmor_nv_delete(unsigned int sub_id, unsigned int nv_id) {
   return op.exchange_for_result("rsp.result", false);
 }
 
-int velmor_efs_read(unsigned int sub_id, char* efs_path, int path_len, unsigned char* buf,
+int velmor_efs_read(unsigned int sub_id, const char* efs_path, int path_len, unsigned char* buf,
                     unsigned int* p_buf_len) {
   LogScope scope;
   MutexLock hold(g_efs_lock);
@@ -231,7 +231,7 @@ int velmor_efs_read(unsigned int sub_id, char* efs_path, int path_len, unsigned 
   }
 }
 
-int velmor_efs_write(unsigned int sub_id, char* efs_path, int path_len, unsigned char* buf,
+int velmor_efs_write(unsigned int sub_id, const char* efs_path, int path_len, unsigned char* buf,
                      unsigned int buf_len) {
   LogScope scope;
   MutexLock hold(g_efs_lock);
@@ -269,7 +269,7 @@ int velmor_efs_write(unsigned int sub_id, char* efs_path, int path_len, unsigned
   }
 }
 
-int velmor_efs_delete(unsigned int sub_id, char* efs_path, int path_len) {
+int velmor_efs_delete(unsigned int sub_id, const char* efs_path, int path_len) {
   LogScope scope;
   MutexLock hold(g_efs_lock);
   VELMOR_LOG_DEBUG("velmor_efs_delete, sub_id %d, path_len: %d", static_cast<int>(sub_id),

@@ -29,16 +29,16 @@ inline constexpr int kEfsPathMax = 70;      // of one to write or delete
 // arrived.
 int velmor_nv_read(unsigned int sub_id, unsigned int nv_id, unsigned char* buf,
                    unsigned int* p_buf_len);
-int velmor_efs_read(unsigned int sub_id, char* efs_path, int path_len, unsigned char* buf,
+int velmor_efs_read(unsigned int sub_id, const char* efs_path, int path_len, unsigned char* buf,
                     unsigned int* p_buf_len);
 
 // Write an NV item (1 to 424 bytes) or a file (1 to 102410 bytes).
 int velmor_nv_write_ex(unsigned int sub_id, unsigned int nv_id, unsigned char* buf, int buf_len);
-int velmor_efs_write(unsigned int sub_id, char* efs_path, int path_len, unsigned char* buf,
+int velmor_efs_write(unsigned int sub_id, const char* efs_path, int path_len, unsigned char* buf,
                      unsigned int buf_len);
 
 int velmor_nv_delete(unsigned int sub_id, unsigned int nv_id);
-int velmor_efs_delete(unsigned int sub_id, char* efs_path, int path_len);
+int velmor_efs_delete(unsigned int sub_id, const char* efs_path, int path_len);
 
 // Asks the modem to commit NV and EFS to storage. 0 only when the exchange and the modem's own
 // result are both 0; else the two OR-ed.

@@ -149,6 +149,14 @@ TEST(Codec, DecodesInAnyOrderAndSkipsTheUnknown) {
   EXPECT_EQ(c.secret, 0x0807060504030201u);
 }
 
+TEST(Codec, OfARepeatedTlvTheLastCounts) {
+  Everything c;
+  ASSERT_TRUE(decode(kMessage, bytes(std::string(kRequired) + "04 0300 01 09 00"), &c));
+  ASSERT_EQ(c.list_len, 1u);
+  EXPECT_EQ(c.list[0].wide, 9u);
+  EXPECT_EQ(c.list[1].wide, 0u);
+}
+
 TEST(Codec, MalformedBodiesFailAndLeaveTheStructureCleared) {
   const std::string word = "03 0200 3412", list = "04 0100 00", result = "02 0400 0000 0000";
   const struct {

@@ -73,17 +73,14 @@ constexpr const char* kRestartsOff = "ALL_DISABLE";
 constexpr size_t kPropertyRoom = 256;
 
 // The modem's files of subscription 0.
-int path_len(const velmor_efs_file& file) {
-  return static_cast<int>(strlen(file.path));
-}
 int read_file(const velmor_efs_file& file, unsigned char* buf, unsigned int* len) {
-  return velmor_efs_read(0, const_cast<char*>(file.path), path_len(file), buf, len);
+  return velmor_efs_read(0, file.path, file.path_len(), buf, len);
 }
 int write_file(const velmor_efs_file& file, unsigned char* buf, unsigned int len) {
-  return velmor_efs_write(0, const_cast<char*>(file.path), path_len(file), buf, len);
+  return velmor_efs_write(0, file.path, file.path_len(), buf, len);
 }
 int delete_file(const velmor_efs_file& file) {
-  return velmor_efs_delete(0, const_cast<char*>(file.path), path_len(file));
+  return velmor_efs_delete(0, file.path, file.path_len());
 }
 
 uint32_t velmor_smart_test_read_ssr_update_flag() {

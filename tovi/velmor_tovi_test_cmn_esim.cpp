@@ -20,9 +20,6 @@ constexpr uint8_t kSlot = 2;  // the one that is shared
 constexpr size_t kEidBytes = 16;
 constexpr uint32_t kEidPauseMs = 100;
 
-char* const g_eid_path = const_cast<char*>(kEfsEsimEid.path);
-const int kEidPathLen = static_cast<int>(strlen(kEfsEsimEid.path));
-
 uint8_t IS_EID_SAVE;  // 1 once the EID is known to be stored in the modem
 
 // Powers the slot down, and up again with `up` as its new content. False when either fails.
@@ -188,7 +185,7 @@ void save_eid_to_efs(const uint8_t eid[16]) {
   }
   unsigned char buf[kEidBytes] = {};
   unsigned int len = sizeof buf;
-  const int error_code = velmor_efs_read(1, g_eid_path, kEidPathLen, buf, &len);
+  const int error_code = velmor_efs_read(1, kEfsEsimEid.path, kEfsEsimEid.path_len(), buf, &len);
   if (error_code == 0) {
     VELMOR_LOG_DEBUG("EID already exists, set IS_EID_SAVE TRUE");
     IS_EID_SAVE = 1;
@@ -196,7 +193,7 @@ void save_eid_to_efs(const uint8_t eid[16]) {
   }
   VELMOR_LOG_DEBUG("efs read failed and try save it. error_code : %d", error_code);
   memcpy(buf, eid, sizeof buf);
-  const int result = velmor_efs_write(1, g_eid_path, kEidPathLen, buf, sizeof buf);
+  const int result = velmor_efs_write(1, kEfsEsimEid.path, kEfsEsimEid.path_len(), buf, sizeof buf);
   VELMOR_LOG_DEBUG("save eid efs result = %d", result);
   if (result != 0) return;
   VELMOR_LOG_DEBUG("save eid successfully, set IS_EID_SAVE TRUE");

@@ -43,7 +43,7 @@ unsigned int nv_id_of(char** argv) {
   return static_cast<unsigned int>(velmor_atoi(argv[4]));
 }
 
-char* path_of(char** argv) {
+const char* path_of(char** argv) {
   return argv[4];
 }
 

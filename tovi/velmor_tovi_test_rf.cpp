@@ -47,7 +47,7 @@ constexpr HelpLine kHelp[] = {
 
 // The modem expects the length of these files' paths with their NUL.
 int path_len(const velmor_efs_file& file) {
-  return static_cast<int>(strlen(file.path)) + 1;
+  return file.path_len() + 1;
 }
 
 constexpr int kBufBytes = 365;
@@ -88,8 +88,7 @@ int show_setting(int argc, int command, const velmor_efs_file& file, const char*
   if (!has_exactly_3_inputs(argc, command, place)) return VELMOR_INVALID_ARGUMENT;
   unsigned char buf[kBufBytes] = {};
   unsigned int len = sizeof buf;
-  const int code =
-      noted(velmor_efs_read(0, const_cast<char*>(file.path), path_len(file), buf, &len), place);
+  const int code = noted(velmor_efs_read(0, file.path, path_len(file), buf, &len), place);
   if (code != 0) return code;
   velmor_log(LogLevel::Debug, place, "data len(%d)%sdata: ", static_cast<int>(len), separator);
   velmor_log_bytes({buf, len}, place);
@@ -100,7 +99,7 @@ int delete_setting(int argc, int command, const velmor_efs_file& file,
                    const LogPlace& place = LogPlace::here()) {
   velmor_log(LogLevel::Debug, place, "%s", place.function);
   if (!has_exactly_3_inputs(argc, command, place)) return VELMOR_INVALID_ARGUMENT;
-  return noted(velmor_efs_delete(0, const_cast<char*>(file.path), path_len(file)), place);
+  return noted(velmor_efs_delete(0, file.path, path_len(file)), place);
 }
 
 int velmor_gpio_test_set(int argc, char** argv) {

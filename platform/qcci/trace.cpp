@@ -115,12 +115,13 @@ class Words {
         }
       }
       line += '\n';
-      if (line != above) {
+      const bool repeats = line == above;
+      if (!repeats) {
         out += line;
       } else if (!folded) {
         out += "  *\n";
       }
-      folded = line == above;
+      folded = repeats;
       above = std::move(line);
     }
     return out;
