@@ -1,0 +1,272 @@
+// The NV/EFS library: what it sends, byte for byte, what it makes of whatever comes back, and files
+// of every size on their way through the simulated modem.
+#include "modem.h"
+#include "sim_extension.h"
+#include "support/extend_fixture.h"
+#include "velmor_extend_nvefs.h"
+#include "velmor_utils.h"
+
+namespace {
+
+using namespace testing_support;
+
+class Nvefs : public Extend {};
+
+char g_path[] = "/ab";
+
+TEST_F(Nvefs, NvAndEfsRequestsByteForByte) {
+  unsigned char buf[512] = {0x11, 0x22, 0x33};
+  unsigned int room = 8;
+  const std::string no_path(2 * 72, '0');  // offsets 4 to 75
+  const std::string path = "032f6162" + std::string(2 * 68, '0');
+  const std::string nothing(2 * 72, '0');
+  const struct {
+    std::function<int()> call;
+    std::string payload;
+  } rows[] = {
+      {[&] { return velmor_nv_read(1, 7232, buf, &room); }, "0101401c"},
+      {[&] { return velmor_nv_write_ex(0, 550, buf, 3); },
+       "02002602" + no_path + "03000000" + std::string(16, '0') + "112233"},
+      {[&] { return velmor_nv_delete(1, 10); }, "03010a"},
+      {[&] { return velmor_efs_read(0, g_path, 3, buf, &room); }, "04000000032f6162"},
+      {[&] { return velmor_efs_write(1, g_path, 3, buf, 3); },
+       "0501ff00" + path + "03000000" + "03000000" + "00000000" + "112233"},
+      {[&] { return velmor_efs_delete(0, g_path, 3); }, "06000000032f6162"},
+  };
+  for (const auto& row : rows) {
+    room = 8;
+    buf[0] = 0x11;
+    reply(nvefs_rsp(1, 1, 0, {0x11}));
+    EXPECT_EQ(row.call(), 0) << row.payload;
+    EXPECT_EQ(sent(), row.payload);
+    EXPECT_EQ(hex(std::span(modem.requests()[0]).subspan(7, 17)),
+              request_prefix("02000000", "00020000"));
+  }
+}
+
+TEST_F(Nvefs, NvefsChecksItsArgumentsInOrderAndSendsNothing) {
+  unsigned char buf[512] = {};
+  unsigned int room = 8, none = 0;
+  const struct {
+    int code;
+    std::function<int()> call;
+  } rows[] = {
+      {-104, [&] { return velmor_nv_read(2, 9999, nullptr, nullptr); }},
+      {-109, [&] { return velmor_nv_read(0, 7233, nullptr, nullptr); }},
+      {-107, [&] { return velmor_nv_read(0, 1, nullptr, nullptr); }},
+      {-108, [&] { return velmor_nv_read(0, 1, buf, nullptr); }},
+      {-108, [&] { return velmor_nv_read(0, 1, buf, &none); }},
+      {-109, [&] { return velmor_nv_write_ex(0, 0xFFFFFFFF, nullptr, 0); }},
+      {-107, [&] { return velmor_nv_write_ex(0, 1, nullptr, 0); }},
+      {-108, [&] { return velmor_nv_write_ex(0, 1, buf, 0); }},
+      {-108, [&] { return velmor_nv_write_ex(0, 1, buf, 425); }},
+      {-108, [&] { return velmor_nv_write_ex(0, 1, buf, -1); }},
+      {-104, [&] { return velmor_nv_delete(2, 1); }},
+      {-109, [&] { return velmor_nv_delete(1, 7233); }},
+      {-104, [&] { return velmor_efs_read(2, nullptr, 0, nullptr, nullptr); }},
+      {-105, [&] { return velmor_efs_read(0, nullptr, 0, nullptr, nullptr); }},
+      {-106, [&] { return velmor_efs_read(0, g_path, 0, nullptr, nullptr); }},
+      {-106, [&] { return velmor_efs_read(0, g_path, 72, nullptr, nullptr); }},
+      {-106, [&] { return velmor_efs_read(0, g_path, -3, nullptr, nullptr); }},
+      {-107, [&] { return velmor_efs_read(0, g_path, 3, nullptr, nullptr); }},
+      {-108, [&] { return velmor_efs_read(0, g_path, 3, buf, nullptr); }},
+      {-108, [&] { return velmor_efs_read(0, g_path, 3, buf, &none); }},
+      {-106, [&] { return velmor_efs_write(0, g_path, 71, nullptr, 0); }},
+      {-107, [&] { return velmor_efs_write(0, g_path, 3, nullptr, 0); }},
+      {-108, [&] { return velmor_efs_write(0, g_path, 3, buf, 0); }},
+      {-108, [&] { return velmor_efs_write(0, g_path, 3, buf, 102411); }},
+      {-105, [&] { return velmor_efs_delete(0, nullptr, 3); }},
+      {-106, [&] { return velmor_efs_delete(0, g_path, 71); }},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(row.call(), row.code) << &row - rows;
+  }
+  EXPECT_TRUE(modem.requests().empty());
+
+  char longest[72];
+  memset(longest, 'p', sizeof longest);
+  reply(nvefs_rsp(1, 1, 0, {1}));
+  EXPECT_EQ(velmor_efs_read(0, longest, 71, buf, &room), 0);
+  EXPECT_EQ(velmor_efs_write(0, longest, 70, buf, 1), 0);
+  EXPECT_EQ(velmor_nv_write_ex(0, 1, buf, 424), 0);
+  EXPECT_EQ(modem.requests().size(), 3u);
+}
+
+TEST_F(Nvefs, AnswersOfEveryShapeHaveADocumentedOutcome) {
+  unsigned char buf[64];
+  unsigned int room;
+  const auto nv_read = [&] { return velmor_nv_read(0, 1, buf, &(room = 8)); };
+  const auto nv_write = [&] { return velmor_nv_write_ex(0, 1, buf, 1); };
+  const auto nv_delete = [&] { return velmor_nv_delete(0, 1); };
+  const auto efs_read = [&] { return velmor_efs_read(0, g_path, 3, buf, &(room = 8)); };
+  const auto efs_write = [&] { return velmor_efs_write(0, g_path, 3, buf, 1); };
+  const auto efs_delete = [&] { return velmor_efs_delete(0, g_path, 3); };
+  const Bytes five = bytes("0102030405");
+  const struct {
+    const char* what;
+    std::function<int()> call;
+    Bytes payload;
+    int code;
+    unsigned int stored;  // of a read that succeeds
+  } rows[] = {
+      {"the item", nv_read, nvefs_rsp(5, 0, 0, five), 0, 5},
+      {"an item larger than the room", nv_read, nvefs_rsp(9, 0, 0, Bytes(9)), 0, 8},
+      {"fewer bytes than it says", nv_read, nvefs_rsp(7, 0, 0, five), 0, 5},
+      {"a size of 4294967295", nv_read, nvefs_rsp(0xFFFFFFFF, 0, 0, five), 0, 5},
+      {"an empty item", nv_read, nvefs_rsp(0, 0, 0, five), -108, 0},
+      {"an empty answer", nv_read, {}, -108, 0},
+      {"the modem's refusal", nv_read, nvefs_rsp(5, 0, 5, five), 5, 0},
+      {"a negative refusal", nv_read, nvefs_rsp(5, 0, -5, five), -5, 0},
+      {"success", nv_write, nvefs_rsp(0, 0, 0, {}), 0, 0},
+      {"a refusal", nv_write, nvefs_rsp(0, 0, 7, {}), 7, 0},
+      {"no room for a result", nv_write, Bytes(19), -103, 0},
+      {"no room for a result", nv_delete, Bytes(19), -103, 0},
+      {"no room for a result", efs_write, Bytes(19), -103, 0},
+      {"no room for a result", efs_delete, {}, -103, 0},
+      {"an instance", efs_write, nvefs_rsp(0, 0, 254, {}), 0, 0},
+      {"a negative refusal", efs_write, nvefs_rsp(0, 0, -22, {}), -22, 0},
+      {"a positive refusal", efs_delete, nvefs_rsp(0, 0, 2, {}), 2, 0},
+      {"the file", efs_read, nvefs_rsp(5, 5, 0, five), 0, 5},
+      {"more bytes than the room", efs_read, nvefs_rsp(20, 20, 0, Bytes(20)), 0, 8},
+      {"more bytes than it says", efs_read, nvefs_rsp(3, 3, 0, five), 0, 3},
+      {"a chunk of 4294967295", efs_read, nvefs_rsp(5, 0xFFFFFFFF, 0, five), 0, 5},
+      {"an empty chunk", efs_read, nvefs_rsp(5, 0, 0, five), -108, 0},
+      {"a chunk without its bytes", efs_read, nvefs_rsp(5, 5, 0, {}), -108, 0},
+      {"a refusal", efs_read, nvefs_rsp(5, 5, 2, five), 2, 0},
+  };
+  for (const auto& row : rows) {
+    memset(buf, 0xee, sizeof buf);
+    reply(row.payload);
+    EXPECT_EQ(row.call(), row.code) << row.what;
+    if (row.code == 0 && row.stored > 0) {
+      EXPECT_EQ(room, row.stored) << row.what;
+      EXPECT_EQ(buf[8], 0xee) << row.what;
+    }
+  }
+  reply({}, 1);
+  EXPECT_EQ(nv_read(), -103);
+  modem.on_request([](const Bytes&) { return Replies{}; });
+  EXPECT_EQ(efs_write(), -103);
+}
+
+TEST_F(Nvefs, AShortAnswerLowersTheRoomForTheRestOfAnEfsRead) {
+  int chunk = 0;
+  modem.on_request([&](const Bytes& request) {
+    const size_t data = chunk++ == 0 ? 10 : 100;
+    const auto size = static_cast<uint32_t>(data);
+    return Replies{answer(request, nvefs_rsp(30, size, 0, Bytes(data, 7)))};
+  });
+  unsigned char buf[64];
+  unsigned int room = sizeof buf;
+  EXPECT_EQ(velmor_efs_read(0, g_path, 3, buf, &room), 0);
+  EXPECT_EQ(room, 30u);
+  EXPECT_EQ(modem.requests().size(), 3u);
+}
+
+TEST_F(Nvefs, AnEfsReadEndsAfter300Exchanges) {
+  reply(nvefs_rsp(100000, 1, 0, {7}));
+  Bytes buf(1000);
+  unsigned int room = 1000;
+  EXPECT_EQ(velmor_efs_read(0, g_path, 3, buf.data(), &room), 0);
+  EXPECT_EQ(room, 300u);
+  EXPECT_EQ(modem.requests().size(), 300u);
+}
+
+// The real modem's rules, without a process in between.
+class NvefsWithModem : public Nvefs {
+ protected:
+  void SetUp() override {
+    Extend::SetUp();
+    std::string problem;
+    simulated_ = sim::Modem::open(folder_.path(), problem);
+    ASSERT_NE(simulated_, nullptr) << problem;
+    service_ = std::make_unique<sim::ExtensionService>(*simulated_);
+    modem.on_request([this](const Bytes& request) {
+      const auto done = sim::carry_out(*service_, {1, 1}, request, no_faults_, random_);
+      return Replies{done.deliveries.at(0).packet};
+    });
+    g_velmor_extend_print_flag = 0;
+    g_velmor_shell_print_flag = 0;
+  }
+  void TearDown() override { g_velmor_shell_print_flag = 1; }
+
+  ScratchFolder folder_;
+  std::unique_ptr<sim::Modem> simulated_;
+  std::unique_ptr<sim::ExtensionService> service_;
+  sim::Faults no_faults_;
+  std::minstd_rand random_;
+};
+
+TEST_F(NvefsWithModem, FilesOfEverySizeGoThereAndBackWhole) {
+  const struct {
+    unsigned int size;
+    size_t writes, reads;
+  } rows[] = {{1, 1, 1},   {413, 1, 1}, {414, 1, 1},       {415, 2, 1},
+              {424, 2, 1}, {425, 2, 2}, {102410, 248, 242}};
+  Bytes data(102410), back(102411);
+  for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<uint8_t>(i * 7 + i / 251);
+  char path[] = "/nv/item_files/modem/big";
+  const int path_len = static_cast<int>(strlen(path));
+  size_t before = 0;
+  for (const auto& row : rows) {
+    EXPECT_EQ(velmor_efs_write(1, path, path_len, data.data(), row.size), 0) << row.size;
+    EXPECT_EQ(modem.requests().size() - before, row.writes) << row.size;
+    before += row.writes;
+    const std::string stored = read_file(folder_ / "efs/1/nv/item_files/modem/big");
+    ASSERT_EQ(stored.size(), row.size);
+    EXPECT_EQ(memcmp(stored.data(), data.data(), row.size), 0);
+    unsigned int room = static_cast<unsigned int>(back.size());
+    EXPECT_EQ(velmor_efs_read(1, path, path_len, back.data(), &room), 0) << row.size;
+    EXPECT_EQ(room, row.size);
+    EXPECT_EQ(memcmp(back.data(), data.data(), row.size), 0);
+    EXPECT_EQ(modem.requests().size() - before, row.reads) << row.size;
+    before += row.reads;
+  }
+  unsigned int room = 1000;
+  EXPECT_EQ(velmor_efs_read(1, path, path_len, back.data(), &room), 0);
+  EXPECT_EQ(room, 1000u);
+  EXPECT_FALSE(exists(folder_ / "efs/0/nv/item_files/modem/big"));
+}
+
+TEST_F(NvefsWithModem, AChunkQuotesTheInstanceItWasGivenAndMustFit) {
+  unsigned char data[415] = {};
+  EXPECT_EQ(velmor_efs_write(0, g_path, 3, data, 415), 0);
+  const auto requests = modem.requests();
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_EQ(payload_of(requests[0]).substr(0, 8), "0500ff00");
+  EXPECT_EQ(payload_of(requests[1]).substr(0, 8), "05000100");
+
+  const auto write = [&](uint32_t client, uint16_t id, uint32_t offset, uint32_t send) {
+    velmor_extend_send_data_req_msg_v01 req{
+        .request_id = 2, .data_len = 512, .data_valid = 1, .data = {}};
+    velmor_extend_send_data_resp_msg_v01 resp{};
+    const velmor_nvefs_req payload = {
+        NvefsOp::EfsWrite, 0, id, 3, {'/', 'c', 'd'}, 20, send, offset, {}};
+    memcpy(req.data, &payload, sizeof payload);
+    sim::Aftermath none(service_->description());
+    EXPECT_EQ(service_->answer({1, client}, 2, &req, &resp, none), 0u);
+    velmor_nvefs_rsp rsp;
+    memcpy(&rsp, resp.data, sizeof rsp);
+    return rsp.result;
+  };
+  const int instance = write(1, kNoEfsInstance, 0, 10);
+  ASSERT_GT(instance, 0);
+  const auto id = static_cast<uint16_t>(instance);
+  EXPECT_LT(write(2, id, 10, 10), 0);  // somebody else's
+  EXPECT_LT(write(1, id, 11, 9), 0);   // a gap ends it
+  EXPECT_LT(write(1, id, 10, 10), 0);
+  EXPECT_LT(write(1, kNoEfsInstance, 0, 21), 0);
+  EXPECT_LT(write(1, kNoEfsInstance, 0, 0), 0);
+  const auto gone = static_cast<uint16_t>(write(1, kNoEfsInstance, 0, 10));
+  service_->client_gone({1, 1});
+  EXPECT_LT(write(1, gone, 10, 10), 0);
+  const auto oldest = static_cast<uint16_t>(write(1, kNoEfsInstance, 0, 10));
+  for (int i = 0; i < 300; ++i) {
+    const int next = write(1, kNoEfsInstance, 0, 10);
+    EXPECT_TRUE(next >= 1 && next <= 254 && next != kNoEfsInstance) << next;
+  }
+  EXPECT_LT(write(1, oldest, 10, 10), 0);
+  EXPECT_FALSE(exists(folder_ / "efs/0/cd"));
+}
+
+}  // namespace
