@@ -86,6 +86,12 @@ std::string parse_device_root() {
 #endif
 }
 
+[[gnu::format(printf, 1, 0)]] void say(const char* format, va_list args) {
+  char line[1024];
+  vsnprintf(line, sizeof line, format, args);
+  fprintf(stderr, "%s: %s\n", program_invocation_short_name, line);
+}
+
 Output open_output(const char* name, const char* target) {
   if (strcmp(target, "stderr") == 0) return {Sink::Descriptor, STDERR_FILENO};
   const int fd = open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
@@ -162,12 +168,18 @@ std::string sim_seed() {
 }
 
 void complain(const char* format, ...) {
-  char line[1024];
   va_list args;
   va_start(args, format);
-  vsnprintf(line, sizeof line, format, args);
+  say(format, args);
   va_end(args);
-  fprintf(stderr, "%s: %s\n", program_invocation_short_name, line);
+}
+
+void complain_once(std::atomic_flag& said, const char* format, ...) {
+  if (said.test_and_set()) return;
+  va_list args;
+  va_start(args, format);
+  say(format, args);
+  va_end(args);
 }
 
 }  // namespace environment

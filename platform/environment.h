@@ -2,6 +2,7 @@
 // cannot be used is said once, in one line on standard error.
 #pragma once
 
+#include <atomic>
 #include <optional>
 #include <string>
 
@@ -46,5 +47,8 @@ std::string sim_seed();
 
 // One line on standard error: "tovi: ", the formatted text, a newline.
 [[gnu::format(printf, 1, 2)]] void complain(const char* format, ...);
+
+// The same unless `said` is set, which it is afterwards: a static flag makes it once a process.
+[[gnu::format(printf, 2, 3)]] void complain_once(std::atomic_flag& said, const char* format, ...);
 
 }  // namespace environment

@@ -7,11 +7,8 @@
 namespace qmi {
 
 Opened open_loopback_endpoint() {
-  static const bool said = [] {
-    environment::complain("TOVI_MODEM=sim: this build has no simulated modem inside");
-    return true;
-  }();
-  (void)said;
+  static std::atomic_flag said;
+  environment::complain_once(said, "TOVI_MODEM=sim: this build has no simulated modem inside");
   return {nullptr, QMI_PORT_NOT_OPEN_ERR};
 }
 

@@ -53,22 +53,18 @@ class QrtrEndpoint final : public Endpoint {
   const std::unique_ptr<uint8_t[]> buffer_;
 };
 
-void say_once(int error) {
-  static const bool said = [error] {
-    environment::complain(error == EAFNOSUPPORT ? "TOVI_MODEM=qrtr: this kernel has no QRTR (%s)"
-                                                : "TOVI_MODEM=qrtr: %s",
-                          strerror(error));
-    return true;
-  }();
-  (void)said;
-}
-
 }  // namespace
 
 Opened open_qrtr_endpoint() {
   QrtrSocket socket;
   if (!socket.open()) {
-    say_once(errno);
+    const int error = errno;
+    static std::atomic_flag said;
+    environment::complain_once(said,
+                               error == EAFNOSUPPORT
+                                   ? "TOVI_MODEM=qrtr: this kernel has no QRTR (%s)"
+                                   : "TOVI_MODEM=qrtr: %s",
+                               strerror(error));
     return {nullptr, QMI_PORT_NOT_OPEN_ERR};
   }
   return {std::make_unique<QrtrEndpoint>(std::move(socket)), 0};
