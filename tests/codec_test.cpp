@@ -215,6 +215,25 @@ TEST(Trace, PutsAMessageIntoWordsAndBytes) {
             std::string::npos);
   EXPECT_EQ(trace::text('<', service, bytes("0201"), {}, false),
             "< demo malformed len 2\n  02 01\n");
+  // Where decoding stopped, if it did.
+  const struct {
+    const char* body;
+    const char* said;
+  } rows[] = {
+      {"02 0400 0000 0000 03 0200 3412 04 0900 02 07 02 6122 ff 02 6307", ""},
+      {"02 0400 0000 0000 04 0100 00", "  not decoded: 0x03 is missing\n"},
+      {"02 0400 0000 0000 03 0100 34 04 0100 00", "  not decoded: 0x03 is malformed\n"},
+      {"02 0400 0000 0000 03 0200 3412 04 0100 02", "  not decoded: 0x04 is malformed\n"},
+      {"02 0400 0000 0000 03 0500 3412", "  not decoded: 0x03 is malformed\n"},
+  };
+  for (const auto& row : rows) {
+    const std::string text = trace::text(
+        '<', service, testing_support::packet(Kind::Response, 3, 7, bytes(row.body)), {}, false);
+    const size_t at = text.find("  not decoded");
+    EXPECT_EQ(at == std::string::npos ? "" : text.substr(at, text.find('\n', at) + 1 - at),
+              row.said)
+        << row.body;
+  }
   EXPECT_EQ(trace::text('<', service, bytes("0201 0007 0099 00 11"), {}, false),
             "< demo malformed len 8\n  02 01 00 07 00 99 00\n");
   // Cut anywhere, it still ends and shows every byte.

@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <cstring>
+#include <vector>
 
 namespace qmi {
 namespace {
@@ -154,14 +155,15 @@ const Field* find_row(std::span<const Field> rows, uint8_t tlv) {
   return nullptr;
 }
 
-bool decode_tlvs(const Message& message, Reader in, uint8_t* c_struct) {
+// What is wrong with the body, or nothing.
+std::optional<Flaw> decode_tlvs(const Message& message, Reader in, uint8_t* c_struct) {
   uint64_t seen = 0;
   while (in.left() > 0) {
-    uint8_t tlv;
+    uint8_t tlv = 0;
     uint16_t length;
-    if (!in.bytes(&tlv, 1) || !in.bytes(&length, 2)) return false;
+    if (!in.bytes(&tlv, 1) || !in.bytes(&length, 2)) return Flaw{tlv, false};
     const auto value = in.take(length);
-    if (!value) return false;
+    if (!value) return Flaw{tlv, false};
     const Field* row = find_row(message.fields, tlv);
     if (row == nullptr) continue;
     const uint64_t bit = uint64_t{1} << (row - message.fields.data());
@@ -170,15 +172,15 @@ bool decode_tlvs(const Message& message, Reader in, uint8_t* c_struct) {
       memset(c_struct + row->offset, 0, size_t{row->shape.c_bytes} * row->shape.bound);
     }
     Reader inside(*value);
-    if (!read_value(*row, inside, c_struct) || inside.left() > 0) return false;
+    if (!read_value(*row, inside, c_struct) || inside.left() > 0) return Flaw{tlv, false};
     if (row->presence == Optional) c_struct[row->valid_offset] = 1;
     seen |= bit;
   }
   for (const Field& row : message.fields) {
     const bool arrived = (seen >> (&row - message.fields.data()) & 1) != 0;
-    if (row.presence == Required && !arrived) return false;
+    if (row.presence == Required && !arrived) return Flaw{row.tlv, true};
   }
-  return true;
+  return std::nullopt;
 }
 
 size_t largest_value(const Shape& shape) {
@@ -211,9 +213,14 @@ bool decode(const Message& message, std::span<const uint8_t> body, void* c_struc
     if (message.c_bytes > 0) memset(c_struct, 0, message.c_bytes);
   };
   clear();
-  const bool good = decode_tlvs(message, Reader(body), static_cast<uint8_t*>(c_struct));
+  const bool good = !decode_tlvs(message, Reader(body), static_cast<uint8_t*>(c_struct));
   if (!good) clear();
   return good;
+}
+
+std::optional<Flaw> find_flaw(const Message& message, std::span<const uint8_t> body) {
+  std::vector<uint64_t> c_struct((message.c_bytes + 7) / 8);
+  return decode_tlvs(message, Reader(body), reinterpret_cast<uint8_t*>(c_struct.data()));
 }
 
 size_t largest_body(const Message& message) {

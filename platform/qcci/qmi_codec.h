@@ -19,6 +19,13 @@ std::optional<size_t> encode(const Message& message, const void* c_struct, std::
 // malformed: a length or count that does not fit, bytes left over inside a known TLV.
 bool decode(const Message& message, std::span<const uint8_t> body, void* c_struct);
 
+// Where a body stops being what its message's rows say.
+struct Flaw {
+  uint8_t tlv;
+  bool missing;  // required, and not there; else malformed
+};
+std::optional<Flaw> find_flaw(const Message& message, std::span<const uint8_t> body);
+
 // The largest body the rows can produce.
 size_t largest_body(const Message& message);
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "environment.h"
+#include "qcci/qmi_codec.h"
 #include "timing.h"
 
 namespace qmi::trace {
@@ -276,6 +277,16 @@ class Words {
   size_t hide_from_ = SIZE_MAX;
 };
 
+// A line for a message that cannot be decoded: where that stopped.
+std::string flaw(const Message& message, std::span<const uint8_t> body) {
+  const auto found = find_flaw(message, body);
+  if (!found) return "";
+  char line[40];
+  snprintf(line, sizeof line, "  not decoded: 0x%02x %s\n", found->tlv,
+           found->missing ? "is missing" : "is malformed");
+  return line;
+}
+
 }  // namespace
 
 bool is_on() {
@@ -302,6 +313,7 @@ std::string text(char direction, const qmi_idl_service_object& service,
   Words words(packet, message, request, !show_hidden && may_identify(service, message, request));
   std::string out = line;
   out += words.tlvs();
+  if (message != nullptr) out += flaw(*message, packet.subspan(kHeaderBytes));
   return out + words.hex();
 }
 
