@@ -249,6 +249,46 @@ TEST_F(Qcci, IndicationsComeInOrderAndBeforeReleaseReturns) {
   EXPECT_EQ(events.when(""), all);
 }
 
+TEST_F(Qcci, WhatArrivedBeforeAnAnswerHasBeenHeardWhenTheSenderGoesOn) {
+  modem.add_service(kExtensionId, kPort);
+  modem.on_request([](const Bytes& request) {
+    return Replies{packet(qmi::Kind::Indication, 1, 7, two_words(1)),
+                   packet(qmi::Kind::Indication, 2, 7, two_words(2)), answer(request, {})};
+  });
+  for (int i = 0; i < 20; ++i) {
+    Events events;
+    const qmi_client_type handle = open(on_indication, &events);
+    EXPECT_EQ(send(handle), QMI_NO_ERR);
+    EXPECT_EQ(events.when(""), "ind7:1 ind7:2 ");
+    qmi_client_release(handle);
+  }
+}
+
+// A callback that sends does not wait for the callbacks behind it.
+TEST_F(Qcci, ACallbackMaySendAndHearsWhatComesLater) {
+  modem.add_service(kExtensionId, kPort);
+  modem.on_request([](const Bytes& request) {
+    return Replies{packet(qmi::Kind::Indication, 1, 7, two_words(request[qmi::kHeaderBytes + 17])),
+                   answer(request, {})};
+  });
+  static Events events;
+  const qmi_client_type handle = open(
+      [](qmi_client_type self, unsigned int id, void* buf, unsigned int len, void*) {
+        on_indication(self, id, buf, len, &events);
+        velmor_extend_send_data_req_msg_v01 req{};
+        req.data_valid = 1;
+        req.data[0] = 2;
+        velmor_extend_send_data_resp_msg_v01 got{};
+        if (static_cast<uint8_t*>(buf)[10] == 2) return;
+        const int error = qmi_client_send_msg_sync(self, 2, &req, sizeof req, &got, sizeof got, 90);
+        events.add("sent" + std::to_string(error));
+      },
+      nullptr);
+  EXPECT_EQ(send(handle, 1), QMI_NO_ERR);
+  EXPECT_EQ(events.when("ind7:1 sent0 ind7:2 "), "ind7:1 sent0 ind7:2 ");
+  qmi_client_release(handle);
+}
+
 TEST_F(Qcci, IndicationsAreDeliveredWhileNobodyWaits) {
   modem.add_service(kExtensionId, kPort);
   Events events;

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "gtest/gtest.h"
+#include "support/fake_modem.h"
 #include "support/tool.h"
 
 namespace {
@@ -69,6 +70,40 @@ TEST_F(Simulator, TheSameCommandsPrintTheSameOverBothEndpoints) {
               without_lines(run("tovi", args, embedded).out));
   }
   EXPECT_FALSE(exists(folder / "elsewhere"));
+}
+
+// Two hundred times: three indications of the extension service, and the one of an activation.
+TEST_F(Simulator, IndicationsThatComeBeforeTheLastAnswerArePrintedOnEveryRun) {
+  FakeModem modem(socket);
+  modem.add_service(0xFFE4, 7);
+  modem.on_request([](const Bytes& request) {
+    const Bytes indication =
+        packet(qmi::Kind::Indication, 1, 3, bytes("01 0400 02000000 02 0400 00000000"));
+    Bytes body = bytes("01 0400 00000000 02 0400 15000000 10 0002");
+    body.resize(body.size() + 512);
+    body[body.size() - 512 + 4] = 1;
+    const auto transaction = static_cast<uint16_t>(request[1] | request[2] << 8);
+    return Replies{indication, indication, indication,
+                   packet(qmi::Kind::Response, transaction, 2, body)};
+  });
+  Variables early = state;
+  early["TOVI_SIM_FAULTS"] = "24/27=ind-first";
+  const struct {
+    Args args;
+    const Variables& variables;
+    const char* line;
+    int times;
+  } rows[] = {
+      {{"4", "1", "0", "10"}, served, "No function defined to handle indication: 2", 3},
+      {{"10", "0", "1"}, early, "entering qmi_pdc_activate_config_ind_hdlr", 1},
+  };
+  for (const auto& row : rows) {
+    const std::string first = run("tovi", row.args, row.variables).out;
+    int times = 0;
+    for (size_t at = 0; (at = first.find(row.line, at)) != std::string::npos; ++at) ++times;
+    EXPECT_EQ(times, row.times) << first;
+    for (int i = 1; i < 200; ++i) ASSERT_EQ(run("tovi", row.args, row.variables).out, first) << i;
+  }
 }
 
 TEST_F(Simulator, EightProgramsAtOnceLoseAndMixNothing) {

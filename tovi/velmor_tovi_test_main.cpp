@@ -31,5 +31,9 @@ int main(int argc, char** argv) {
   } else {
     module->enter(argc, argv);
   }
+  // Whoever would still print, a late callback, waits from here to the end of the process: what is
+  // flushed at the exit is then neither torn nor printed twice.
+  fflush(stdout);
+  flockfile(stdout);
   return 0;
 }

@@ -102,7 +102,9 @@ qmi_client_error_type qmi_client_register_notify_cb(qmi_client_type notifier,
 // `req_len` and `resp_len` their sizes. 0 with `resp` filled; QMI_TIMEOUT_ERR after `time_out_ms`;
 // QMI_SERVICE_ERR when the service goes away; QMI_INTERNAL_ERR for an unknown message, wrong sizes
 // or a malformed response. `resp` is untouched unless a response arrived; of a malformed one it
-// holds nothing.
+// holds nothing. Callbacks of the handle for what arrived before the response, or the end of the
+// wait, have run when this returns, unless it is called from a callback: so a lock that a callback
+// takes must not be held over it.
 qmi_client_error_type qmi_client_send_msg_sync(qmi_client_type handle, unsigned int msg_id,
                                                void* req, unsigned int req_len, void* resp,
                                                unsigned int resp_len, unsigned int time_out_ms);

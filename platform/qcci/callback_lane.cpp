@@ -5,6 +5,9 @@
 namespace qmi {
 namespace {
 
+// Whether this thread runs callbacks.
+thread_local bool t_runs_callbacks = false;
+
 // Threads that run lanes. One idle thread is kept; the others end when they have nothing to do.
 class Runners {
  public:
@@ -28,6 +31,7 @@ class Runners {
 
  private:
   void run() {
+    t_runs_callbacks = true;
     while (const auto lane = next()) lane->run();
   }
 
@@ -54,9 +58,17 @@ void CallbackLane::post(std::function<void()> callback) {
   MutexLock hold(lock_);
   if (closed_) return;
   queue_.push_back(std::move(callback));
+  ++posted_;
   if (active_) return;
   active_ = Runners::instance().add(shared_from_this());
   if (!active_) queue_.clear();
+}
+
+void CallbackLane::settle() {
+  if (t_runs_callbacks) return;
+  MutexLock hold(lock_);
+  const uint64_t queued = posted_;
+  while (active_ && ended_ < queued) finished_.wait(lock_);
 }
 
 void CallbackLane::run() {
@@ -68,6 +80,8 @@ void CallbackLane::run() {
     lock_.unlock();
     callback();
     lock_.lock();
+    ++ended_;
+    finished_.notify_all();
   }
   runner_ = {};
   active_ = false;

@@ -3,6 +3,7 @@
 // is due and no idle one is left.
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -17,6 +18,10 @@ class CallbackLane : public std::enable_shared_from_this<CallbackLane> {
   // Queues a callback. Dropped once the lane is closed, or when no thread can be had.
   void post(std::function<void()> callback);
 
+  // Waits until every callback that is queued by now has run. Called from a callback, of this lane
+  // or another, it does not wait: two callbacks could wait for each other.
+  void settle();
+
   // Lets the queued callbacks finish and takes no more. Called from a callback of this lane it
   // drops the rest instead of waiting for itself.
   void close();
@@ -26,8 +31,10 @@ class CallbackLane : public std::enable_shared_from_this<CallbackLane> {
 
  private:
   Mutex lock_;
-  Condition finished_;
+  Condition finished_;  // a callback, or all of them
   std::deque<std::function<void()>> queue_ GUARDED_BY(lock_);
+  uint64_t posted_ GUARDED_BY(lock_) = 0;  // callbacks so far
+  uint64_t ended_ GUARDED_BY(lock_) = 0;
   bool active_ GUARDED_BY(lock_) = false;  // a thread has been asked to run this lane
   bool closed_ GUARDED_BY(lock_) = false;
   std::thread::id runner_ GUARDED_BY(lock_);

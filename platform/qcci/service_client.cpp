@@ -68,11 +68,16 @@ qmi_client_error_type ServiceClient::send_sync(uint16_t message, const void* req
   if (req_len != request->c_bytes || (req == nullptr && req_len > 0)) return QMI_INTERNAL_ERR;
   if (resp_len != response->c_bytes || resp == nullptr) return QMI_INTERNAL_ERR;
 
-  MutexLock hold(lock_);
-  Pending pending{.response = *response, .resp = resp, .transaction = next_transaction()};
-  pending_.push_back(&pending);
-  const auto result = exchange(*request, req, pending, timing::peer_deadline(time_out_ms));
-  std::erase(pending_, &pending);
+  const auto result = [&] {
+    MutexLock hold(lock_);
+    Pending pending{.response = *response, .resp = resp, .transaction = next_transaction()};
+    pending_.push_back(&pending);
+    const auto outcome = exchange(*request, req, pending, timing::peer_deadline(time_out_ms));
+    std::erase(pending_, &pending);
+    return outcome;
+  }();
+  // What arrived before the answer has been heard before the caller goes on.
+  lane_->settle();
   return result;
 }
 
