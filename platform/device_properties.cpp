@@ -88,10 +88,12 @@ class SystemProperties {
     return known.value;
   }
 
-  bool set(const char* key, const char* value) {
+  bool set(const char* key, const char* value, std::string& problem) {
     MutexLock hold(lock_);
     known_.erase(key);
-    return run(kSetprop, key, value).has_value();
+    if (run(kSetprop, key, value)) return true;
+    problem = std::string(kSetprop) + " failed";
+    return false;
   }
 
  private:
@@ -116,6 +118,6 @@ std::string property_store::get(const char* key) {
   return properties().get(key);
 }
 
-bool property_store::set(const char* key, const char* value) {
-  return properties().set(key, value);
+bool property_store::set(const char* key, const char* value, std::string& problem) {
+  return properties().set(key, value, problem);
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "environment.h"
 #include "property_store.h"
 
 int property_get(const char* key, char* value, const char* default_value) {
@@ -16,5 +17,9 @@ int property_get(const char* key, char* value, const char* default_value) {
 }
 
 int property_set(const char* key, const char* value) {
-  return property_store::set(key, value) ? 0 : -1;
+  std::string problem;
+  if (property_store::set(key, value, problem)) return 0;
+  static std::atomic_flag said;
+  environment::complain_once(said, "the property %s is not set: %s", key, problem.c_str());
+  return -1;
 }

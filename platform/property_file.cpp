@@ -1,3 +1,4 @@
+#include <errno.h>
 #include <string.h>
 #include <sys/stat.h>
 
@@ -82,9 +83,19 @@ const char* property_problem(const std::string& key, const std::string& value) {
   return nullptr;
 }
 
-bool property_store::set(const char* key, const char* value) {
+bool property_store::set(const char* key, const char* value, std::string& problem) {
   const std::string* folder = environment::state_folder();
-  if (folder == nullptr || property_problem(key, value) != nullptr) return false;
-  if (!state_files::make_folder(*folder + "/tmp")) return false;
-  return state_files::set_value(*folder, *folder + "/properties", key, value);
+  const char* impossible = property_problem(key, value);
+  if (folder == nullptr) impossible = "there is no folder for the modem's state";
+  if (impossible != nullptr) {
+    problem = impossible;
+    return false;
+  }
+  const std::string path = properties_path();
+  if (state_files::make_folder(*folder + "/tmp") &&
+      state_files::set_value(*folder, path, key, value)) {
+    return true;
+  }
+  problem = path + ": " + strerror(errno);
+  return false;
 }

@@ -9,6 +9,7 @@ namespace property_store {
 // The value; empty when it is unset.
 std::string get(const char* key);
 
-bool set(const char* key, const char* value);
+// False, with `problem` in words, when the value cannot be stored.
+bool set(const char* key, const char* value, std::string& problem);
 
 }  // namespace property_store

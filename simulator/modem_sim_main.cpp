@@ -134,8 +134,7 @@ int setprop(const Args& args) {
   if (folder == nullptr) return kFailed;
   std::string problem;
   if (sim::Modem::open(*folder, problem) == nullptr) return failed(problem);
-  if (property_set(args[0].c_str(), args[1].c_str()) == 0) return kDone;
-  return failed(*folder + "/properties: cannot be written");
+  return property_set(args[0].c_str(), args[1].c_str()) == 0 ? kDone : kFailed;
 }
 
 int reset(const Args& args) {

@@ -203,6 +203,29 @@ TEST_F(SmartTest, ADumpSwitchesRestartsOffOnce) {
   EXPECT_EQ(read_file(count), std::string("\x09\0\0\0", 4));
 }
 
+TEST_F(SmartTest, APropertyThatCannotBeSetIsSaidOnce) {
+  const std::string file = folder / "state/properties";
+  write_file(file + "/in_the_way", "");
+  const auto problem = [&](const std::string& name) {
+    return "the property " + name + " is not set: " + file + ": Is a directory\n";
+  };
+  const struct {
+    const char* program;
+    Args args;
+    int status;
+    std::string property;
+  } rows[] = {
+      {"tovi", {"11", "1"}, 0, "persist.vendor.ssr.restart_level_bak"},  // the first of two
+      {"tovi", {"11", "3", "1"}, 0, "persist.vendor.radio.print_stats"},
+      {"tovi-modem", {"setprop", "a.b", "1"}, 1, "a.b"},
+  };
+  for (const auto& row : rows) {
+    const Result result = run(row.program, row.args, variables);
+    EXPECT_EQ(result.status, row.status);
+    EXPECT_EQ(result.err, std::string(row.program) + ": " + problem(row.property));
+  }
+}
+
 TEST_F(SmartTest, PrintSwitchesAreFilesThatTheModemReadsAtItsStart) {
   const struct {
     const char* command;

@@ -11,8 +11,8 @@ inline constexpr int PROPERTY_VALUE_MAX = 92;
 // with a NUL into `value`, which has PROPERTY_VALUE_MAX bytes. The length of what was copied.
 int property_get(const char* key, char* value, const char* default_value);
 
-// Sets `key`. 0; -1 when the name or the value is not possible (see property_problem) or cannot be
-// stored.
+// Sets `key`. 0; -1, said once a process on standard error, when the name or the value is not
+// possible (see property_problem) or cannot be stored.
 int property_set(const char* key, const char* value);
 
 // Why `key` and `value` cannot be a property of a host, in words, or null when they can.
