@@ -53,12 +53,12 @@ std::optional<ModemChoice> parse_modem() {
   const char* text = variable("TOVI_MODEM");
   const std::string value = text != nullptr ? text : kDefault;
   if (!parsed_time_scale().usable) return std::nullopt;
-  if (value == "sim") return ModemChoice{ModemKind::Simulated, ""};
-  if (value == "qrtr") return ModemChoice{ModemKind::Qrtr, ""};
+  if (value == "sim") return ModemChoice{ModemKind::Simulated, "", value};
+  if (value == "qrtr") return ModemChoice{ModemKind::Qrtr, "", value};
   if (value.starts_with("unix:")) {
     const std::string path = value.substr(strlen("unix:"));
     if (!path.empty() && path.size() < sizeof(sockaddr_un::sun_path)) {
-      return ModemChoice{ModemKind::Unix, path};
+      return ModemChoice{ModemKind::Unix, path, value};
     }
     complain("TOVI_MODEM=%s: a socket's path has 1 to %zu characters", text,
              sizeof(sockaddr_un::sun_path) - 1);

@@ -13,6 +13,7 @@ enum class ModemKind { Simulated, Unix, Qrtr };
 struct ModemChoice {
   ModemKind kind;
   std::string path;  // of the unix socket
+  std::string text;  // the variable's value
 };
 
 // TOVI_MODEM. Null when it, or another variable that no modem can work without, is unusable.

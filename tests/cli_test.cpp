@@ -187,7 +187,7 @@ TEST_F(Cli, AScanRunsOnAClientOfItsOwn) {
   EXPECT_EQ(indications, 4u);
   EXPECT_EQ(out, scan("incremental_network_scan", 133, opened + released, ""));
 
-  variables["TOVI_MODEM"] = "unix:" + (folder / "nobody");
+  take_modem_away();
   variables["TOVI_TIME_SCALE"] = "0.01";
   const std::string null =
       line("velmor_send_nas_qmi_req_msg", "qmi_client_ptr is NULL") +
@@ -218,7 +218,7 @@ TEST_F(Cli, TheFlagsSwitchLogAndEchoApart) {
 }
 
 TEST_F(Cli, WithoutAModemTheSearchEndsAfter50Attempts) {
-  variables["TOVI_MODEM"] = "unix:" + (folder / "nobody");
+  take_modem_away();
   variables["TOVI_TIME_SCALE"] = "0.01";
   std::string searches;
   for (int i = 0; i < 50; ++i) {

@@ -299,7 +299,7 @@ TEST_F(Cmn, AnAtCommandIsSentAndItsAnswerLogged) {
   EXPECT_EQ(tovi({"8", "AT", "I"}), tovi({"8"}));
 
   // Where there is no port, the shell makes a file; neither that nor its absence is read from.
-  variables["TOVI_MODEM"] = "unix:" + (folder / "nobody");
+  take_modem_away();
   variables["TOVI_DEVICE_ROOT"] = folder / "a phone's root";
   std::filesystem::create_directories(folder / "a phone's root/dev");
   for (int i = 0; i < 2; ++i) {
@@ -346,7 +346,7 @@ TEST_F(Cmn, APortThatAKilledProcessLeftIsNobodysTerminal) {
   ASSERT_EQ(grantpt(somebody.get()), 0);
   ASSERT_EQ(unlockpt(somebody.get()), 0);
   std::filesystem::create_symlink(ptsname(somebody.get()), folder / "state/device/dev/smd8");
-  variables["TOVI_MODEM"] = "unix:" + (folder / "nobody");
+  take_modem_away();
   EXPECT_EQ(count(tovi({"8", "AT"}), "The at channel is not opened, g_at_serial_fd 0"), 1u);
   char byte;
   EXPECT_EQ(read(somebody.get(), &byte, 1), -1);

@@ -117,7 +117,7 @@ TEST_F(Mbn, WrongArgumentsAndAModemThatIsNotThere) {
   EXPECT_NE(unknown.find("qmi_client_init succeeds for PDC"), std::string::npos);
   EXPECT_TRUE(unknown.ends_with(line(f, "invalid mbn_i = 2") + help("10: velmor mbn")));
 
-  variables["TOVI_MODEM"] = "unix:" + (folder / "nobody");
+  take_modem_away();
   variables["TOVI_TIME_SCALE"] = "0.0001";
   const std::string out = tovi({"10", "1", "1"});
   for (int i = 0; i < 20; ++i) {

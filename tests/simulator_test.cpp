@@ -1,11 +1,14 @@
 // The simulated modem as a program, its state folder, and several programs at once.
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 #include <filesystem>
 
 #include "gtest/gtest.h"
 #include "support/fake_modem.h"
 #include "support/tool.h"
+#include "unix_address.h"
 
 namespace {
 
@@ -258,6 +261,42 @@ TEST_F(Simulator, PropertiesKeepWhatAPersonWroteAroundThem) {
     EXPECT_EQ(modem(bad).status, 1);
   }
   EXPECT_EQ(read_file(file), "# mine\na.b=two words\nother=x\n");
+}
+
+// A socket that listens with room for `clients`, and lets none of them in.
+qmi::Descriptor mute_listener(const std::string& path, int clients) {
+  sockaddr_un address;
+  EXPECT_TRUE(make_unix_address(path, address));
+  const auto* name = reinterpret_cast<const sockaddr*>(&address);
+  qmi::Descriptor listener(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  EXPECT_EQ(bind(listener.get(), name, sizeof address), 0);
+  EXPECT_EQ(listen(listener.get(), clients), 0);
+  return listener;
+}
+
+TEST_F(Simulator, WhyASocketCannotBeConnectedToIsSaidOnceAndNotWaitedForWithoutEnd) {
+  write_file(folder / "file", "");
+  mute_listener(folder / "dead", 1);
+  const auto silent = mute_listener(folder / "silent", 100);
+  const auto full = mute_listener(folder / "full", 0);
+  const qmi::Descriptor first(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  ASSERT_EQ(connect_unix(first.get(), folder / "full"), 0);
+  const struct {
+    const char* path;
+    const char* reason;
+  } rows[] = {
+      {"nobody", "no such socket"}, {"file", "not a socket"}, {"dead", "nobody serves there"},
+      {"silent", "no answer"},      {"full", "no answer"},
+  };
+  for (const auto& row : rows) {
+    const std::string modem = "unix:" + (folder / row.path);
+    const auto begin = timing::Clock::now();
+    const Result result =
+        run("tovi", {"4", "1", "0", "550"}, {{"TOVI_MODEM", modem}, {"TOVI_TIME_SCALE", "0.1"}});
+    EXPECT_EQ(result.err, "tovi: TOVI_MODEM=" + modem + ": " + row.reason + "\n");
+    EXPECT_NE(result.out.find("error_code(-102)"), std::string::npos) << result.out;
+    EXPECT_LT(timing::Clock::now() - begin, std::chrono::seconds(2)) << row.path;
+  }
 }
 
 TEST_F(Simulator, WrongUsageEndsWithStatus2) {

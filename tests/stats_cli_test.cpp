@@ -87,7 +87,7 @@ TEST_F(StatsCli, AServiceThatFailsIsSaidAndTheCommandEnds) {
   variables["TOVI_SIM_FAULTS"] = "e4=restart";
   EXPECT_TRUE(has({"9", "20", "0"}, "service down with error -2\n"));
   variables.erase("TOVI_SIM_FAULTS");
-  variables["TOVI_MODEM"] = "unix:" + (folder / "nobody");
+  take_modem_away();
   const std::string out = tovi({"9", "20", "0"});
   EXPECT_NE(out.find("try # 9 port[65535]"), std::string::npos);
   EXPECT_NE(out.find("client type 0, client id 0, operational_status 2\n"), std::string::npos);

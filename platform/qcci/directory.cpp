@@ -1,7 +1,9 @@
 #include "qcci/directory.h"
 
 #include <algorithm>
+#include <atomic>
 
+#include "environment.h"
 #include "qcci/reading_thread.h"
 
 namespace qmi {
@@ -28,10 +30,14 @@ Directory::Service& Directory::service_of(uint32_t id) {
   return services_.emplace_back(Service{.id = id, .servers = {}, .watches = {}});
 }
 
-qmi_client_error_type Directory::connect() {
+qmi_client_error_type Directory::connect(timing::Deadline deadline) {
   if (is_open()) return QMI_NO_ERR;
-  Opened opened = open_endpoint();
-  if (opened.endpoint == nullptr) return opened.error;
+  Opened opened = open_endpoint(waited_to_connect_ ? timing::kPast : deadline);
+  if (opened.endpoint == nullptr) {
+    waited_to_connect_ = waited_to_connect_ || timing::Clock::now() >= deadline;
+    return opened.error;
+  }
+  waited_to_connect_ = false;
   open(std::move(opened.endpoint));
   for (Service& service : services_) {
     if (service.asked) ask(service);
@@ -52,10 +58,12 @@ bool Directory::ask(Service& service) {
 }
 
 // Brings the view of a service up to date: takes what has arrived, and waits for the answer to a
-// lookup that has none yet. A name service that does not answer is waited for only once.
+// lookup that has none yet. A modem that lets nobody in, and a name service that does not answer,
+// is waited for only once.
 qmi_client_error_type Directory::refresh(Service& service) {
   drain();  // may find that the connection is gone
-  const qmi_client_error_type error = connect();
+  const timing::Deadline deadline = timing::peer_deadline(kLookupLimitMs);
+  const qmi_client_error_type error = connect(deadline);
   if (error != QMI_NO_ERR) {
     service.asked = true;  // by the next connection
     return error;
@@ -66,13 +74,22 @@ qmi_client_error_type Directory::refresh(Service& service) {
     return QMI_SERVICE_ERR;
   }
   if (!service.answered && !service.waited_for) {
-    wait(timing::peer_deadline(kLookupLimitMs), [&]() REQUIRES(lock_) { return service.answered; });
+    wait(deadline, [&]() REQUIRES(lock_) { return service.answered; });
     service.waited_for = !service.answered;
-    // Without an answer its end marker will not come, or will be one too many.
-    if (!service.answered) std::erase(unanswered_, service.id);
+    if (!service.answered) give_up(service);
   }
   hand_over();
   return QMI_NO_ERR;
+}
+
+// The end marker of its lookup will not come, or will be one too many.
+void Directory::give_up(Service& service) {
+  static std::atomic_flag said;
+  std::erase(unanswered_, service.id);
+  if (is_open()) {
+    environment::complain_once(said, "TOVI_MODEM=%s: no answer",
+                               environment::modem()->text.c_str());
+  }
 }
 
 qmi_client_error_type Directory::list(const qmi_idl_service_object& object,
@@ -217,7 +234,7 @@ void Directory::retry() {
     watched = watched || !service.watches.empty();
   }
   if (!watched) return;
-  if (connect() == QMI_NO_ERR) {
+  if (connect(timing::kPast) == QMI_NO_ERR) {
     hand_over();
   } else {
     retry_soon();

@@ -66,8 +66,9 @@ class Directory final : public Channel {
   void on_closed() override REQUIRES(lock_);
 
   Service& service_of(uint32_t id) REQUIRES(lock_);
-  qmi_client_error_type connect() REQUIRES(lock_);
+  qmi_client_error_type connect(timing::Deadline deadline) REQUIRES(lock_);
   bool ask(Service& service) REQUIRES(lock_);
+  void give_up(Service& service) REQUIRES(lock_);
   qmi_client_error_type refresh(Service& service) REQUIRES(lock_);
   void server_came(Service& service, const Server& server) REQUIRES(lock_);
   void server_left(Service& service, Address address) REQUIRES(lock_);
@@ -77,6 +78,7 @@ class Directory final : public Channel {
 
   std::deque<Service> services_ GUARDED_BY(lock_);     // a deque: references stay valid
   std::deque<uint32_t> unanswered_ GUARDED_BY(lock_);  // lookups in the order of their end markers
+  bool waited_to_connect_ GUARDED_BY(lock_) = false;   // the full time, in vain
   bool retry_planned_ GUARDED_BY(lock_) = false;
 };
 

@@ -5,12 +5,12 @@
 
 namespace qmi {
 
-Opened open_endpoint() {
+Opened open_endpoint(timing::Deadline deadline) {
   const environment::ModemChoice* modem = environment::modem();
   if (modem == nullptr) return {nullptr, QMI_PORT_NOT_OPEN_ERR};
   switch (modem->kind) {
     case environment::ModemKind::Simulated: return open_loopback_endpoint();
-    case environment::ModemKind::Unix: return open_unix_endpoint(modem->path.c_str());
+    case environment::ModemKind::Unix: return open_unix_endpoint(modem->path, deadline);
     case environment::ModemKind::Qrtr: return open_qrtr_endpoint();
   }
   return {nullptr, QMI_PORT_NOT_OPEN_ERR};

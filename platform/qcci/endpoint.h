@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <span>
+#include <string>
 
 #include "qcci/packet.h"
 #include "timing.h"
@@ -44,10 +45,11 @@ struct Opened {
                                        // QMI_PORT_NOT_OPEN_ERR: there never will be
 };
 
-// Opens an endpoint of the kind TOVI_MODEM names.
-Opened open_endpoint();
+// Opens an endpoint of the kind TOVI_MODEM names, waiting until `deadline` where somebody has to
+// let it in. Why it cannot be opened is said once on standard error.
+Opened open_endpoint(timing::Deadline deadline);
 
-Opened open_unix_endpoint(const char* path);
+Opened open_unix_endpoint(const std::string& path, timing::Deadline deadline);
 Opened open_qrtr_endpoint();
 
 // The modem inside this process. Defined by the simulator; a device build has a stub that fails.

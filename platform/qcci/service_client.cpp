@@ -8,6 +8,8 @@
 namespace qmi {
 namespace {
 
+constexpr uint32_t kConnectLimitMs = 1000;
+
 // What a failed send means to the caller.
 qmi_client_error_type send_error(int error) {
   switch (error) {
@@ -26,7 +28,7 @@ qmi_client_error_type send_error(int error) {
 
 qmi_client_error_type ServiceClient::start() {
   {
-    Opened opened = open_endpoint();
+    Opened opened = open_endpoint(timing::peer_deadline(kConnectLimitMs));
     if (opened.endpoint == nullptr) return opened.error;
     MutexLock hold(lock_);
     open(std::move(opened.endpoint));

@@ -4,9 +4,13 @@
 #include <errno.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/uio.h>
 
+#include <atomic>
+
+#include "environment.h"
 #include "qcci/descriptor.h"
 #include "qcci/endpoint.h"
 #include "qmi_client.h"
@@ -89,14 +93,31 @@ class UnixEndpoint final : public Endpoint {
   microseconds time_out_{0};  // belongs to the one thread inside `receive`
 };
 
+const char* reason(const std::string& path, int error) {
+  struct stat status {};
+  switch (error) {
+    case ENOENT: return "no such socket";
+    case EAGAIN: return "no answer";
+    case ECONNREFUSED:
+      if (stat(path.c_str(), &status) == 0 && !S_ISSOCK(status.st_mode)) return "not a socket";
+      return "nobody serves there";
+    default: return strerror(error);
+  }
+}
+
+Opened refuse(const std::string& path, int error, qmi_client_error_type result) {
+  static std::atomic_flag said;
+  environment::complain_once(said, "TOVI_MODEM=unix:%s: %s", path.c_str(), reason(path, error));
+  return {nullptr, result};
+}
+
 }  // namespace
 
-Opened open_unix_endpoint(const char* path) {
+Opened open_unix_endpoint(const std::string& path, timing::Deadline deadline) {
   Descriptor socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  if (!socket) return {nullptr, QMI_PORT_NOT_OPEN_ERR};
-  const int error = connect_unix(socket.get(), path);
-  if (error == EINVAL) return {nullptr, QMI_PORT_NOT_OPEN_ERR};
-  if (error != 0) return {nullptr, QMI_SERVICE_ERR};
+  if (!socket) return refuse(path, errno, QMI_PORT_NOT_OPEN_ERR);
+  const int error = connect_unix_until(socket.get(), path, deadline);
+  if (error != 0) return refuse(path, error, QMI_SERVICE_ERR);
   return {std::make_unique<UnixEndpoint>(std::move(socket)), 0};
 }
 
