@@ -15,13 +15,13 @@ constexpr uint32_t kInvalidId = 0x29;
 
 // The outcome of an indication that has only that to tell.
 template <typename Ind>
-int32_t outcome(const Ind* ind, const LogPlace& place = LogPlace::here()) {
+int32_t outcome(const Ind* ind, Speaker speaker = Speaker::here()) {
   if (ind == nullptr) {
-    velmor_log(LogLevel::Error, place, "NULL pointer for ind_data_ptr");
+    velmor_log(LogLevel::Error, speaker, "NULL pointer for ind_data_ptr");
     return PDC_FAILED;
   }
   if (ind->error != 0) {
-    velmor_log(LogLevel::Error, place, "QMI error, error code: %d", static_cast<int>(ind->error));
+    velmor_log(LogLevel::Error, speaker, "QMI error, error code: %d", static_cast<int>(ind->error));
     return PDC_FAILED;
   }
   return PDC_OK;
@@ -124,15 +124,15 @@ void qmi_pdc_set_feature_ind_hdlr(const pdc_result_ind_msg_v01* ind, uint32_t) {
 namespace {
 
 // Copies the id of the active configuration to the caller who asked for it.
-int32_t take_active_id(const pdc_get_selected_config_ind_msg_v01& ind, const LogPlace& place)
+int32_t take_active_id(const pdc_get_selected_config_ind_msg_v01& ind, Speaker speaker)
     REQUIRES(g_pdc_info.mutex) {
   if (g_pdc_info.get_sel_holder == nullptr) {
-    velmor_log(LogLevel::Debug, place, "NULL pointer for get_sel_holder");
+    velmor_log(LogLevel::Debug, speaker, "NULL pointer for get_sel_holder");
     return PDC_FAILED;
   }
   if (ind.active_config_id_valid == 0) {
     if (ind.pending_config_id_valid != 0) {
-      velmor_log(LogLevel::Debug, place, "has pending configuration");
+      velmor_log(LogLevel::Debug, speaker, "has pending configuration");
     }
     return PDC_NO_CONFIGURATION;
   }
@@ -149,33 +149,33 @@ void qmi_pdc_get_selected_config_ind_hdlr(const pdc_get_selected_config_ind_msg_
                                           uint32_t) {
   int32_t result = outcome(ind);
   MutexLock hold(g_pdc_info.mutex);
-  if (result == PDC_OK) result = take_active_id(*ind, LogPlace::here());
+  if (result == PDC_OK) result = take_active_id(*ind, Speaker::here());
   pdc_end_request(PDC_GET_SEL, result);
 }
 
 namespace {
 
-int32_t load_outcome(const pdc_load_config_ind_msg_v01* ind, const LogPlace& place)
+int32_t load_outcome(const pdc_load_config_ind_msg_v01* ind, Speaker speaker)
     REQUIRES(g_pdc_info.mutex) {
   if (ind == nullptr) {
-    velmor_log(LogLevel::Error, place, "NULL pointer for ind_dat_ptr");
+    velmor_log(LogLevel::Error, speaker, "NULL pointer for ind_dat_ptr");
     return PDC_FAILED;
   }
   switch (ind->error) {
     case 0: break;
     case kNoMemory:
-      velmor_log(LogLevel::Debug, place, "no memory in modem EFS");
+      velmor_log(LogLevel::Debug, speaker, "no memory in modem EFS");
       return PDC_NO_MEMORY;
     case kInvalidId:
-      velmor_log(LogLevel::Debug, place, "Invalid config id, maybe already exists");
+      velmor_log(LogLevel::Debug, speaker, "Invalid config id, maybe already exists");
       return PDC_INVALID_ID;
     default:
-      velmor_log(LogLevel::Debug, place, "load configuration error, code = %d",
+      velmor_log(LogLevel::Debug, speaker, "load configuration error, code = %d",
                  static_cast<int>(ind->error));
       return PDC_FAILED;
   }
   if (ind->frame_reset_valid != 0 && ind->frame_reset != 0) {
-    velmor_log(LogLevel::Debug, place, "PDC frame data is reset");
+    velmor_log(LogLevel::Debug, speaker, "PDC frame data is reset");
     return PDC_FRAME_RESET;
   }
   if (ind->remaining_size_valid != 0) g_pdc_info.remaining_config_size = ind->remaining_size;
@@ -187,13 +187,13 @@ int32_t load_outcome(const pdc_load_config_ind_msg_v01* ind, const LogPlace& pla
 
 void qmi_pdc_load_config_ind_hdlr(const pdc_load_config_ind_msg_v01* ind, uint32_t) {
   MutexLock hold(g_pdc_info.mutex);
-  pdc_end_request(PDC_LOAD, load_outcome(ind, LogPlace::here()));
+  pdc_end_request(PDC_LOAD, load_outcome(ind, Speaker::here()));
 }
 
 namespace {
 
-int32_t no_config_info(const LogPlace& place) {
-  velmor_log(LogLevel::Debug, place, "NULL pointer for config_info");
+int32_t no_config_info(Speaker speaker) {
+  velmor_log(LogLevel::Debug, speaker, "NULL pointer for config_info");
   return PDC_FAILED;
 }
 
@@ -213,7 +213,7 @@ void qmi_pdc_get_config_info_ind_hdlr(const pdc_get_config_info_ind_msg_v01* ind
   if (ind == nullptr) {
     result = outcome(ind);
   } else if (info == nullptr) {
-    result = no_config_info(LogPlace::here());
+    result = no_config_info(Speaker::here());
   } else {
     info->config_desc_valid = ind->config_desc_valid;
     if (ind->config_desc_valid != 0) {
@@ -240,7 +240,7 @@ void velmor_mbn_get_default_config_info_ind_hdlr(
   int32_t result = outcome(def_ind);
   MutexLock hold(g_pdc_info.mutex);
   pdc_config_info_holder* info = g_pdc_info.default_config_info;
-  if (result == PDC_OK && info == nullptr) result = no_config_info(LogPlace::here());
+  if (result == PDC_OK && info == nullptr) result = no_config_info(Speaker::here());
   if (result == PDC_OK) {
     info->config_desc_valid = def_ind->config_desc_valid;
     info->config_desc_len = std::min(def_ind->config_desc_len, kPdcMaxDescription);
@@ -270,40 +270,41 @@ struct ListPage {
 };
 
 // Takes one page of the list.
-ListPage take_page(const pdc_list_configs_ind_msg_v01& ind, const LogPlace& place)
+ListPage take_page(const pdc_list_configs_ind_msg_v01& ind, Speaker speaker)
     REQUIRES(g_pdc_info.mutex) {
   if (ind.error != 0) {
-    velmor_log(LogLevel::Debug, place, "pdc_list_configs_flag, QMI error, error code: %d",
+    velmor_log(LogLevel::Debug, speaker, "pdc_list_configs_flag, QMI error, error code: %d",
                static_cast<int>(ind.error));
     return {PDC_FAILED, true};
   }
   if (ind.config_list_valid == 0 || ind.config_list_len == 0) {
-    velmor_log(LogLevel::Debug, place, "pdc_list_configs_flag, None MBN available in modem EFS");
+    velmor_log(LogLevel::Debug, speaker, "pdc_list_configs_flag, None MBN available in modem EFS");
     return {PDC_NO_CONFIGURATION, true};
   }
   const int len = static_cast<int>(ind.config_list_len);
   if (ind.config_list_len > kPdcMaxList) {
-    velmor_log(LogLevel::Debug, place,
+    velmor_log(LogLevel::Debug, speaker,
                "pdc_list_configs_flag, PDC_ERROR, more_available_valid %d, ind_token_valid %d, "
                "more_available %d, config_list_len %d",
                ind.more_available_valid, ind.ind_token_valid, ind.more_available, len);
     return {PDC_FAILED, true};
   }
-  velmor_log(LogLevel::Debug, place, "pdc_list_configs_flag, succeed to get config_list %d ", len);
-  velmor_log(LogLevel::Debug, place,
+  velmor_log(LogLevel::Debug, speaker, "pdc_list_configs_flag, succeed to get config_list %d ",
+             len);
+  velmor_log(LogLevel::Debug, speaker,
              "pdc_list_configs_flag, config_list_len %d, old num_of_configs %d", len,
              static_cast<int>(*g_pdc_info.num_of_configs));
   *g_pdc_info.num_of_configs += ind.config_list_len;
-  velmor_log(LogLevel::Debug, place, "pdc_list_configs_flag, new num_of_configs %d",
+  velmor_log(LogLevel::Debug, speaker, "pdc_list_configs_flag, new num_of_configs %d",
              static_cast<int>(*g_pdc_info.num_of_configs));
   for (int i = 0; i < len; ++i) {
     if (push_config(ind.config_list[i])) continue;
-    velmor_log(LogLevel::Debug, place,
+    velmor_log(LogLevel::Debug, speaker,
                "pdc_list_configs_flag, Unable to allocate memory for the list element: %d", i);
   }
   const bool is_last =
       ind.more_available_valid == 0 || ind.ind_token_valid == 0 || ind.more_available == 0;
-  velmor_log(LogLevel::Debug, place,
+  velmor_log(LogLevel::Debug, speaker,
              "pdc_list_configs_flag, PDC_SUCCESS, more_available_valid %d, ind_token_valid %d, "
              "more_available %d, get_list_complete %d",
              ind.more_available_valid, ind.ind_token_valid, ind.more_available, is_last);
@@ -330,7 +331,7 @@ void qmi_pdc_list_configs_ind_hdlr(const pdc_list_configs_ind_msg_v01* ind, uint
     holder.is_done = 1;
     return;
   }
-  const ListPage page = take_page(*ind, LogPlace::here());
+  const ListPage page = take_page(*ind, Speaker::here());
   if (page.is_last) {
     VELMOR_LOG_DEBUG("pdc_list_configs_flag, Abort to req, get_list_complete %d", page.is_last);
     pdc_end_request(PDC_LIST, page.result);

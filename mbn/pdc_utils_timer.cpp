@@ -12,11 +12,11 @@ constexpr const char* kWords[kPdcReqTypes] = {
     "get_sel",  "sel_config", "act_config", "set_feature", "default_info"};
 
 // The kind of request whose timer that is, or 0.
-int find_req_type(uint32_t timer_id, const LogPlace& place) REQUIRES(g_pdc_info.mutex) {
+int find_req_type(uint32_t timer_id, Speaker speaker) REQUIRES(g_pdc_info.mutex) {
   for (int type = 1; type <= kPdcReqTypes; ++type) {
     if (g_pdc_info.holder(type).timer_id == timer_id) return type;
   }
-  velmor_log(LogLevel::Error, place, "not find this timer_id(%u)", timer_id);
+  velmor_log(LogLevel::Error, speaker, "not find this timer_id(%u)", timer_id);
   return 0;
 }
 
@@ -27,12 +27,12 @@ uint32_t* qmi_pdc_request_timer_get_ptr_by_req_type(int req_type) {
 }
 
 uint32_t* qmi_pdc_request_timer_get_ptr_by_timer_id(uint32_t timer_id) {
-  const int type = find_req_type(timer_id, LogPlace::here());
+  const int type = find_req_type(timer_id, Speaker::here());
   return type != 0 ? &g_pdc_info.holder(type).timer_id : nullptr;
 }
 
 int qmi_pdc_request_timer_get_req_type_by_timer_id(uint32_t timer_id) {
-  const int type = find_req_type(timer_id, LogPlace::here());
+  const int type = find_req_type(timer_id, Speaker::here());
   return type != 0 ? type : PDC_LIST;
 }
 

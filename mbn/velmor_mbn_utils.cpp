@@ -11,15 +11,15 @@ constexpr uint32_t kSubMaskMax = (1 << kSubs) - 1;
 
 int g_velmor_pdc_init_status = -1;  // of the last connection
 
-bool are_valid(uint32_t sub_mask, uint32_t mbn_type, const LogPlace& place = LogPlace::here()) {
-  velmor_log(LogLevel::Debug, place, "mbn_type %d", static_cast<int>(mbn_type));
+bool are_valid(uint32_t sub_mask, uint32_t mbn_type, Speaker speaker = Speaker::here()) {
+  velmor_log(LogLevel::Debug, speaker, "mbn_type %d", static_cast<int>(mbn_type));
   if (mbn_type > PDC_CONFIG_TYPE_MODEM_SW_V01) {
-    velmor_log(LogLevel::Error, place, "config_type is invalid");
+    velmor_log(LogLevel::Error, speaker, "config_type is invalid");
     return false;
   }
-  velmor_log(LogLevel::Debug, place, "sub_mask %d", static_cast<int>(sub_mask));
+  velmor_log(LogLevel::Debug, speaker, "sub_mask %d", static_cast<int>(sub_mask));
   if (sub_mask < 1 || sub_mask > kSubMaskMax) {
-    velmor_log(LogLevel::Error, place, "sub_mask is out of range");
+    velmor_log(LogLevel::Error, speaker, "sub_mask is out of range");
     return false;
   }
   return true;

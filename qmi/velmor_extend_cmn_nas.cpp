@@ -43,9 +43,9 @@ void velmor_qmi_client_recovery() {
 
 // Sends on the open client, after opening one. -1 when that cannot be, else the library's result.
 int send_on_fresh_client(unsigned int msg_id, void* req, unsigned int req_len, void* resp,
-                         unsigned int resp_len, unsigned int time_out_ms, const LogPlace& place) {
+                         unsigned int resp_len, unsigned int time_out_ms, Speaker speaker) {
   const auto refuse = [&](const char* why) {
-    velmor_log(LogLevel::Debug, place, "%s", why);
+    velmor_log(LogLevel::Debug, speaker, "%s", why);
     return -1;
   };
   if (req == nullptr) return refuse("qmi_request is NULL");
@@ -55,7 +55,7 @@ int send_on_fresh_client(unsigned int msg_id, void* req, unsigned int req_len, v
   const qmi_client_error_type error =
       qmi_client_send_msg_sync(qmi_client_ptr, msg_id, req, req_len, resp, resp_len, time_out_ms);
   if (error != QMI_NO_ERR) {
-    velmor_log(LogLevel::Debug, place, "qmi_client_send_msg_sync fail, qmi_client_error = %d",
+    velmor_log(LogLevel::Debug, speaker, "qmi_client_send_msg_sync fail, qmi_client_error = %d",
                error);
   }
   return error;
@@ -71,7 +71,7 @@ int velmor_send_nas_qmi_req_msg(unsigned int msg_id, void* req, unsigned int req
       static_cast<int>(msg_id), static_cast<int>(time_out_ms),
       static_cast<unsigned int>(reinterpret_cast<uintptr_t>(qmi_client_ptr)));
   const int result =
-      send_on_fresh_client(msg_id, req, req_len, resp, resp_len, time_out_ms, LogPlace::here());
+      send_on_fresh_client(msg_id, req, req_len, resp, resp_len, time_out_ms, Speaker::here());
   velmor_qmi_client_recovery();
   return result;
 }

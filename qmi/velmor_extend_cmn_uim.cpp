@@ -65,26 +65,27 @@ void uim_qmi_client_recovery() {
 // One operation: its request, and how what it logs differs from the others.
 struct Operation {
   uint16_t msg_id;
-  LogPlace place;
-  const char* name = place.function;  // in the messages about the client
-  bool recovers_after_loss = true;    // before it sends
-  bool is_power = false;              // tells the failures so far
+  Speaker speaker;
+  const char* name = speaker.function;  // in the messages about the client
+  bool recovers_after_loss = true;      // before it sends
+  bool is_power = false;                // tells the failures so far
 };
 
 // Opens the client if need be. False when there is none.
 bool has_client(const Operation& op) {
   if (SSR_Detected != 0 && op.recovers_after_loss) {
-    velmor_log(LogLevel::Debug, op.place, "SSR_Detected, try recovery");
+    velmor_log(LogLevel::Debug, op.speaker, "SSR_Detected, try recovery");
     uim_qmi_client_recovery();
   }
   if (uim_qmi_client == nullptr) {
     if (!init_uim_qmi_client()) {
-      velmor_log(LogLevel::Debug, op.place, "init_uim_qmi_client failed");
+      velmor_log(LogLevel::Debug, op.speaker, "init_uim_qmi_client failed");
       return false;
     }
-    velmor_log(LogLevel::Debug, op.place, "%s try init_uim_qmi_client %p", op.name, uim_qmi_client);
+    velmor_log(LogLevel::Debug, op.speaker, "%s try init_uim_qmi_client %p", op.name,
+               uim_qmi_client);
   }
-  velmor_log(LogLevel::Debug, op.place, "%s uim_qmi_client %p", op.name, uim_qmi_client);
+  velmor_log(LogLevel::Debug, op.speaker, "%s uim_qmi_client %p", op.name, uim_qmi_client);
   return true;
 }
 
@@ -94,24 +95,24 @@ int send(const Operation& op, void* req, unsigned int req_len, void* resp, unsig
   if (error == QMI_NO_ERR) return 0;
   ++failed_cnt;
   if (op.is_power) {
-    velmor_log(LogLevel::Debug, op.place, "send msg sync client error = %d, failed_cnt = %d", error,
-               failed_cnt);
+    velmor_log(LogLevel::Debug, op.speaker, "send msg sync client error = %d, failed_cnt = %d",
+               error, failed_cnt);
   } else {
-    velmor_log(LogLevel::Debug, op.place, "send msg sync client error = %d", error);
+    velmor_log(LogLevel::Debug, op.speaker, "send msg sync client error = %d", error);
   }
   return error;
 }
 
 int leave(const Operation& op, int result) {
   if (op.is_power) {
-    velmor_log(LogLevel::Debug, op.place, "uicc_power_ex res = %d, failed_cnt = %d", result,
+    velmor_log(LogLevel::Debug, op.speaker, "uicc_power_ex res = %d, failed_cnt = %d", result,
                failed_cnt);
   }
   if (result == QMI_SERVICE_ERR || failed_cnt >= kMaxFailures) {
-    velmor_log(LogLevel::Debug, op.place, "QMI error, try recovery");
+    velmor_log(LogLevel::Debug, op.speaker, "QMI error, try recovery");
     uim_qmi_client_recovery();
   }
-  velmor_log(LogLevel::Debug, op.place, "function exit <-------------");
+  velmor_log(LogLevel::Debug, op.speaker, "function exit <-------------");
   return result;
 }
 
@@ -119,12 +120,12 @@ int leave(const Operation& op, int result) {
 // is sent and that is the result. `evaluate` makes the result out of the response.
 template <typename Request, typename Response, typename Fill, typename Evaluate>
 int guarded_call(const Operation& op, Fill fill, Evaluate evaluate) {
-  velmor_log(LogLevel::Debug, op.place, "function entry ------------->");
+  velmor_log(LogLevel::Debug, op.speaker, "function entry ------------->");
   int result = -1;
   if (has_client(op)) {
-    const auto req = qcril_new_record<Request>(op.place);
+    const auto req = qcril_new_record<Request>(op.speaker);
     if (req == nullptr) return -1;
-    const auto resp = qcril_new_record<Response>(op.place);
+    const auto resp = qcril_new_record<Response>(op.speaker);
     if (resp == nullptr) return -1;
     result = fill(*req);
     if (result == 0) result = send(op, req.get(), sizeof *req, resp.get(), sizeof *resp);
@@ -139,7 +140,7 @@ bool succeeded(const qmi_response_type_v01& resp) {
 
 // Logs how the operation went, in its own name.
 void log_outcome(const Operation& op, const char* outcome) {
-  velmor_log(LogLevel::Debug, op.place, "%s %s", op.name, outcome);
+  velmor_log(LogLevel::Debug, op.speaker, "%s %s", op.name, outcome);
 }
 
 // The application identifier of the ISD-R, the same on every eUICC.
@@ -153,7 +154,7 @@ int store_esim_enable(const Operation& op, int32_t esim_enable, const char* dire
   const int code =
       velmor_efs_write(1, kEfsEsimEnable.path, kEfsEsimEnable.path_len(), bytes, sizeof bytes);
   if (code == 0) return 0;
-  velmor_log(LogLevel::Debug, op.place, "Velmor, power %s write esim efs file failed", direction);
+  velmor_log(LogLevel::Debug, op.speaker, "Velmor, power %s write esim efs file failed", direction);
   return -1;
 }
 
@@ -161,7 +162,7 @@ int store_esim_enable(const Operation& op, int32_t esim_enable, const char* dire
 
 int velmor_uim_get_card_status(UimCardStatus* out) {
   const Operation op{.msg_id = QMI_UIM_GET_CARD_STATUS_REQ_V01,
-                     .place = LogPlace::here(),
+                     .speaker = Speaker::here(),
                      .recovers_after_loss = false};
   const auto fill = [](uim_get_card_status_req_msg_v01& req) {
     req.extended_card_status_valid = 1;
@@ -176,7 +177,7 @@ int velmor_uim_get_card_status(UimCardStatus* out) {
     const uim_card_status_v01& status = resp.extended_card_status;
     for (uint32_t i = 0; i < status.card_info_len; ++i) {
       const auto state = static_cast<uint8_t>(status.card_info[i].card_state);
-      velmor_log(LogLevel::Debug, op.place, "SIM[%d] State = %d", static_cast<int>(i), state);
+      velmor_log(LogLevel::Debug, op.speaker, "SIM[%d] State = %d", static_cast<int>(i), state);
       if (i < std::size(out->state)) out->state[i] = state;
     }
     return 0;
@@ -186,7 +187,7 @@ int velmor_uim_get_card_status(UimCardStatus* out) {
 }
 
 int velmor_uim_open_channel(const UimOpenChannelParams* in, uint8_t* channel_id) {
-  const Operation op{.msg_id = QMI_UIM_OPEN_LOGICAL_CHANNEL_REQ_V01, .place = LogPlace::here()};
+  const Operation op{.msg_id = QMI_UIM_OPEN_LOGICAL_CHANNEL_REQ_V01, .speaker = Speaker::here()};
   const auto fill = [&](uim_open_logical_channel_req_msg_v01& req) {
     req.slot = in->slot;
     req.aid_valid = 1;
@@ -210,7 +211,7 @@ int velmor_uim_open_channel(const UimOpenChannelParams* in, uint8_t* channel_id)
 }
 
 int velmor_uim_close_channel(const UimCloseChannelParams* in) {
-  const Operation op{.msg_id = QMI_UIM_LOGICAL_CHANNEL_REQ_V01, .place = LogPlace::here()};
+  const Operation op{.msg_id = QMI_UIM_LOGICAL_CHANNEL_REQ_V01, .speaker = Speaker::here()};
   const auto fill = [&](uim_logical_channel_req_msg_v01& req) {
     req.slot = in->slot;
     req.channel_id_valid = 1;
@@ -227,7 +228,7 @@ int velmor_uim_close_channel(const UimCloseChannelParams* in) {
 }
 
 int velmor_uim_send_apdu(const UimApduRequest* in, UimApduResponse* out) {
-  const Operation op{.msg_id = QMI_UIM_SEND_APDU_REQ_V01, .place = LogPlace::here()};
+  const Operation op{.msg_id = QMI_UIM_SEND_APDU_REQ_V01, .speaker = Speaker::here()};
   const auto fill = [&](uim_send_apdu_req_msg_v01& req) {
     req.slot = in->slot;
     req.apdu_len = in->apdu_len;
@@ -236,7 +237,7 @@ int velmor_uim_send_apdu(const UimApduRequest* in, UimApduResponse* out) {
     req.channel_id = in->channel_id;
     req.procedure_bytes_valid = 1;
     req.procedure_bytes = 1;
-    velmor_log(LogLevel::Debug, op.place, "%s apdu_len = %d", op.name, in->apdu_len);
+    velmor_log(LogLevel::Debug, op.speaker, "%s apdu_len = %d", op.name, in->apdu_len);
     return 0;
   };
   const auto evaluate = [&](const uim_send_apdu_resp_msg_v01& resp) {
@@ -254,7 +255,7 @@ int velmor_uim_send_apdu(const UimApduRequest* in, UimApduResponse* out) {
 
 int velmor_esim_request_uicc_power_ex(const UiccPowerParams* params) {
   Operation op{.msg_id = QMI_UIM_POWER_DOWN_REQ_V01,
-               .place = LogPlace::here(),
+               .speaker = Speaker::here(),
                .name = "velmor_uim_request_uicc_power_ex",
                .is_power = true};
   const auto evaluate = [](const auto&) { return 0; };
@@ -273,7 +274,7 @@ int velmor_esim_request_uicc_power_ex(const UiccPowerParams* params) {
     req.ignore_hot_swap_switch_valid = 1;
     req.ignore_hot_swap_switch = params->ignore_hotswap != 0 ? 1 : 0;
     req.mode_valid = 1;
-    velmor_log(LogLevel::Debug, op.place, "%s power up sim, ignore hotswap = %d ", op.name,
+    velmor_log(LogLevel::Debug, op.speaker, "%s power up sim, ignore hotswap = %d ", op.name,
                req.ignore_hot_swap_switch);
     return store_esim_enable(op, params->esim_enable, "up");
   };
@@ -281,7 +282,7 @@ int velmor_esim_request_uicc_power_ex(const UiccPowerParams* params) {
 }
 
 int velmor_uim_request_eid(const uint8_t* slot, uint8_t eid[16]) {
-  const Operation op{.msg_id = QMI_UIM_GET_EID_REQ_V01, .place = LogPlace::here()};
+  const Operation op{.msg_id = QMI_UIM_GET_EID_REQ_V01, .speaker = Speaker::here()};
   const auto fill = [&](uim_get_eid_req_msg_v01& req) {
     req.slot = *slot;
     return 0;

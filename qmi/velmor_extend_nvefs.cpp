@@ -35,7 +35,7 @@ int velmor_qmi_result_map(int result) {
 // the function that made it.
 class Operation {
  public:
-  Operation(NvefsOp op, unsigned int sub_id, LogPlace place) : place_(place) {
+  Operation(NvefsOp op, unsigned int sub_id, Speaker speaker) : speaker_(speaker) {
     req.op_type = op;
     req.sub_id = static_cast<uint8_t>(sub_id);
   }
@@ -45,7 +45,7 @@ class Operation {
   unsigned int returned = 0;  // bytes of `rsp` that arrived
 
   int refuse(int code, const char* why) const {
-    velmor_log(LogLevel::Debug, place_, "%s", why);
+    velmor_log(LogLevel::Debug, speaker_, "%s", why);
     return code;
   }
 
@@ -56,7 +56,7 @@ class Operation {
   int check_nv(unsigned int sub_id, unsigned int nv_id) {
     if (const int error = check_sub(sub_id)) return error;
     if (nv_id > kNvIdMax) {
-      velmor_log(LogLevel::Debug, place_, "nv_id is out range(%d)", static_cast<int>(kNvIdMax));
+      velmor_log(LogLevel::Debug, speaker_, "nv_id is out range(%d)", static_cast<int>(kNvIdMax));
       return VELMOR_NVEFS_BAD_NV_ID;
     }
     req.id = static_cast<uint16_t>(nv_id);
@@ -75,7 +75,7 @@ class Operation {
   int check_room(const unsigned char* buf, const unsigned int* p_buf_len) const {
     if (buf == nullptr) return refuse(VELMOR_NVEFS_NO_BUF, "buf is null");
     if (p_buf_len == nullptr) return refuse(VELMOR_NVEFS_BAD_LEN, "p_buf_len is null");
-    velmor_log(LogLevel::Debug, place_, "buf_len: %d", static_cast<int>(*p_buf_len));
+    velmor_log(LogLevel::Debug, speaker_, "buf_len: %d", static_cast<int>(*p_buf_len));
     if (*p_buf_len == 0) return refuse(VELMOR_NVEFS_BAD_LEN, "buf_len is invalid");
     return VELMOR_NVEFS_OK;
   }
@@ -89,7 +89,7 @@ class Operation {
   void put_path(const char* path, int path_len) {
     char local[kEfsReadPathMax + 1] = {};
     memcpy(local, path, static_cast<size_t>(path_len));
-    velmor_log(LogLevel::Debug, place_, "path_value: %s", local);
+    velmor_log(LogLevel::Debug, speaker_, "path_value: %s", local);
     req.path_len = static_cast<uint8_t>(path_len);
     memcpy(req.path, local, static_cast<size_t>(path_len));
   }
@@ -112,7 +112,7 @@ class Operation {
     if (result == VELMOR_NVEFS_OK && returned < kRspHeaderBytes) {
       result = VELMOR_NVEFS_EXCHANGE_FAILED;
     }
-    velmor_log(LogLevel::Debug, place_, "result = %d, %s = %d", result, result_name, rsp.result);
+    velmor_log(LogLevel::Debug, speaker_, "result = %d, %s = %d", result, result_name, rsp.result);
     if (result != VELMOR_NVEFS_OK) return refuse(result, "velmor_extend_qmi_send_sync fail");
     if (negative_only ? rsp.result < 0 : rsp.result != 0) {
       return refuse(rsp.result, "qmi response fail");
@@ -123,7 +123,7 @@ class Operation {
   // An exchange whose answer is data.
   int exchange_for_data(const char* failure) {
     const int result = exchange();
-    velmor_log(LogLevel::Debug, place_, "result = %d, rsp.result = %d", result, rsp.result);
+    velmor_log(LogLevel::Debug, speaker_, "result = %d, rsp.result = %d", result, rsp.result);
     if (result != VELMOR_NVEFS_OK) return refuse(result, failure);
     if (rsp.result != 0) return refuse(rsp.result, "qmi response fail");
     return VELMOR_NVEFS_OK;
@@ -136,7 +136,7 @@ class Operation {
   }
 
  private:
-  const LogPlace place_;
+  const Speaker speaker_;
   unsigned int room_ = sizeof rsp;
 };
 
@@ -148,7 +148,7 @@ int velmor_nv_read(unsigned int sub_id, unsigned int nv_id, unsigned char* buf,
   MutexLock hold(g_nv_lock);
   VELMOR_LOG_DEBUG("velmor_nv_read, sub_id %d, nv_id: %d", static_cast<int>(sub_id),
                    static_cast<int>(nv_id));
-  Operation op(NvefsOp::NvRead, sub_id, LogPlace::here());
+  Operation op(NvefsOp::NvRead, sub_id, Speaker::here());
   if (const int error = op.check_nv(sub_id, nv_id)) return error;
   if (const int error = op.check_room(buf, p_buf_len)) return error;
 
@@ -167,7 +167,7 @@ int velmor_nv_write_ex(unsigned int sub_id, unsigned int nv_id, unsigned char* b
   MutexLock hold(g_nv_lock);
   VELMOR_LOG_DEBUG("velmor_nv_write, sub_id %d, nv_id: %d, buf_len: %d", static_cast<int>(sub_id),
                    static_cast<int>(nv_id), buf_len);
-  Operation op(NvefsOp::NvWrite, sub_id, LogPlace::here());
+  Operation op(NvefsOp::NvWrite, sub_id, Speaker::here());
   if (const int error = op.check_nv(sub_id, nv_id)) return error;
   const bool len_is_valid = buf_len >= 1 && buf_len <= static_cast<int>(kNvefsDataMax);
   if (const int error = op.check_data(buf, len_is_valid)) return error;
@@ -182,7 +182,7 @@ int velmor_nv_delete(unsigned int sub_id, unsigned int nv_id) {
   MutexLock hold(g_nv_lock);
   VELMOR_LOG_DEBUG("velmor_nv_delete, sub_id %d, nv_id: %d", static_cast<int>(sub_id),
                    static_cast<int>(nv_id));
-  Operation op(NvefsOp::NvDelete, sub_id, LogPlace::here());
+  Operation op(NvefsOp::NvDelete, sub_id, Speaker::here());
   if (const int error = op.check_nv(sub_id, nv_id)) return error;
   return op.exchange_for_result("rsp.result", false);
 }
@@ -192,7 +192,7 @@ int velmor_efs_read(unsigned int sub_id, const char* efs_path, int path_len, uns
   LogScope scope;
   MutexLock hold(g_efs_lock);
   VELMOR_LOG_DEBUG("velmor_efs_read, sub_id %d, path_len: %d", static_cast<int>(sub_id), path_len);
-  Operation op(NvefsOp::EfsRead, sub_id, LogPlace::here());
+  Operation op(NvefsOp::EfsRead, sub_id, Speaker::here());
   if (const int error = op.check_path(sub_id, efs_path, path_len, kEfsReadPathMax)) return error;
   if (const int error = op.check_room(buf, p_buf_len)) return error;
   op.put_path(efs_path, path_len);
@@ -237,7 +237,7 @@ int velmor_efs_write(unsigned int sub_id, const char* efs_path, int path_len, un
   MutexLock hold(g_efs_lock);
   VELMOR_LOG_DEBUG("velmor_efs_write, sub_id %d, path_len: %d, buf_len: %d",
                    static_cast<int>(sub_id), path_len, static_cast<int>(buf_len));
-  Operation op(NvefsOp::EfsWrite, sub_id, LogPlace::here());
+  Operation op(NvefsOp::EfsWrite, sub_id, Speaker::here());
   if (const int error = op.check_path(sub_id, efs_path, path_len, kEfsPathMax)) return error;
   const bool len_is_valid = buf_len >= 1 && buf_len <= kEfsWriteMax;
   if (const int error = op.check_data(buf, len_is_valid)) return error;
@@ -274,7 +274,7 @@ int velmor_efs_delete(unsigned int sub_id, const char* efs_path, int path_len) {
   MutexLock hold(g_efs_lock);
   VELMOR_LOG_DEBUG("velmor_efs_delete, sub_id %d, path_len: %d", static_cast<int>(sub_id),
                    path_len);
-  Operation op(NvefsOp::EfsDelete, sub_id, LogPlace::here());
+  Operation op(NvefsOp::EfsDelete, sub_id, Speaker::here());
   if (const int error = op.check_path(sub_id, efs_path, path_len, kEfsPathMax)) return error;
   op.put_path(efs_path, path_len);
   return op.exchange_for_result("rsp.result", false);

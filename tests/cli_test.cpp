@@ -3,6 +3,8 @@
 #include <stdio.h>
 
 #include <algorithm>
+#include <regex>
+#include <set>
 #include <sstream>
 
 #include "support/cli_fixture.h"
@@ -215,6 +217,29 @@ TEST_F(Cli, TheFlagsSwitchLogAndEchoApart) {
   set_property("persist.vendor.velmor.print", "2");
   EXPECT_EQ(tovi({"2"}), line("main", "Not support"));
   EXPECT_EQ(read_file(folder / "log"), log);
+}
+
+// The entry and the exit of an operation alone have one in common.
+TEST_F(Cli, EveryMessageHasASourceLineOfItsOwn) {
+  const std::regex echo("RIL\\[(\\w+:\\d+)\\]: (.*)\n"), value("-?[0-9A-F]+|/.*");
+  std::map<std::string, std::set<std::string>> said;  // by function and line
+  for (const Args& args : std::vector<Args>{{"5", "10", "5", "1"},
+                                            {"4", "1", "0", "550"},
+                                            {"4", "1", "2"},
+                                            {"9", "8", "0"},
+                                            {"10", "1", "1"},
+                                            {"3", "3", "1", "4", "9"},
+                                            {"12", "0"}}) {
+    const std::string out = run("tovi", args, variables).out;
+    for (std::sregex_iterator at(out.begin(), out.end(), echo), end; at != end; ++at) {
+      const std::string body = std::regex_replace((*at)[2].str(), value, "#");
+      if (!body.starts_with("function exit")) said[(*at)[1]].insert(body);
+    }
+  }
+  EXPECT_GT(said.size(), 80u);
+  for (const auto& [place, bodies] : said) {
+    EXPECT_EQ(bodies.size(), 1u) << place << " " << *bodies.begin() << " " << *bodies.rbegin();
+  }
 }
 
 TEST_F(Cli, WithoutAModemTheSearchEndsAfter50Attempts) {

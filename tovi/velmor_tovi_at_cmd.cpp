@@ -116,19 +116,19 @@ void open_port() {
 }
 
 // Sends the command up to its first blank and waits for the reader. False when nothing was sent.
-bool run_command(int argc, char** argv, const LogPlace& place) {
+bool run_command(int argc, char** argv, Speaker speaker) {
   if (argc != 3) {
-    velmor_log(LogLevel::Debug, place,
+    velmor_log(LogLevel::Debug, speaker,
                "note: The number of inputs should be 2, Pls refer to the following cmd:");
     return false;
   }
   if (velmor_atoi(argv[1]) != kModule) {
-    velmor_log(LogLevel::Debug, place,
+    velmor_log(LogLevel::Debug, speaker,
                "note: the first parameters should be %d, Pls refer to the following cmd:", kModule);
     return false;
   }
   if (strlen(argv[2]) > kCommandMax) {
-    velmor_log(LogLevel::Debug, place,
+    velmor_log(LogLevel::Debug, speaker,
                "note: the second parameters length should <= %d, Pls refer to the following cmd:",
                static_cast<int>(kCommandMax));
     return false;
@@ -136,14 +136,14 @@ bool run_command(int argc, char** argv, const LogPlace& place) {
   char text[kCommandMax + 5] = {};
   static_assert(kCommandMax == 100, "the width below");
   const int scanned = sscanf(argv[2], "%100s\r", text);
-  velmor_log(LogLevel::Debug, place, "At cmd you input: sscanf(%d), len (%d), %s", scanned,
+  velmor_log(LogLevel::Debug, speaker, "At cmd you input: sscanf(%d), len (%d), %s", scanned,
              static_cast<int>(strlen(text)), text);
 
   open_port();
-  velmor_log(LogLevel::Debug, place, "Will create a thread to receive data from serial");
+  velmor_log(LogLevel::Debug, speaker, "Will create a thread to receive data from serial");
   pthread_t reader;
   if (pthread_create(&reader, nullptr, velmor_test_at_cmd_receive, nullptr) != 0) {
-    velmor_log(LogLevel::Debug, place, "Fail to create a thread");
+    velmor_log(LogLevel::Debug, speaker, "Fail to create a thread");
     return false;
   }
   g_reader_started.acquire();
@@ -161,7 +161,7 @@ void velmor_test_at_cmd_show_help(int module) {
 }
 
 int velmor_test_at_cmd_do(int argc, char** argv) {
-  const bool sent = run_command(argc, argv, LogPlace::here());
+  const bool sent = run_command(argc, argv, Speaker::here());
   if (g_at_serial_fd > 0) {
     VELMOR_LOG_DEBUG("Will close channel: %s", kPort);
     close(g_at_serial_fd);

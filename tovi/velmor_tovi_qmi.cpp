@@ -27,16 +27,16 @@ constexpr HelpLine kHelp[] = {
 
 // Sends one scan request in the name of `place`; the scope is not part of it.
 template <typename Request, typename Response>
-int scan(uint16_t msg_id, const LogPlace& place) {
-  LogScope scope(place);
-  velmor_log(LogLevel::Debug, place, "%s, scan_scope = %d", place.function,
+int scan(uint16_t msg_id, Speaker speaker) {
+  LogScope scope(speaker);
+  velmor_log(LogLevel::Debug, speaker, "%s, scan_scope = %d", speaker.function,
              static_cast<int>(NAS_SCAN_SCOPE_FULL_BAND_V01));
   Request req{};
   Response resp{};
   const int result =
       velmor_send_nas_qmi_req_msg(msg_id, &req, sizeof req, &resp, sizeof resp, kScanTimeOutMs);
   if (result != 0) {
-    velmor_log(LogLevel::Debug, place, "qmi_client_send_msg_sync fail, qmi_client_error = %d",
+    velmor_log(LogLevel::Debug, speaker, "qmi_client_send_msg_sync fail, qmi_client_error = %d",
                result);
   }
   return result;
@@ -44,13 +44,13 @@ int scan(uint16_t msg_id, const LogPlace& place) {
 
 int velmor_send_nas_perform_network_scan_req_msg_v01(nas_scan_scope_enum_v01) {
   return scan<nas_perform_network_scan_req_msg_v01, nas_perform_network_scan_resp_msg_v01>(
-      QMI_NAS_PERFORM_NETWORK_SCAN_REQ_MSG_V01, LogPlace::here());
+      QMI_NAS_PERFORM_NETWORK_SCAN_REQ_MSG_V01, Speaker::here());
 }
 
 int velmor_send_nas_perform_incremental_network_scan_req_msg_v01(nas_scan_scope_enum_v01) {
   return scan<nas_perform_incremental_network_scan_req_msg_v01,
               nas_perform_incremental_network_scan_resp_msg_v01>(
-      QMI_NAS_PERFORM_INCREMENTAL_NETWORK_SCAN_REQ_MSG_V01, LogPlace::here());
+      QMI_NAS_PERFORM_INCREMENTAL_NETWORK_SCAN_REQ_MSG_V01, Speaker::here());
 }
 
 constexpr int (*kCommands[])(nas_scan_scope_enum_v01) = {

@@ -159,19 +159,19 @@ void print_banner(const char* word) {
 // Sends a common request without a value. False when it failed or was refused, which is noted with
 // `fail_words` and what the result is called.
 bool request(uint32_t type, velmor_common_rsp& rsp, const char* fail_words, const char* rsp_word,
-             const LogPlace& place) {
+             Speaker speaker) {
   const int result = velmor_common_qmi_req(type, 0, nullptr, &rsp);
   if (result == 0 && rsp.result == 0) return true;
-  velmor_log(LogLevel::Debug, place, "%s, result = %d, %s.result = %d",
+  velmor_log(LogLevel::Debug, speaker, "%s, result = %d, %s.result = %d",
              result != 0 ? fail_words : "qmi response fail", result, rsp_word, rsp.result);
   return false;
 }
 
 // Names the diag logs that the modem should support in a newer version.
-void print_unsupported_logs(const LogPlace& place) {
+void print_unsupported_logs(Speaker speaker) {
   velmor_common_rsp rsp{};
   if (!request(VELMOR_COMMON_STATS_UNSUPPORTED, rsp, "velmor_common_qmi_req fail",
-               "rsp_not_support", place)) {
+               "rsp_not_support", speaker)) {
     return;
   }
   const auto log_num = static_cast<int>(print_number(rsp.data, 2, "log_num"));
@@ -199,7 +199,7 @@ void velmor_modem_stats_support_status_check(const uint8_t* data) {
   } else if (all_supported) {
     print_banner("================ SUCCES ===================");
   } else {
-    print_unsupported_logs(LogPlace::here());
+    print_unsupported_logs(Speaker::here());
   }
 }
 
@@ -246,7 +246,7 @@ void velmor_test_modem_stats_get_debug_info_do(int type) {
   VELMOR_LOG_DEBUG("Get the debug info of modem_stats, mask = 0x%x", static_cast<unsigned>(type));
   velmor_common_rsp rsp{};
   if (!request(VELMOR_COMMON_STATS_DEBUG_INFO, rsp, "velmor_common_qmi_req fail, REQUEST_ID_COMMON",
-               "rsp", LogPlace::here())) {
+               "rsp", Speaker::here())) {
     return;
   }
   if (type == 0) {

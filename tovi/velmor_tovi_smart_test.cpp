@@ -161,58 +161,58 @@ constexpr PrintSwitch kQmiPrint = {"bp_qmi_print", kEfsQmiPrint, {1}, 1};
 constexpr PrintSwitch kRfPrint = {"bp_rf_print", kEfsRfPrint, {0x0F}, 4};
 
 // Switches it, then restarts the modem.
-void turn(PrintSwitch print, int opt, const LogPlace& place) {
-  velmor_log(LogLevel::Debug, place, "%s, opt = %d", print.name, opt);
+void turn(PrintSwitch print, int opt, Speaker speaker) {
+  velmor_log(LogLevel::Debug, speaker, "%s, opt = %d", print.name, opt);
   if (opt == 1) {
     if (write_file(print.file, print.on, print.on_len) != 0) {
-      velmor_log(LogLevel::Debug, place, "velmor_efs_write failed");
+      velmor_log(LogLevel::Debug, speaker, "velmor_efs_write failed");
       return;
     }
   } else if (delete_file(print.file) != 0) {
-    velmor_log(LogLevel::Debug, place, "velmor_efs_delete failed");
+    velmor_log(LogLevel::Debug, speaker, "velmor_efs_delete failed");
     return;
   }
   velmor_smart_test_nv_sync();
   velmor_smart_test_modem_ssr();
-  velmor_log(LogLevel::Debug, place, "success, pls wait 10 seconds ");
+  velmor_log(LogLevel::Debug, speaker, "success, pls wait 10 seconds ");
 }
 
 void velmor_smart_test_bp_skarn_print_switch(int opt) {
-  turn(kSkarnPrint, opt, LogPlace::here());
+  turn(kSkarnPrint, opt, Speaker::here());
 }
 
 void velmor_smart_test_bp_qmi_print_switch(int opt) {
-  turn(kQmiPrint, opt, LogPlace::here());
+  turn(kQmiPrint, opt, Speaker::here());
 }
 
 void velmor_smart_test_bp_rf_print_switch(int opt) {
-  turn(kRfPrint, opt, LogPlace::here());
+  turn(kRfPrint, opt, Speaker::here());
 }
 
 constexpr const char* g_share_memory_file_path = "/data/vendor/modem/share_memory";
 constexpr size_t kShareMemoryBytes = 100;
 
-void log_share_memory(int fd, const LogPlace& place) {
+void log_share_memory(int fd, Speaker speaker) {
   const int ret = ftruncate(fd, kShareMemoryBytes);
-  velmor_log(LogLevel::Debug, place, "ftruncate, ret: %d", ret);
+  velmor_log(LogLevel::Debug, speaker, "ftruncate, ret: %d", ret);
   if (ret == -1) {
-    velmor_log(LogLevel::Error, place, "ftruncate error");
+    velmor_log(LogLevel::Error, speaker, "ftruncate error");
     return;
   }
   void* map = mmap(nullptr, kShareMemoryBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-  velmor_log(LogLevel::Debug, place, "mmap, data_ptr: 0x%08x",
+  velmor_log(LogLevel::Debug, speaker, "mmap, data_ptr: 0x%08x",
              static_cast<unsigned int>(reinterpret_cast<uintptr_t>(map)));
   if (map == MAP_FAILED) {
-    velmor_log(LogLevel::Error, place, "mmap error");
+    velmor_log(LogLevel::Error, speaker, "mmap error");
     return;
   }
   const auto* data_ptr = static_cast<const unsigned char*>(map);
   for (int i = 0; i < 5; ++i) {
-    velmor_log(LogLevel::Debug, place, "data_ptr[%d]: %d", i, data_ptr[i]);
+    velmor_log(LogLevel::Debug, speaker, "data_ptr[%d]: %d", i, data_ptr[i]);
   }
   const int unmapped = munmap(map, kShareMemoryBytes);
-  velmor_log(LogLevel::Debug, place, "munmap, ret: %d", unmapped);
-  if (unmapped == -1) velmor_log(LogLevel::Error, place, "munmap error");
+  velmor_log(LogLevel::Debug, speaker, "munmap, ret: %d", unmapped);
+  if (unmapped == -1) velmor_log(LogLevel::Error, speaker, "munmap error");
 }
 
 void velmor_smart_test_sh_test_read() {
@@ -225,7 +225,7 @@ void velmor_smart_test_sh_test_read() {
     VELMOR_LOG_ERROR("shm_open error");
     return;
   }
-  log_share_memory(fd, LogPlace::here());
+  log_share_memory(fd, Speaker::here());
   VELMOR_LOG_ERROR("close fd");
   close(fd);
 }

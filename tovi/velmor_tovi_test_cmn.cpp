@@ -68,9 +68,9 @@ using Bytes = std::vector<unsigned char>;
 
 // Sends in the way that `mode` names and gives the library's result; `answer` becomes what came.
 int send_for_answer(int mode, Bytes& cmd, unsigned int time_out_ms, Bytes& answer,
-                    const LogPlace& place) {
+                    Speaker speaker) {
   const bool by_callback = mode == 0;
-  velmor_log(LogLevel::Debug, place,
+  velmor_log(LogLevel::Debug, speaker,
              by_callback ? "callback mode with result" : "dci mode with result");
   const auto send = by_callback ? velmor_diag_cmd_send_with_result_by_callback_mode
                                 : velmor_diag_cmd_send_with_result_by_dci_mode;
@@ -82,9 +82,9 @@ int send_for_answer(int mode, Bytes& cmd, unsigned int time_out_ms, Bytes& answe
   return code;
 }
 
-int send_only(int mode, Bytes& cmd, const LogPlace& place) {
+int send_only(int mode, Bytes& cmd, Speaker speaker) {
   const bool by_callback = mode == 0;
-  velmor_log(LogLevel::Debug, place,
+  velmor_log(LogLevel::Debug, speaker,
              by_callback ? "callback mode without result" : "dci mode without result");
   const auto send = by_callback ? velmor_diag_cmd_send_without_result_by_callback_mode
                                 : velmor_diag_cmd_send_without_result_by_dci_mode;
@@ -109,8 +109,8 @@ int velmor_cmn_diag_cmd_send(int argc, char** argv) {
   print_bytes("0x%02X ", cmd);
 
   Bytes answer;
-  const int code = wants_answer ? send_for_answer(mode, cmd, time_out_ms, answer, LogPlace::here())
-                                : send_only(mode, cmd, LogPlace::here());
+  const int code = wants_answer ? send_for_answer(mode, cmd, time_out_ms, answer, Speaker::here())
+                                : send_only(mode, cmd, Speaker::here());
   if (code != 0) {
     VELMOR_LOG_DEBUG("velmor_diag_cmd_send fail");
   } else if (wants_answer) {
@@ -158,9 +158,9 @@ constexpr int kMaxValues = 100;
 
 // Sends exactly `n` values from the command line, each through `convert`.
 int send_values(uint32_t t, int n, int argc, char** argv, int32_t (*convert)(int),
-                const LogPlace& place) {
+                Speaker speaker) {
   if (argc != n + 3) {
-    velmor_log(LogLevel::Debug, place,
+    velmor_log(LogLevel::Debug, speaker,
                "note: need %d inputs, Pls refer to the following cmd:", n + 3);
     return VELMOR_INVALID_ARGUMENT;
   }
@@ -178,12 +178,12 @@ int send_values(uint32_t t, int n, int argc, char** argv, int32_t (*convert)(int
 // Values are switches: 0 or 1.
 int velmor_cmn_card_status_cmd(uint32_t t, int n, int argc, char** argv) {
   constexpr auto reduce = [](int value) { return value != 0 ? 1 : 0; };
-  return send_values(t, n, argc, argv, reduce, LogPlace::here());
+  return send_values(t, n, argc, argv, reduce, Speaker::here());
 }
 
 int velmor_cmn_card_status_cmd_ex(uint32_t t, int n, int argc, char** argv) {
   constexpr auto keep = [](int value) { return value; };
-  return send_values(t, n, argc, argv, keep, LogPlace::here());
+  return send_values(t, n, argc, argv, keep, Speaker::here());
 }
 
 int velmor_cmn_card_status_query(int argc, char** argv) {

@@ -23,21 +23,21 @@ constexpr uint32_t kEidPauseMs = 100;
 uint8_t IS_EID_SAVE;  // 1 once the EID is known to be stored in the modem
 
 // Powers the slot down, and up again with `up` as its new content. False when either fails.
-bool power_cycle(const UiccPowerParams& down, const UiccPowerParams& up, const LogPlace& place) {
+bool power_cycle(const UiccPowerParams& down, const UiccPowerParams& up, Speaker speaker) {
   int res = velmor_esim_request_uicc_power_ex(&down);
-  velmor_log(LogLevel::Debug, place, "POWER_DOWN_UIM2 res = %d", res);
+  velmor_log(LogLevel::Debug, speaker, "POWER_DOWN_UIM2 res = %d", res);
   if (res != 0) return false;
   res = velmor_esim_request_uicc_power_ex(&up);
-  velmor_log(LogLevel::Debug, place, "POWER_UP_UIM2 res = %d", res);
+  velmor_log(LogLevel::Debug, speaker, "POWER_UP_UIM2 res = %d", res);
   return res == 0;
 }
 
 // Asks for the EID until its first byte is not 0: a card takes its time after it is powered up.
-bool poll_eid(uint8_t eid[kEidBytes], int attempts, const LogPlace& place) {
+bool poll_eid(uint8_t eid[kEidBytes], int attempts, Speaker speaker) {
   memset(eid, 0, kEidBytes);
   for (int i = 0; i < attempts; ++i) {
     timing::sleep_ms(kEidPauseMs);
-    velmor_log(LogLevel::Debug, place, "try get eid loop = %d", i);
+    velmor_log(LogLevel::Debug, speaker, "try get eid loop = %d", i);
     velmor_uim_request_eid(&kSlot, eid);
     if (eid[0] != 0) return true;
   }
@@ -54,12 +54,12 @@ std::string hex_text(const void* bytes, size_t count) {
 // The cases of the test. Each prints its result and gives true, or false for one that failed
 // without more to say.
 
-bool switch_to_esim(const LogPlace& place) {
-  velmor_log(LogLevel::Debug, place, "switch to eSIM");
-  if (!power_cycle({0, kSlot, 0, 0}, {1, kSlot, 1, 1}, place)) return false;
+bool switch_to_esim(Speaker speaker) {
+  velmor_log(LogLevel::Debug, speaker, "switch to eSIM");
+  if (!power_cycle({0, kSlot, 0, 0}, {1, kSlot, 1, 1}, speaker)) return false;
   uint8_t eid[kEidBytes];
-  if (!poll_eid(eid, 30, place)) {
-    velmor_log(LogLevel::Debug, place, "get eid timeout");
+  if (!poll_eid(eid, 30, speaker)) {
+    velmor_log(LogLevel::Debug, speaker, "get eid timeout");
     return false;
   }
   const std::string text = hex_text(eid, sizeof eid);
@@ -72,27 +72,27 @@ bool switch_to_esim(const LogPlace& place) {
   return true;
 }
 
-bool switch_to_sim2(const LogPlace& place) {
-  velmor_log(LogLevel::Debug, place, "switch to SIM2");
-  if (!power_cycle({0, kSlot, 0, 1}, {1, kSlot, 0, 0}, place)) return false;
-  velmor_log(LogLevel::Debug, place, "SIM2 Power Up successfully");
+bool switch_to_sim2(Speaker speaker) {
+  velmor_log(LogLevel::Debug, speaker, "switch to SIM2");
+  if (!power_cycle({0, kSlot, 0, 1}, {1, kSlot, 0, 0}, speaker)) return false;
+  velmor_log(LogLevel::Debug, speaker, "SIM2 Power Up successfully");
   puts("value=SUCCEED");
   return true;
 }
 
-bool show_eid(const LogPlace& place) {
-  velmor_log(LogLevel::Debug, place, "velmor get eid");
+bool show_eid(Speaker speaker) {
+  velmor_log(LogLevel::Debug, speaker, "velmor get eid");
   uint8_t eid[kEidBytes];
-  if (!poll_eid(eid, 2, place)) return false;
+  if (!poll_eid(eid, 2, speaker)) return false;
   printf("eID=%s\n", hex_text(eid, sizeof eid).c_str());
   return true;
 }
 
-bool show_card_status(const LogPlace& place) {
-  velmor_log(LogLevel::Debug, place, "try get simcard status");
+bool show_card_status(Speaker speaker) {
+  velmor_log(LogLevel::Debug, speaker, "try get simcard status");
   UimCardStatus status{};
   if (velmor_uim_get_card_status(&status) != 0) return false;
-  velmor_log(LogLevel::Debug, place, "card_status, [%d, %d]", status.state[0], status.state[1]);
+  velmor_log(LogLevel::Debug, speaker, "card_status, [%d, %d]", status.state[0], status.state[1]);
   map_sim_state(status.state);
   return true;
 }
@@ -101,12 +101,12 @@ bool show_card_status(const LogPlace& place) {
 constexpr const char* kResetDone = "08bf34038001009000";
 constexpr const char* kNothingToDelete = "08bf34038001019000";
 
-bool reset_euicc(const LogPlace& place) {
-  velmor_log(LogLevel::Debug, place, "Start eUICC Reset");
+bool reset_euicc(Speaker speaker) {
+  velmor_log(LogLevel::Debug, speaker, "Start eUICC Reset");
   constexpr UimOpenChannelParams kOpen = {kSlot, 1};
   uint8_t channel_id = 0xFF;
   int res = velmor_uim_open_channel(&kOpen, &channel_id);
-  velmor_log(LogLevel::Debug, place, "velmor_uim_open_channel res = %d, channel_id = %d", res,
+  velmor_log(LogLevel::Debug, speaker, "velmor_uim_open_channel res = %d, channel_id = %d", res,
              channel_id);
   if (res != 0) return false;
 
@@ -118,32 +118,32 @@ bool reset_euicc(const LogPlace& place) {
       {0x80, 0xE2, 0x91, 0x00, 0x07, 0xBF, 0x34, 0x04, 0x82, 0x02, 0x05, 0xE0, 0x00}};
   UimApduResponse response{};
   res = velmor_uim_send_apdu(&reset, &response);
-  velmor_log(LogLevel::Debug, place, "velmor_uim_send_apdu res = %d", res);
+  velmor_log(LogLevel::Debug, speaker, "velmor_uim_send_apdu res = %d", res);
   if (res != 0) return false;
 
   const std::string apdu = hex_text(&response, 9);
-  velmor_log(LogLevel::Debug, place, "apdu=%s", apdu.c_str());
+  velmor_log(LogLevel::Debug, speaker, "apdu=%s", apdu.c_str());
   if (apdu == kResetDone) {
-    velmor_log(LogLevel::Debug, place, "velmor_uim_send_apdu, delete profile successfully.");
+    velmor_log(LogLevel::Debug, speaker, "velmor_uim_send_apdu, delete profile successfully.");
   } else if (apdu == kNothingToDelete) {
-    velmor_log(LogLevel::Debug, place, "velmor_uim_send_apdu, nothing to delete.");
+    velmor_log(LogLevel::Debug, speaker, "velmor_uim_send_apdu, nothing to delete.");
   } else {
-    velmor_log(LogLevel::Debug, place, "velmor_uim_send_apdu, apdu rsp check failed.");
+    velmor_log(LogLevel::Debug, speaker, "velmor_uim_send_apdu, apdu rsp check failed.");
     return false;
   }
   const UimCloseChannelParams close = {kSlot, channel_id};
   res = velmor_uim_close_channel(&close);
-  velmor_log(LogLevel::Debug, place, "velmor_uim_close_channel res = %d", res);
+  velmor_log(LogLevel::Debug, speaker, "velmor_uim_close_channel res = %d", res);
   puts("value=SUCCEED");
   return true;
 }
 
-bool refuse(const LogPlace& place) {
-  velmor_log(LogLevel::Debug, place, "invalid input skip");
+bool refuse(Speaker speaker) {
+  velmor_log(LogLevel::Debug, speaker, "invalid input skip");
   return false;
 }
 
-using Case = bool (*)(const LogPlace& place);
+using Case = bool (*)(Speaker speaker);
 constexpr Case kCases[] = {refuse,   switch_to_esim,   switch_to_sim2,
                            show_eid, show_card_status, reset_euicc};
 
@@ -162,7 +162,7 @@ int velmor_cmn_esim_test(int argc, char** argv) {
   }
   const bool known = esim_on > 0 && esim_on < static_cast<int>(std::size(kCases));
   const Case run = kCases[known ? esim_on : 0];
-  if (!run(LogPlace::here())) puts("value=FAILED");
+  if (!run(Speaker::here())) puts("value=FAILED");
   return 0;
 }
 

@@ -82,14 +82,15 @@ void velmor_show_help_lines(int asked, int own, std::span<const HelpLine> lines)
   }
 }
 
-bool velmor_check_module_args(int argc, char** argv, int module, int least, const LogPlace& place) {
+bool velmor_check_module_args(int argc, char** argv, int module, int least, Speaker speaker) {
   if (argc < least) {
-    velmor_log(LogLevel::Debug, place, "note: Too few parameters, Pls refer to the following cmd:");
+    velmor_log(LogLevel::Debug, speaker,
+               "note: Too few parameters, Pls refer to the following cmd:");
     show_help(module);
     return false;
   }
   if (velmor_atoi(argv[1]) != module) {
-    velmor_log(LogLevel::Debug, place,
+    velmor_log(LogLevel::Debug, speaker,
                "note: the first parameters should be %d, Pls refer to the following cmd:", module);
     show_help(module);
     return false;
@@ -98,29 +99,29 @@ bool velmor_check_module_args(int argc, char** argv, int module, int least, cons
 }
 
 int velmor_run_test_command(int argc, char** argv, int module,
-                            std::span<const TestCommand> commands, const LogPlace& place) {
-  if (!velmor_check_module_args(argc, argv, module, 2, place)) return 0;
-  if (!velmor_check_module_args(argc, argv, module, 3, place)) return 0;
+                            std::span<const TestCommand> commands, Speaker speaker) {
+  if (!velmor_check_module_args(argc, argv, module, 2, speaker)) return 0;
+  if (!velmor_check_module_args(argc, argv, module, 3, speaker)) return 0;
   const int number = velmor_atoi(argv[2]);
   for (const TestCommand& command : commands) {
     if (command.number != number) continue;
     if (const int code = command.run(argc, argv)) {
-      velmor_log(LogLevel::Debug, place, "note: Error happen! error_code(%d)", code);
+      velmor_log(LogLevel::Debug, speaker, "note: Error happen! error_code(%d)", code);
       show_help(module);
     }
     return 0;
   }
-  velmor_refuse_command(module, place);
+  velmor_refuse_command(module, speaker);
   return 0;
 }
 
-void velmor_log_bytes(std::span<const unsigned char> bytes, const LogPlace& place) {
-  for (const unsigned char byte : bytes) velmor_log(LogLevel::Debug, place, " %02X", byte);
-  velmor_log(LogLevel::Debug, place, "%s", "");
+void velmor_log_bytes(std::span<const unsigned char> bytes, Speaker speaker) {
+  for (const unsigned char byte : bytes) velmor_log(LogLevel::Debug, speaker, " %02X", byte);
+  velmor_log(LogLevel::Debug, speaker, "%s", "");
 }
 
-void velmor_refuse_command(int module, const LogPlace& place) {
-  velmor_log(LogLevel::Debug, place,
+void velmor_refuse_command(int module, Speaker speaker) {
+  velmor_log(LogLevel::Debug, speaker,
              "note: the second parameters is invalid, Pls refer to the following cmd:");
   show_help(module);
 }

@@ -32,7 +32,7 @@ void velmor_show_help_lines(int asked, int own, std::span<const HelpLine> lines)
 // The checks every module begins with: at least `least` arguments, argv[1] its own number `module`.
 // When one fails, says so with the module's help and gives false.
 bool velmor_check_module_args(int argc, char** argv, int module, int least,
-                              const LogPlace& place = LogPlace::here());
+                              Speaker speaker = Speaker::here());
 
 // A command of a module, by its number on the command line.
 struct TestCommand {
@@ -44,11 +44,10 @@ struct TestCommand {
 // the command that argv[2] names. Says what is wrong, with the module's help. Always 0.
 int velmor_run_test_command(int argc, char** argv, int module,
                             std::span<const TestCommand> commands,
-                            const LogPlace& place = LogPlace::here());
+                            Speaker speaker = Speaker::here());
 
 // Logs each byte as a message of its own, then an empty message.
-void velmor_log_bytes(std::span<const unsigned char> bytes,
-                      const LogPlace& place = LogPlace::here());
+void velmor_log_bytes(std::span<const unsigned char> bytes, Speaker speaker = Speaker::here());
 
 // Notes a refusal: the text, then the module's help.
-void velmor_refuse_command(int module, const LogPlace& place = LogPlace::here());
+void velmor_refuse_command(int module, Speaker speaker = Speaker::here());

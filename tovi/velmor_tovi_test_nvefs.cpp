@@ -51,15 +51,15 @@ int path_len_of(char** argv) {
   return static_cast<int>(strlen(argv[4]));
 }
 
-bool has_exactly_5_inputs(int argc, const LogPlace& place = LogPlace::here()) {
+bool has_exactly_5_inputs(int argc, Speaker speaker = Speaker::here()) {
   if (argc == 5) return true;
-  velmor_log(LogLevel::Debug, place, "note: need %d inputs, Pls refer to the following cmd:", 5);
+  velmor_log(LogLevel::Debug, speaker, "note: need %d inputs, Pls refer to the following cmd:", 5);
   return false;
 }
 
-bool has_data_inputs(int argc, const LogPlace& place = LogPlace::here()) {
+bool has_data_inputs(int argc, Speaker speaker = Speaker::here()) {
   if (argc > kFirstData) return true;
-  velmor_log(LogLevel::Debug, place, "note: Too few inputs, Pls refer to the following cmd:");
+  velmor_log(LogLevel::Debug, speaker, "note: Too few inputs, Pls refer to the following cmd:");
   return false;
 }
 
@@ -73,17 +73,16 @@ int read_data(int argc, char** argv, unsigned char* buf) {
 }
 
 // Passes a library's code on, with a note when it is a failure.
-int noted(int code, const LogPlace& place = LogPlace::here()) {
+int noted(int code, Speaker speaker = Speaker::here()) {
   if (code != 0) {
-    velmor_log(LogLevel::Debug, place, "velmor_extend_qmi_send_sync fail, REQUEST_ID_EFS");
+    velmor_log(LogLevel::Debug, speaker, "velmor_extend_qmi_send_sync fail, REQUEST_ID_EFS");
   }
   return code;
 }
 
-void print_data(const unsigned char* buf, unsigned int len,
-                const LogPlace& place = LogPlace::here()) {
-  velmor_log(LogLevel::Debug, place, "data len(%d)\ndata: \n", static_cast<int>(len));
-  velmor_log_bytes({buf, len}, place);
+void print_data(const unsigned char* buf, unsigned int len, Speaker speaker = Speaker::here()) {
+  velmor_log(LogLevel::Debug, speaker, "data len(%d)\ndata: \n", static_cast<int>(len));
+  velmor_log_bytes({buf, len}, speaker);
 }
 
 int velmor_nvefs_test_nv_read(int argc, char** argv) {

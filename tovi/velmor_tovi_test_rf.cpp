@@ -52,9 +52,9 @@ int path_len(const velmor_efs_file& file) {
 
 constexpr int kBufBytes = 365;
 
-bool has_exactly_3_inputs(int argc, int command, const LogPlace& place) {
+bool has_exactly_3_inputs(int argc, int command, Speaker speaker) {
   if (argc == 3) return true;
-  velmor_log(LogLevel::Debug, place,
+  velmor_log(LogLevel::Debug, speaker,
              "note: Cmd error, should be: tovi %d %d , Pls refer to the following cmd:", kModule,
              command);
   return false;
@@ -62,44 +62,44 @@ bool has_exactly_3_inputs(int argc, int command, const LogPlace& place) {
 
 // Sends a setting; what the modem makes of it is not in its answer.
 template <typename Setting>
-int send_setting(uint32_t type, const Setting& setting, const LogPlace& place = LogPlace::here()) {
+int send_setting(uint32_t type, const Setting& setting, Speaker speaker = Speaker::here()) {
   velmor_common_direct_req req{.type = type, .value = {}};
   memcpy(req.value, &setting, sizeof setting);
   velmor_common_rsp rsp;
   const int code = velmor_send_common_payload(&req, &rsp);
   if (code != 0) {
-    velmor_log(LogLevel::Debug, place, "velmor_extend_qmi_send_sync fail, REQUEST_ID_COMMON");
+    velmor_log(LogLevel::Debug, speaker, "velmor_extend_qmi_send_sync fail, REQUEST_ID_COMMON");
   }
   return code;
 }
 
 // Passes a library's code on, with a note when it is a failure.
-int noted(int code, const LogPlace& place) {
+int noted(int code, Speaker speaker) {
   if (code != 0) {
-    velmor_log(LogLevel::Debug, place, "velmor_extend_qmi_send_sync fail, REQUEST_ID_EFS");
+    velmor_log(LogLevel::Debug, speaker, "velmor_extend_qmi_send_sync fail, REQUEST_ID_EFS");
   }
   return code;
 }
 
 // Reads a setting's file and logs its bytes; `separator` stands between length and "data".
 int show_setting(int argc, int command, const velmor_efs_file& file, const char* separator,
-                 const LogPlace& place = LogPlace::here()) {
-  velmor_log(LogLevel::Debug, place, "%s", place.function);
-  if (!has_exactly_3_inputs(argc, command, place)) return VELMOR_INVALID_ARGUMENT;
+                 Speaker speaker = Speaker::here()) {
+  velmor_log(LogLevel::Debug, speaker, "%s", speaker.function);
+  if (!has_exactly_3_inputs(argc, command, speaker)) return VELMOR_INVALID_ARGUMENT;
   unsigned char buf[kBufBytes] = {};
   unsigned int len = sizeof buf;
-  const int code = noted(velmor_efs_read(0, file.path, path_len(file), buf, &len), place);
+  const int code = noted(velmor_efs_read(0, file.path, path_len(file), buf, &len), speaker);
   if (code != 0) return code;
-  velmor_log(LogLevel::Debug, place, "data len(%d)%sdata: ", static_cast<int>(len), separator);
-  velmor_log_bytes({buf, len}, place);
+  velmor_log(LogLevel::Debug, speaker, "data len(%d)%sdata: ", static_cast<int>(len), separator);
+  velmor_log_bytes({buf, len}, speaker);
   return 0;
 }
 
 int delete_setting(int argc, int command, const velmor_efs_file& file,
-                   const LogPlace& place = LogPlace::here()) {
-  velmor_log(LogLevel::Debug, place, "%s", place.function);
-  if (!has_exactly_3_inputs(argc, command, place)) return VELMOR_INVALID_ARGUMENT;
-  return noted(velmor_efs_delete(0, file.path, path_len(file)), place);
+                   Speaker speaker = Speaker::here()) {
+  velmor_log(LogLevel::Debug, speaker, "%s", speaker.function);
+  if (!has_exactly_3_inputs(argc, command, speaker)) return VELMOR_INVALID_ARGUMENT;
+  return noted(velmor_efs_delete(0, file.path, path_len(file)), speaker);
 }
 
 int velmor_gpio_test_set(int argc, char** argv) {

@@ -2,17 +2,24 @@
 // messages follow the two print flags, error messages go out always.
 #pragma once
 
-// The place a message speaks for. A helper that logs on behalf of its caller takes one as its last
-// parameter, `LogPlace place = LogPlace::here()`, and so carries the caller's name and line.
-struct LogPlace {
-  const char* file;
-  int line;
+// The function a message speaks for. Shared code that logs on behalf of its caller takes one as its
+// last parameter, `Speaker speaker = Speaker::here()`, and so carries the caller's name.
+struct Speaker {
   const char* function;
 
-  static constexpr LogPlace here(const char* file = __builtin_FILE(), int line = __builtin_LINE(),
-                                 const char* function = __builtin_FUNCTION()) {
-    return {file, line, function};
-  }
+  static constexpr Speaker here(const char* function = __builtin_FUNCTION()) { return {function}; }
+};
+
+// Where a message stands, and for whom it speaks. Made of a speaker where one is passed on, so the
+// file and the line are always the message's own.
+struct LogPlace {
+  constexpr LogPlace(Speaker speaker, const char* file = __builtin_FILE(),
+                     int line = __builtin_LINE())
+      : function(speaker.function), file(file), line(line) {}
+
+  const char* function;
+  const char* file;
+  int line;
 };
 
 enum class LogLevel { Debug, Error };
@@ -23,13 +30,14 @@ enum class LogLevel { Debug, Error };
 [[gnu::format(printf, 3, 4)]] void velmor_log(LogLevel level, const LogPlace& place,
                                               const char* format, ...);
 
-#define VELMOR_LOG_DEBUG(...) velmor_log(LogLevel::Debug, LogPlace::here(), __VA_ARGS__)
-#define VELMOR_LOG_ERROR(...) velmor_log(LogLevel::Error, LogPlace::here(), __VA_ARGS__)
+#define VELMOR_LOG_DEBUG(...) velmor_log(LogLevel::Debug, Speaker::here(), __VA_ARGS__)
+#define VELMOR_LOG_ERROR(...) velmor_log(LogLevel::Error, Speaker::here(), __VA_ARGS__)
 
-// Logs the entry of an operation where it is made and the exit where it ends, whatever the way out.
+// Logs the entry of an operation where it is made and the exit where it ends, whatever the way out;
+// both with the line where it is made.
 class LogScope {
  public:
-  explicit LogScope(const LogPlace& place = LogPlace::here()) : place_(place) {
+  explicit LogScope(const LogPlace& place = Speaker::here()) : place_(place) {
     velmor_log(LogLevel::Debug, place_, "function entry ------------->");
   }
   ~LogScope() { velmor_log(LogLevel::Debug, place_, "function exit <-------------"); }

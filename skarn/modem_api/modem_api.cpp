@@ -65,7 +65,7 @@ bool is_client_id(int client_id) {
 }
 
 // Whether a request may be made of a client: it has the type and is operational.
-bool may_request(int client_id, int client_type, const LogPlace& place = LogPlace::here()) {
+bool may_request(int client_id, int client_type, Speaker speaker = Speaker::here()) {
   {
     MutexLock hold(g_slots_lock);
     const modem_api_client* client = is_client_id(client_id) ? g_clients[client_id] : nullptr;
@@ -74,7 +74,7 @@ bool may_request(int client_id, int client_type, const LogPlace& place = LogPlac
       return true;
     }
   }
-  velmor_log(LogLevel::Error, place, "Unexpected condition, return error %d!",
+  velmor_log(LogLevel::Error, speaker, "Unexpected condition, return error %d!",
              MODEM_API_INVALID_CLIENT);
   return false;
 }
@@ -105,19 +105,19 @@ void clear_slot(int client_id) {
 }
 
 // Whether a client of the type may be registered; the code that says why not.
-int check_type(int client_type, const LogPlace& place) {
+int check_type(int client_type, Speaker speaker) {
   if (client_type < 0 || client_type >= kTypes) {
-    velmor_log(LogLevel::Error, place, "modem api client type %d not supported", client_type);
+    velmor_log(LogLevel::Error, speaker, "modem api client type %d not supported", client_type);
     return MODEM_API_NOT_SUPPORTED;
   }
   const int status = status_of_type(client_type);
   if (status == MODEM_API_OPERATIONAL) {
-    velmor_log(LogLevel::Debug, place, "Already another client init %s client successfully",
+    velmor_log(LogLevel::Debug, speaker, "Already another client init %s client successfully",
                kKinds[client_type].word);
     return MODEM_API_ALREADY_CONNECTED;
   }
   if (status >= 0) {
-    velmor_log(LogLevel::Debug, place, "Another client init %s with operational status %d",
+    velmor_log(LogLevel::Debug, speaker, "Another client init %s with operational status %d",
                kKinds[client_type].client_word, status);
     return MODEM_API_ALREADY_CONNECTING;
   }
@@ -162,7 +162,7 @@ int modem_api_init_client(int client_type, modem_api_event_cb event_cb,
     skarn_free_adv(record, "modem_api_init_client", __LINE__);
     return result;
   };
-  if (const int refused = check_type(client_type, LogPlace::here())) return give_up(refused);
+  if (const int refused = check_type(client_type, Speaker::here())) return give_up(refused);
   *record = {client_type, getpid(), MODEM_API_RELEASED, event_cb, status_cb};
   const int client_id = store(record);
   if (client_id < 0) {
@@ -324,7 +324,7 @@ int modem_api_set_skarn_feature_status(int client_id, uint32_t feature, uint8_t 
 namespace {
 
 void fill_request(uint16_t sub, uint16_t slot, const modem_stats_para_data& data,
-                  vs_get_stats_req_msg_v01& req, const LogPlace& place) {
+                  vs_get_stats_req_msg_v01& req, Speaker speaker) {
   req.sub = sub;
   req.slot = slot;
   req.stats_len = data.para_num;
@@ -336,7 +336,7 @@ void fill_request(uint16_t sub, uint16_t slot, const modem_stats_para_data& data
     memcpy(stat.value, entry.value, sizeof stat.value);
     uint32_t type;
     memcpy(&type, entry.value, sizeof type);
-    velmor_log(LogLevel::Debug, place, "ids[%d] = %d, value_len = %d, type = %d, value: %s",
+    velmor_log(LogLevel::Debug, speaker, "ids[%d] = %d, value_len = %d, type = %d, value: %s",
                static_cast<int>(i), static_cast<int>(entry.id), static_cast<int>(entry.value_len),
                static_cast<int>(type), skarn_get_print_buf(entry.value + sizeof type));
   }
@@ -372,7 +372,7 @@ int modem_api_get_stats_parameter(int client_id, uint16_t sub, uint16_t slot,
   }
   vs_get_stats_req_msg_v01 req{};
   vs_get_stats_resp_msg_v01 resp{};
-  fill_request(sub, slot, *data, req, LogPlace::here());
+  fill_request(sub, slot, *data, req, Speaker::here());
   const int error = vs_client_send_msg_sync(kVsGetStatsMsg, &req, sizeof req, &resp, sizeof resp);
   const int result = modem_api_map_qmi_error_to_modem_api(error, &resp.resp);
   if (result != MODEM_API_OK) return result;

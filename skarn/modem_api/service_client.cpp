@@ -43,13 +43,13 @@ void ServiceClient::report(int status, Life life) {
   if (status_cb != nullptr) status_cb(is_.client_type, status);
 }
 
-bool ServiceClient::init(modem_api_event_cb event_cb, const LogPlace& place) {
+bool ServiceClient::init(modem_api_event_cb event_cb, Speaker speaker) {
   const Life mine = life();
   {
     MutexLock hold(lock_);
     state_.event_cb = event_cb;
   }
-  velmor_log(LogLevel::Debug, place, "Client connecting to QMI FW");
+  velmor_log(LogLevel::Debug, speaker, "Client connecting to QMI FW");
   report(MODEM_API_CONNECTING, mine);
   return connect_and_report(mine, MODEM_API_OPERATIONAL, MODEM_API_INIT_FAILED);
 }
@@ -103,20 +103,20 @@ qmi_client_error_type ServiceClient::try_to_connect(Life life) {
 }
 
 bool ServiceClient::connect(Life life) {
-  const LogPlace place{__FILE__, __LINE__, is_.connect_name};
+  const Speaker speaker{is_.connect_name};
   const int port = static_cast<int>(QMI_CLIENT_INSTANCE_ANY);
-  velmor_log(LogLevel::Debug, place, "using port %d", port);
+  velmor_log(LogLevel::Debug, speaker, "using port %d", port);
   qmi_client_error_type error = QMI_INTERNAL_ERR;
   for (int attempt = 0; attempt < kConnectAttempts && error != QMI_NO_ERR; ++attempt) {
     if (attempt > 0) timing::sleep_s(1);
     if (life != this->life()) return false;
-    velmor_log(LogLevel::Debug, place, "Trying qmi_client_init_instance() try # %d port[%d]",
+    velmor_log(LogLevel::Debug, speaker, "Trying qmi_client_init_instance() try # %d port[%d]",
                attempt, port);
     error = try_to_connect(life);
   }
-  velmor_log(LogLevel::Debug, place, "qmi_client_init_instance returned (%d)", error);
+  velmor_log(LogLevel::Debug, speaker, "qmi_client_init_instance returned (%d)", error);
   if (error != QMI_NO_ERR) {
-    velmor_log(LogLevel::Debug, place, "qmi_client_init_instance returned failure(%d)", error);
+    velmor_log(LogLevel::Debug, speaker, "qmi_client_init_instance returned failure(%d)", error);
     return false;
   }
   if (life != this->life()) return false;
@@ -157,7 +157,7 @@ int ServiceClient::send(unsigned int msg_id, void* req, unsigned int req_len, vo
 }
 
 void ServiceClient::on_indication(qmi_client_type handle, unsigned int msg_id, const void* buf,
-                                  unsigned int len, const LogPlace& place) {
+                                  unsigned int len, Speaker speaker) {
   modem_api_event_cb event_cb;
   qmi_idl_service_object_type service;
   {
@@ -166,32 +166,32 @@ void ServiceClient::on_indication(qmi_client_type handle, unsigned int msg_id, c
     service = state_.service;
   }
   if (event_cb == nullptr) {
-    velmor_log(LogLevel::Error, place, "Unexpected NULL pointer!");
+    velmor_log(LogLevel::Error, speaker, "Unexpected NULL pointer!");
     return;
   }
   uint32_t decoded_len = 0;
   qmi_idl_get_message_c_struct_len(service, QMI_IDL_INDICATION, msg_id, &decoded_len);
   if (decoded_len == 0) {
-    velmor_log(LogLevel::Error, place, "decoded_payload_len(%d) can not <= 0", 0);
+    velmor_log(LogLevel::Error, speaker, "decoded_payload_len(%d) can not <= 0", 0);
     return;
   }
-  void* decoded = skarn_malloc_adv(decoded_len, place.function, place.line);
+  void* decoded = skarn_malloc_adv(decoded_len, speaker.function, __LINE__);
   if (decoded == nullptr) {
-    velmor_log(LogLevel::Error, place, "decoded_payload is NULL");
+    velmor_log(LogLevel::Error, speaker, "decoded_payload is NULL");
     return;
   }
   const qmi_client_error_type error =
       qmi_client_message_decode(handle, QMI_IDL_INDICATION, msg_id, buf, len, decoded, decoded_len);
   if (error != QMI_NO_ERR) {
-    velmor_log(LogLevel::Error, place, "Indication decode failed for msg 0x%x with error %d",
+    velmor_log(LogLevel::Error, speaker, "Indication decode failed for msg 0x%x with error %d",
                msg_id, error);
   } else {
-    velmor_log(LogLevel::Debug, place, "Handling indication msg 0x%x", msg_id);
+    velmor_log(LogLevel::Debug, speaker, "Handling indication msg 0x%x", msg_id);
     const bool known =
         is_.handle_indication != nullptr && is_.handle_indication(msg_id, decoded, event_cb);
-    if (!known) velmor_log(LogLevel::Error, place, "Unknown indication msg %0x", msg_id);
+    if (!known) velmor_log(LogLevel::Error, speaker, "Unknown indication msg %0x", msg_id);
   }
-  skarn_free_adv(decoded, place.function, place.line);
+  skarn_free_adv(decoded, speaker.function, __LINE__);
 }
 
 bool ServiceClient::start_recovery(void (ServiceClient::*body)(Life), Life life) {
@@ -208,8 +208,8 @@ bool ServiceClient::start_recovery(void (ServiceClient::*body)(Life), Life life)
   return started;
 }
 
-void ServiceClient::on_service_down(qmi_client_error_type error, const LogPlace& place) {
-  velmor_log(LogLevel::Error, place, "service down with error %d", error);
+void ServiceClient::on_service_down(qmi_client_error_type error, Speaker speaker) {
+  velmor_log(LogLevel::Error, speaker, "service down with error %d", error);
   if (is_.service_up == nullptr) return;
   Life mine;
   {
@@ -229,7 +229,7 @@ void ServiceClient::begin_suspend(Life life) {
 }
 
 void ServiceClient::suspend(Life life) {
-  const LogPlace place{__FILE__, __LINE__, is_.suspend_name};
+  const Speaker speaker{is_.suspend_name};
   qmi_client_type handle, notifier;
   qmi_idl_service_object_type service;
   {
@@ -245,12 +245,12 @@ void ServiceClient::suspend(Life life) {
   if (notifier == nullptr) {
     qmi_client_os_params os_params{};
     const qmi_client_error_type error = qmi_client_notifier_init(service, &os_params, &notifier);
-    velmor_log(LogLevel::Debug, place, "qmi_client_notifier_init return %d", error);
+    velmor_log(LogLevel::Debug, speaker, "qmi_client_notifier_init return %d", error);
     if (notifier != nullptr && !keep(notifier, &State::notifier, life)) return;
   }
   const qmi_client_error_type error =
       qmi_client_register_notify_cb(notifier, is_.service_up, nullptr);
-  velmor_log(LogLevel::Error, place, "qmi_client_register_notify_cb %d", error);
+  velmor_log(LogLevel::Error, speaker, "qmi_client_register_notify_cb %d", error);
 }
 
 void ServiceClient::on_service_up(qmi_client_notify_event_type event) {

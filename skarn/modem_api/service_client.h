@@ -43,7 +43,7 @@ class ServiceClient {
   void set_status_callback(modem_api_status_report_cb status_cb) EXCLUDES(lock_);
 
   // Connects for the first time: status 1, then 3 or, with false, 2.
-  bool init(modem_api_event_cb event_cb, const LogPlace& place = LogPlace::here()) EXCLUDES(lock_);
+  bool init(modem_api_event_cb event_cb, Speaker speaker = Speaker::here()) EXCLUDES(lock_);
 
   // Disconnects: status 0. Nothing of this life runs any more afterwards, unless this is called
   // from it; where the client is just connecting again, that takes up to a second. A status
@@ -55,8 +55,8 @@ class ServiceClient {
       EXCLUDES(lock_);
 
   void on_indication(qmi_client_type handle, unsigned int msg_id, const void* buf, unsigned int len,
-                     const LogPlace& place = LogPlace::here()) EXCLUDES(lock_);
-  void on_service_down(qmi_client_error_type error, const LogPlace& place = LogPlace::here())
+                     Speaker speaker = Speaker::here()) EXCLUDES(lock_);
+  void on_service_down(qmi_client_error_type error, Speaker speaker = Speaker::here())
       EXCLUDES(lock_);
   void on_service_up(qmi_client_notify_event_type event) EXCLUDES(lock_);
 

@@ -23,12 +23,12 @@ void nas_bind_subscription(qmi_client_type handle) {
 }
 
 inline void nas_set_networking_indications(ServiceClient& client,
-                                           const LogPlace& place = LogPlace::here()) {
+                                           Speaker speaker = Speaker::here()) {
   auto req = nas_no_serving_system_indications();
   nas_indication_register_resp_msg_v01 resp{};
   const int error =
       client.send(QMI_NAS_INDICATION_REGISTER_REQ_MSG_V01, &req, sizeof req, &resp, sizeof resp);
-  velmor_log(LogLevel::Debug, place, "enable_indication result: %d", error);
+  velmor_log(LogLevel::Debug, speaker, "enable_indication result: %d", error);
 }
 
 // The named functions and the object of the client of one subscription.
