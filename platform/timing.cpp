@@ -1,7 +1,10 @@
 #include "timing.h"
 
+#include <sys/ioctl.h>
+
 #include <algorithm>
 #include <thread>
+#include <utility>
 
 #include "environment.h"
 #include "qcci/descriptor.h"
@@ -13,6 +16,17 @@ std::chrono::nanoseconds multiply(double ms, double factor) {
   constexpr double kLongest = 100.0 * 365 * 24 * 3600 * 1e9;  // 100 years
   const double ns = std::min(ms * 1e6 * factor, kLongest);
   return std::chrono::nanoseconds(static_cast<int64_t>(ns));
+}
+
+bool wait_until_readable(int fd, Deadline deadline) {
+  pollfd watched{fd, POLLIN, 0};
+  return qmi::poll_until(&watched, 1, deadline) == 1;
+}
+
+// Bytes that a read would find.
+int readable(int fd) {
+  int bytes = 0;
+  return ioctl(fd, FIONREAD, &bytes) == 0 ? bytes : 0;
 }
 
 }  // namespace
@@ -31,8 +45,19 @@ Deadline peer_deadline(uint32_t ms) {
 }
 
 bool wait_readable(int fd, uint32_t ms) {
-  pollfd watched{fd, POLLIN, 0};
-  return qmi::poll_until(&watched, 1, peer_deadline(ms)) == 1;
+  return wait_until_readable(fd, peer_deadline(ms));
+}
+
+void wait_quiet(int fd, uint32_t quiet_ms, uint32_t ms) {
+  const Deadline deadline = peer_deadline(ms);
+  if (!wait_until_readable(fd, deadline)) return;
+  const auto quiet = std::max(scaled(quiet_ms), multiply(quiet_ms, 1.0));
+  int before;
+  int now = readable(fd);
+  do {
+    std::this_thread::sleep_until(std::min(Clock::now() + quiet, deadline));
+    before = std::exchange(now, readable(fd));
+  } while (now > before && Clock::now() < deadline);
 }
 
 void sleep_ms(uint32_t ms) {

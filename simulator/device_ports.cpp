@@ -11,7 +11,6 @@
 #include <system_error>
 
 #include "modem.h"
-#include "sim_at.h"
 #include "sim_diag.h"
 #include "unix_address.h"
 
@@ -26,6 +25,7 @@ constexpr useconds_t kLookAgainUs = 2000;
 constexpr size_t kMaxDiagClients = 64;
 constexpr size_t kMaxDiagCommand = 8192;
 constexpr size_t kMaxAtLine = 1024;
+constexpr std::chrono::milliseconds kBetweenAtPieces{10};
 
 bool failed(const std::string& path, std::string& problem) {
   problem = path + ": " + strerror(errno);
@@ -37,7 +37,8 @@ bool failed(const std::string& path, std::string& problem) {
 DevicePorts::DevicePorts(const Modem& modem)
     : modem_(modem),
       diag_path_(modem.folder() + "/device/dev/diag"),
-      at_path_(modem.folder() + "/device/dev/smd8") {}
+      at_path_(modem.folder() + "/device/dev/smd8"),
+      at_twin_(modem) {}
 
 DevicePorts::~DevicePorts() {
   stop_.set();
@@ -161,12 +162,20 @@ void DevicePorts::answer_at() {
       if (at_line_.size() < kMaxAtLine) at_line_ += text[i];
       continue;
     }
-    const std::string answer = at_answer(modem_, at_line_);
+    say_at(at_twin_.answer(at_line_));
     at_line_.clear();
-    if (answer.empty()) continue;
-    tcflush(at_tty_.get(), TCIFLUSH);
-    [[maybe_unused]] const ssize_t sent = write(at_.get(), answer.data(), answer.size());
   }
+}
+
+// In two pieces, as from a serial line: a reader has to wait for the end.
+void DevicePorts::say_at(std::string_view text) {
+  if (text.empty()) return;
+  tcflush(at_tty_.get(), TCIFLUSH);
+  const size_t half = text.size() / 2;
+  [[maybe_unused]] ssize_t sent = write(at_.get(), text.data(), half);
+  pollfd stop{stop_.descriptor(), POLLIN, 0};
+  qmi::poll_until(&stop, 1, timing::Clock::now() + kBetweenAtPieces);
+  sent = write(at_.get(), text.data() + half, text.size() - half);
 }
 
 }  // namespace sim

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "qcci/descriptor.h"
+#include "sim_at.h"
 #include "state_files.h"
 
 namespace sim {
@@ -34,6 +35,7 @@ class DevicePorts {
   void serve();
   bool answer_diag(int client);
   void answer_at();
+  void say_at(std::string_view text);
 
   const Modem& modem_;
   const std::string diag_path_;
@@ -48,6 +50,7 @@ class DevicePorts {
   // Of the thread.
   std::vector<qmi::Descriptor> diag_clients_;
   std::string at_line_;
+  AtTwin at_twin_;
 };
 
 }  // namespace sim

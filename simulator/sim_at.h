@@ -8,8 +8,16 @@ namespace sim {
 
 class Modem;
 
-// The answer to one command line: an information text, if there is one, and the final OK or ERROR,
-// each between line breaks. Nothing for a line without a command.
-std::string at_answer(const Modem& modem, std::string_view line);
+struct AtTwin {
+  explicit AtTwin(const Modem& modem) : modem(modem) {}
+
+  // What the modem says to one command line. First the line's echo, while that is on; then, each
+  // between line breaks, what it says unasked, an information text, and the final OK or ERROR.
+  // Nothing but the echo for a line without a command.
+  std::string answer(std::string_view line);
+
+  const Modem& modem;
+  bool echo = true;
+};
 
 }  // namespace sim

@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <termios.h>
 
 #include <filesystem>
 #include <thread>
@@ -251,7 +252,7 @@ TEST_F(Cmn, DiagAnswersAreCutAndWithoutOneThereIsAnError) {
 }
 
 TEST_F(Cmn, AnAtCommandIsSentAndItsAnswerLogged) {
-  variables["TOVI_TIME_SCALE"] = "0.05";
+  variables["TOVI_TIME_SCALE"] = "0.2";
   const std::string f = "velmor_test_at_cmd_do", s = "velmor_test_at_cmd_send",
                     r = "velmor_test_at_cmd_receive";
   const auto whole = [&](const std::string& scanned, const std::string& text,
@@ -273,21 +274,27 @@ TEST_F(Cmn, AnAtCommandIsSentAndItsAnswerLogged) {
     const char* sent;
     const char* answer;
   } rows[] = {
-      {"AT+CSQ", "AT+CSQ", "\r\n+CSQ: 24,99\r\n\r\nOK\r\n"},
-      {"AT+CSQ extra", "AT+CSQ", "\r\n+CSQ: 24,99\r\n\r\nOK\r\n"},
-      {"AT", "AT", "\r\nOK\r\n"},
-      {"ati", "ati", "\r\ntovi simulated modem\r\n\r\nOK\r\n"},
-      {"AT+CGSN", "AT+CGSN", "\r\n001012345678902\r\n\r\nOK\r\n"},
-      {"AT+COPS?", "AT+COPS?", "\r\n+COPS: 0,0,\"TEST 1\",7\r\n\r\nOK\r\n"},
-      {"AT+CPIN?", "AT+CPIN?", "\r\n+CPIN: READY\r\n\r\nOK\r\n"},
-      {"AT+FOO", "AT+FOO", "\r\nERROR\r\n"},
+      {"AT+CSQ", "AT+CSQ", "AT+CSQ\r\r\n+CSQ: 24,99\r\n\r\nOK\r\n"},
+      {"AT+CSQ extra", "AT+CSQ", "AT+CSQ\r\r\n+CSQ: 24,99\r\n\r\nOK\r\n"},
+      {"AT", "AT", "AT\r\r\nOK\r\n"},
+      {"ati", "ati", "ati\r\r\ntovi simulated modem\r\n\r\nOK\r\n"},
+      {"AT+CGSN", "AT+CGSN", "AT+CGSN\r\r\n001012345678902\r\n\r\nOK\r\n"},
+      {"AT+COPS?", "AT+COPS?",
+       "AT+COPS?\r\r\n+CREG: 0,1\r\n\r\n+COPS: 0,0,\"TEST 1\",7\r\n\r\nOK\r\n"},
+      {"AT+CPIN?", "AT+CPIN?", "AT+CPIN?\r\r\n+CPIN: READY\r\n\r\nOK\r\n"},
+      {"AT+FOO", "AT+FOO", "AT+FOO\r\r\nERROR\r\n"},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(tovi({"8", row.input}), whole("1", row.sent, answered(row.answer)));
   }
-  EXPECT_EQ(tovi({"8", "  "}), whole("-1", "", line(r, "Failed to receive bytes from server")));
+  edit("slot/1", "sim=present", "sim=absent");
+  EXPECT_EQ(
+      tovi({"8", "AT+COPS?"}),
+      whole("1", "AT+COPS?", answered("AT+COPS?\r\r\n+CREG: 0,0\r\n\r\n+COPS: 0\r\n\r\nOK\r\n")));
+  EXPECT_EQ(tovi({"8", "AT+CPIN?"}), whole("1", "AT+CPIN?", answered("AT+CPIN?\r\r\nERROR\r\n")));
+  EXPECT_EQ(tovi({"8", "  "}), whole("-1", "", answered("\r")));
   const std::string hundred(100, 'x');
-  EXPECT_EQ(tovi({"8", hundred}), whole("1", hundred, answered("\r\nERROR\r\n")));
+  EXPECT_EQ(tovi({"8", hundred}), whole("1", hundred, answered(hundred + "\r\r\nERROR\r\n")));
   EXPECT_EQ(tovi({"8", hundred + "x"}),
             line(f,
                  "note: the second parameters length should <= 100, Pls refer to the following "
@@ -307,6 +314,49 @@ TEST_F(Cmn, AnAtCommandIsSentAndItsAnswerLogged) {
     EXPECT_EQ(count(out, line(r, "The at channel is not opened, g_at_serial_fd 0")), 1u);
     EXPECT_EQ(count(out, "Will close"), 0u);
     EXPECT_EQ(read_file(folder / "a phone's root/dev/smd8"), "AT\r\n");
+  }
+}
+
+// The port is a terminal as a phone has it after the start, with line editing and echo.
+TEST_F(Cmn, AnAtAnswerIsReadWhenThePortHasBecomeQuiet) {
+  const qmi::Descriptor modem(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+  ASSERT_EQ(grantpt(modem.get()), 0);
+  ASSERT_EQ(unlockpt(modem.get()), 0);
+  const qmi::Descriptor held(open(ptsname(modem.get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  std::filesystem::create_directory(folder / "dev");
+  std::filesystem::create_symlink(ptsname(modem.get()), folder / "dev/smd8");
+  variables = {{"TOVI_MODEM", "unix:" + (folder / "nobody")},
+               {"TOVI_DEVICE_ROOT", folder.path()},
+               {"TOVI_LOG", folder / "log"},
+               {"TOVI_TIME_SCALE", "0.2"}};
+  const std::string r = "velmor_test_at_cmd_receive", hundred(100, 'x');
+  const struct {
+    std::vector<std::string> pieces;
+    std::string logged;
+  } rows[] = {
+      {{}, line(r, "Failed to receive bytes from server")},
+      {{"AT\r", "\r\n+CREG: 0,1\r\n", "\r\n+CSQ: 1,99\r\n", "\r\nOK", "\r\n"},
+       line(r, "Receive the AT reponse: len(37)") +
+           line(r, "AT\r\r\n+CREG: 0,1\r\n\r\n+CSQ: 1,99\r\n\r\nOK\r\n")},
+      {std::vector<std::string>(70, hundred),
+       line(r, "Receive the AT reponse: len(511)") + line(r, std::string(511, 'x'))},
+  };
+  for (const auto& row : rows) {
+    std::string heard;
+    std::thread speaker([&] {
+      for (char c = 0; c != '\n' && read(modem.get(), &c, 1) == 1;) heard += c;
+      for (const std::string& piece : row.pieces) {
+        EXPECT_EQ(write(modem.get(), piece.data(), piece.size()), std::ssize(piece));
+        usleep(20000);
+      }
+    });
+    const std::string out = tovi({"8", "AT"});
+    speaker.join();
+    EXPECT_EQ(count(out, row.logged), 1u) << out;
+    EXPECT_EQ(heard, "AT\r\n");
+    pollfd own_words{modem.get(), POLLIN, 0};
+    EXPECT_EQ(poll(&own_words, 1, 0), 0);
+    tcflush(held.get(), TCIFLUSH);
   }
 }
 
@@ -331,7 +381,11 @@ TEST_F(Cmn, ProgramsSideBySideEachGetTheirAnswer) {
   EXPECT_EQ(sixteen_answers(), 16u);  // of the server, whose state they share
   variables["TOVI_MODEM"] = "unix:" + (folder / "socket");
   EXPECT_EQ(sixteen_answers(), 16u);
-  EXPECT_EQ(count(tovi({"8", "AT"}), "\r\nOK\r\n"), 1u);
+  variables["TOVI_TIME_SCALE"] = "0.2";
+  EXPECT_EQ(count(tovi({"8", "ATE0"}), " ATE0\r\r\nOK\r\n"), 1u);
+  EXPECT_EQ(count(tovi({"8", "AT"}), " \r\nOK\r\n"), 1u);
+  EXPECT_EQ(count(tovi({"8", "ate1"}), " \r\nOK\r\n"), 1u);
+  EXPECT_EQ(count(tovi({"8", "AT"}), " AT\r\r\nOK\r\n"), 1u);
   server.kill(SIGTERM);
   const Result ended = server.wait();
   EXPECT_EQ(ended.status, 0);

@@ -12,6 +12,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -39,6 +40,7 @@ constexpr HelpLine kHelp[] = {
 
 constexpr const char* kPort = "/dev/smd8";
 constexpr uint32_t kAnswerMs = 5000;
+constexpr uint32_t kQuietMs = 200;  // between the pieces of an answer, at most
 
 int g_at_serial_fd;  // 0: not open. The reader's alone until it has set the flag.
 std::atomic<int> g_at_receive_done;
@@ -57,7 +59,7 @@ void* velmor_test_at_cmd_receive(void*) {
     g_reader_started.release();
     g_command_sent.acquire();
     char answer[512];
-    timing::wait_readable(g_at_serial_fd, kAnswerMs);
+    timing::wait_quiet(g_at_serial_fd, kQuietMs, kAnswerMs);
     const ssize_t n = read(g_at_serial_fd, answer, sizeof answer - 1);
     if (n <= 0) {
       VELMOR_LOG_DEBUG("Failed to receive bytes from server");
@@ -102,6 +104,15 @@ void velmor_test_at_cmd_send(char* cmd) {
   }
 }
 
+// A terminal hands on what comes as it comes: no line editing, and no echo of the modem's answer to
+// the modem.
+void set_raw(int fd) {
+  termios mode{};
+  if (tcgetattr(fd, &mode) != 0) return;
+  cfmakeraw(&mode);
+  tcsetattr(fd, TCSANOW, &mode);
+}
+
 // A file that is no port, as the shell makes one where there is none, would answer with the
 // command.
 void open_port() {
@@ -109,6 +120,7 @@ void open_port() {
   const int fd = open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
   struct stat status {};
   if (fd > 0 && fstat(fd, &status) == 0 && S_ISCHR(status.st_mode)) {
+    set_raw(fd);
     g_at_serial_fd = fd;
   } else if (fd >= 0) {
     close(fd);

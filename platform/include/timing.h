@@ -28,6 +28,10 @@ Deadline peer_deadline(uint32_t ms);
 // not.
 bool wait_readable(int fd, uint32_t ms);
 
+// Waits, at most `ms` as for a peer, until there is something to read at `fd` that has not grown
+// for `quiet_ms`: what comes in pieces is whole then. Scaling never makes the quiet shorter.
+void wait_quiet(int fd, uint32_t quiet_ms, uint32_t ms);
+
 void sleep_ms(uint32_t ms);
 void sleep_s(uint64_t s);
 
