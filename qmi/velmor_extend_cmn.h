@@ -26,11 +26,10 @@ enum : int {
 // Sends `data_len` (0 to 512) bytes of `data` as a payload of the kind `request_id` and waits up to
 // 3 s for the answer. `*resp_len` is the room in `resp` (at most 512) on entry and the number of
 // bytes stored on return; a longer answer is cut. On failure neither is written.
-int velmor_extend_qmi_send_sync(unsigned int request_id, unsigned char* data, int data_len,
+int velmor_extend_qmi_send_sync(unsigned int request_id, const unsigned char* data, int data_len,
                                 unsigned char* resp, unsigned int* resp_len);
 
-// The process's client, opened if need be; null on failure. An exchange calls this under the
-// client's lock, so it takes none: for others only while no exchange runs.
+// The process's client, opened if need be; null on failure.
 qmi_client_type velmor_extend_qmi_client_open();
 
 // The indication callback of the client. Runs on a thread of the QMI library.
@@ -50,8 +49,11 @@ inline constexpr unsigned int kExtendIndSlots = 7;  // ind_id 0 to 6
 bool velmor_extend_set_ind_handler(unsigned int ind_id, velmor_extend_ind_handler handler);
 void velmor_extend_set_generic_ind_handler(velmor_extend_generic_ind_handler handler);
 
-// Sends a common request as it stands, 512 bytes, and receives the answer. The exchange's result.
-int velmor_send_common_payload(const void* payload, velmor_common_rsp* rsp);
+// Send a common request as it stands and receive the answer. The exchange's result. An answer of
+// fewer than 8 bytes holds no result of the modem's and counts as a failed exchange, here and in
+// the two functions below.
+int velmor_send_common_payload(const velmor_common_tlv_req& req, velmor_common_rsp* rsp);
+int velmor_send_common_payload(const velmor_common_direct_req& req, velmor_common_rsp* rsp);
 
 // Send the common request `t` with `l` bytes of value `v` (null only when `l` is 0) and receive the
 // answer into `rsp`, a velmor_common_rsp. The first sends type, length and value, `l` up to 491;

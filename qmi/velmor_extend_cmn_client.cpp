@@ -3,7 +3,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <mutex>
 
 #include "mutex.h"
 #include "velmor_extend_cmn.h"
@@ -18,6 +17,7 @@ constexpr uint32_t kServiceSearchMs = 20;
 constexpr unsigned int kMaxServers = 32;
 
 struct ExtendQmiClient {
+  bool is_set_up;
   velmor_extend_send_data_req_msg_v01 req;
   velmor_extend_send_data_resp_msg_v01 resp;
   qmi_idl_service_object_type service;
@@ -29,7 +29,6 @@ struct ExtendQmiClient {
 // Taken after the NV or the EFS lock, before everything inside the QMI library.
 Mutex g_extend_lock;
 ExtendQmiClient g_extend_client GUARDED_BY(g_extend_lock);
-std::once_flag g_extend_set_up;
 
 std::atomic<velmor_extend_ind_handler> g_ind_handlers[kExtendIndSlots];
 std::atomic<velmor_extend_generic_ind_handler> g_generic_ind_handler;
@@ -46,15 +45,11 @@ int low_word(const void* pointer) {
   return static_cast<int>(reinterpret_cast<uintptr_t>(pointer));
 }
 
-void set_up_once() {
-  std::call_once(g_extend_set_up, [] {
-    MutexLock hold(g_extend_lock);
-    memset(&g_extend_client, 0, sizeof g_extend_client);
-    g_extend_client.service = velmor_extend_get_service_object_internal_v01(1, 1, 6);
-    if (g_extend_client.service == nullptr) {
-      puts("QMI get service obj failed. Check .c and .h");
-    }
-  });
+void set_up_once() REQUIRES(g_extend_lock) {
+  if (g_extend_client.is_set_up) return;
+  g_extend_client.is_set_up = true;
+  g_extend_client.service = velmor_extend_get_service_object_internal_v01(1, 1, 6);
+  if (g_extend_client.service == nullptr) puts("QMI get service obj failed. Check .c and .h");
 }
 
 int finish(int result) {
@@ -62,65 +57,8 @@ int finish(int result) {
   return result;
 }
 
-// Sends `data` and leaves the answer in the client's response record.
-int exchange(unsigned int request_id, const unsigned char* data, int data_len)
-    REQUIRES(g_extend_lock) {
+qmi_client_type open_client() REQUIRES(g_extend_lock) {
   ExtendQmiClient& client = g_extend_client;
-  if (client.handle == nullptr) client.handle = velmor_extend_qmi_client_open();
-  if (client.handle == nullptr) return VELMOR_EXTEND_NO_CLIENT;
-
-  memset(&client.req, 0, sizeof client.req);
-  memset(&client.resp, 0, sizeof client.resp);
-  client.req.request_id = request_id;
-  memcpy(client.req.data, data, static_cast<size_t>(data_len));
-  client.req.data_len = static_cast<uint32_t>(data_len);
-  client.req.data_valid = 1;
-
-  const qmi_client_error_type error =
-      qmi_client_send_msg_sync(client.handle, kExtendSendDataMsg, &client.req, sizeof client.req,
-                               &client.resp, sizeof client.resp, kSendTimeOutMs);
-  if (error != QMI_NO_ERR) {
-    extend_print("send msg sync failed:%d\n", error);
-    return VELMOR_EXTEND_FAILED;
-  }
-  if (client.resp.result != 0) {
-    extend_print("%d QMI service framework error. Check client\n",
-                 static_cast<int>(client.resp.result));
-    return VELMOR_EXTEND_FAILED;
-  }
-  return VELMOR_EXTEND_OK;
-}
-
-}  // namespace
-
-int velmor_extend_qmi_send_sync(unsigned int request_id, unsigned char* data, int data_len,
-                                unsigned char* resp, unsigned int* resp_len) {
-  set_up_once();
-  if (data == nullptr || resp == nullptr || resp_len == nullptr) {
-    extend_print("%x,  put Invalid param\n", static_cast<unsigned int>(low_word(data)));
-    return VELMOR_EXTEND_BAD_ARGUMENT;
-  }
-  constexpr int kMax = kExtendDataBytes;
-  if (data_len < 0 || data_len > kMax || *resp_len > kExtendDataBytes) {
-    extend_print("put data_len %d > max %d\n", data_len, kMax);
-    return VELMOR_EXTEND_BAD_ARGUMENT;
-  }
-
-  MutexLock hold(g_extend_lock);
-  const int result = exchange(request_id, data, data_len);
-  if (result != VELMOR_EXTEND_OK) return finish(result);
-  const velmor_extend_send_data_resp_msg_v01& answer = g_extend_client.resp;
-  *resp_len = answer.data_valid != 0 ? std::min(*resp_len, answer.data_len) : 0;
-  memcpy(resp, answer.data, *resp_len);
-  extend_print("velmor_extend_qmi_send_sync resp_len:%d\n", static_cast<int>(*resp_len));
-  return finish(VELMOR_EXTEND_OK);
-}
-
-// Called with the lock held, or while nobody else can be here: takes none of its own.
-qmi_client_type velmor_extend_qmi_client_open() NO_THREAD_SAFETY_ANALYSIS {
-  set_up_once();
-  ExtendQmiClient& client = g_extend_client;
-  if (client.handle != nullptr) return client.handle;
   if (client.notifier != nullptr) qmi_client_release(client.notifier);  // of an attempt that failed
   qmi_client_notifier_init(client.service, &client.os_params, &client.notifier);
 
@@ -153,6 +91,71 @@ qmi_client_type velmor_extend_qmi_client_open() NO_THREAD_SAFETY_ANALYSIS {
   }
   extend_print("QMI client inited\n");
   return handle;
+}
+
+// The process's client, opened if need be; null on failure.
+qmi_client_type client_handle() REQUIRES(g_extend_lock) {
+  if (g_extend_client.handle == nullptr) g_extend_client.handle = open_client();
+  return g_extend_client.handle;
+}
+
+// Sends `data` and leaves the answer in the client's response record.
+int exchange(unsigned int request_id, const unsigned char* data, int data_len)
+    REQUIRES(g_extend_lock) {
+  ExtendQmiClient& client = g_extend_client;
+  if (client_handle() == nullptr) return VELMOR_EXTEND_NO_CLIENT;
+
+  memset(&client.req, 0, sizeof client.req);
+  memset(&client.resp, 0, sizeof client.resp);
+  client.req.request_id = request_id;
+  memcpy(client.req.data, data, static_cast<size_t>(data_len));
+  client.req.data_len = static_cast<uint32_t>(data_len);
+  client.req.data_valid = 1;
+
+  const qmi_client_error_type error =
+      qmi_client_send_msg_sync(client.handle, kExtendSendDataMsg, &client.req, sizeof client.req,
+                               &client.resp, sizeof client.resp, kSendTimeOutMs);
+  if (error != QMI_NO_ERR) {
+    extend_print("send msg sync failed:%d\n", error);
+    return VELMOR_EXTEND_FAILED;
+  }
+  if (client.resp.result != 0) {
+    extend_print("%d QMI service framework error. Check client\n",
+                 static_cast<int>(client.resp.result));
+    return VELMOR_EXTEND_FAILED;
+  }
+  return VELMOR_EXTEND_OK;
+}
+
+}  // namespace
+
+int velmor_extend_qmi_send_sync(unsigned int request_id, const unsigned char* data, int data_len,
+                                unsigned char* resp, unsigned int* resp_len) {
+  MutexLock hold(g_extend_lock);
+  set_up_once();
+  if (data == nullptr || resp == nullptr || resp_len == nullptr) {
+    extend_print("%x,  put Invalid param\n", static_cast<unsigned int>(low_word(data)));
+    return VELMOR_EXTEND_BAD_ARGUMENT;
+  }
+  constexpr int kMax = kExtendDataBytes;
+  if (data_len < 0 || data_len > kMax || *resp_len > kExtendDataBytes) {
+    extend_print("put data_len %d > max %d\n", data_len, kMax);
+    return VELMOR_EXTEND_BAD_ARGUMENT;
+  }
+
+  const int result = exchange(request_id, data, data_len);
+  if (result != VELMOR_EXTEND_OK) return finish(result);
+  const velmor_extend_send_data_resp_msg_v01& answer = g_extend_client.resp;
+  *resp_len = answer.data_valid != 0 ? std::min(*resp_len, answer.data_len) : 0;
+  memcpy(resp, answer.data, *resp_len);
+  extend_print("velmor_extend_qmi_send_sync resp_len:%d\n", static_cast<int>(*resp_len));
+  return finish(VELMOR_EXTEND_OK);
+}
+
+qmi_client_type velmor_extend_qmi_client_open() {
+  MutexLock hold(g_extend_lock);
+  set_up_once();
+  return client_handle();
 }
 
 bool velmor_extend_set_ind_handler(unsigned int ind_id, velmor_extend_ind_handler handler) {

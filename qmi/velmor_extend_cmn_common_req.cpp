@@ -7,15 +7,28 @@
 namespace {
 
 constexpr unsigned int kDirectMax = 499;
+constexpr unsigned int kRspHeaderBytes = offsetof(velmor_common_rsp, data);
+
+// An answer too short to hold a result counts as a failed exchange.
+template <typename Request>
+int exchange(const Request& req, velmor_common_rsp* rsp) {
+  unsigned int room = sizeof *rsp;
+  const int result =
+      velmor_extend_qmi_send_sync(REQUEST_ID_COMMON, reinterpret_cast<const unsigned char*>(&req),
+                                  sizeof req, reinterpret_cast<unsigned char*>(rsp), &room);
+  if (result != VELMOR_EXTEND_OK || room >= kRspHeaderBytes) return result;
+  memset(rsp, 0, sizeof *rsp);
+  return VELMOR_EXTEND_FAILED;
+}
 
 }  // namespace
 
-int velmor_send_common_payload(const void* payload, velmor_common_rsp* rsp) {
-  static_assert(sizeof(velmor_common_tlv_req) == sizeof(velmor_common_direct_req));
-  auto* req = static_cast<unsigned char*>(const_cast<void*>(payload));
-  unsigned int room = sizeof *rsp;
-  return velmor_extend_qmi_send_sync(REQUEST_ID_COMMON, req, sizeof(velmor_common_tlv_req),
-                                     reinterpret_cast<unsigned char*>(rsp), &room);
+int velmor_send_common_payload(const velmor_common_tlv_req& req, velmor_common_rsp* rsp) {
+  return exchange(req, rsp);
+}
+
+int velmor_send_common_payload(const velmor_common_direct_req& req, velmor_common_rsp* rsp) {
+  return exchange(req, rsp);
 }
 
 int velmor_send_common_qmi_msg(unsigned int t, unsigned int l, void* v, void* rsp) {
@@ -35,9 +48,9 @@ int velmor_send_common_qmi_msg(unsigned int t, unsigned int l, void* v, void* rs
     VELMOR_LOG_DEBUG("v is null");
     return VELMOR_INVALID_ARGUMENT;
   }
-  velmor_common_tlv_req payload{.type = t, .length = l, .value = {}};
-  if (l > 0) memcpy(payload.value, v, l);
-  return velmor_send_common_payload(&payload, static_cast<velmor_common_rsp*>(rsp));
+  velmor_common_tlv_req req{.type = t, .length = l, .value = {}};
+  if (l > 0) memcpy(req.value, v, l);
+  return exchange(req, static_cast<velmor_common_rsp*>(rsp));
 }
 
 int velmor_common_qmi_req(unsigned int t, unsigned int l, void* v, void* rsp) {
@@ -55,7 +68,7 @@ int velmor_common_qmi_req(unsigned int t, unsigned int l, void* v, void* rsp) {
     VELMOR_LOG_DEBUG("v is null");
     return VELMOR_INVALID_ARGUMENT;
   }
-  velmor_common_direct_req payload{.type = t, .value = {}};
-  if (l > 0) memcpy(payload.value, v, l);
-  return velmor_send_common_payload(&payload, static_cast<velmor_common_rsp*>(rsp));
+  velmor_common_direct_req req{.type = t, .value = {}};
+  if (l > 0) memcpy(req.value, v, l);
+  return exchange(req, static_cast<velmor_common_rsp*>(rsp));
 }

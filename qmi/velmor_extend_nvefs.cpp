@@ -42,7 +42,6 @@ class Operation {
 
   velmor_nvefs_req req{};
   velmor_nvefs_rsp rsp{};
-  unsigned int returned = 0;  // bytes of `rsp` that arrived
 
   int refuse(int code, const char* why) const {
     velmor_log(LogLevel::Debug, speaker_, "%s", why);
@@ -94,48 +93,40 @@ class Operation {
     memcpy(req.path, local, static_cast<size_t>(path_len));
   }
 
-  // Sends `req` and receives `rsp`; the mapped result. The room is never raised again: an answer
-  // that is shorter than it lowers it for the exchanges that follow.
+  // Sends `req` and receives `rsp`. 0; the mapped result of an exchange that failed; an error that
+  // the modem gives. The room is never raised again: an answer that is shorter than it lowers it
+  // for the exchanges that follow.
   int exchange() {
+    const bool is_efs_read = req.op_type == NvefsOp::EfsRead;
+    const bool is_efs_write = req.op_type == NvefsOp::EfsWrite;
+    const int result = send();
+    velmor_log(LogLevel::Debug, speaker_, "result = %d, %s = %d", result,
+               is_efs_write ? "rsp.result[>=0 is instance id]" : "rsp.result", rsp.result);
+    if (result != VELMOR_NVEFS_OK) {
+      return refuse(result, is_efs_read ? "velmor_extend_qmi_send_sync fail, ABORT"
+                                        : "velmor_extend_qmi_send_sync fail");
+    }
+    const bool is_refused = is_efs_write ? rsp.result < 0 : rsp.result != 0;
+    return is_refused ? refuse(rsp.result, "qmi response fail") : VELMOR_NVEFS_OK;
+  }
+
+  // How many of `told` data bytes the answer of a good exchange really holds.
+  unsigned int held(unsigned int told) const { return std::min(told, room_ - kRspHeaderBytes); }
+
+ private:
+  // An answer too short to hold a result counts as a failed exchange.
+  int send() {
     memset(&rsp, 0, sizeof rsp);
-    const int result =
-        velmor_extend_qmi_send_sync(REQUEST_ID_EFS, reinterpret_cast<unsigned char*>(&req),
+    int result =
+        velmor_extend_qmi_send_sync(REQUEST_ID_EFS, reinterpret_cast<const unsigned char*>(&req),
                                     sizeof req, reinterpret_cast<unsigned char*>(&rsp), &room_);
-    returned = result == VELMOR_EXTEND_OK ? room_ : 0;
+    if (result == VELMOR_EXTEND_OK && room_ < kRspHeaderBytes) {
+      memset(&rsp, 0, sizeof rsp);
+      result = VELMOR_EXTEND_FAILED;
+    }
     return velmor_qmi_result_map(result);
   }
 
-  // An exchange whose answer is a result: 0 or an error, of a write an error only when negative.
-  // An answer too short to hold it is no success.
-  int exchange_for_result(const char* result_name, bool negative_only) {
-    int result = exchange();
-    if (result == VELMOR_NVEFS_OK && returned < kRspHeaderBytes) {
-      result = VELMOR_NVEFS_EXCHANGE_FAILED;
-    }
-    velmor_log(LogLevel::Debug, speaker_, "result = %d, %s = %d", result, result_name, rsp.result);
-    if (result != VELMOR_NVEFS_OK) return refuse(result, "velmor_extend_qmi_send_sync fail");
-    if (negative_only ? rsp.result < 0 : rsp.result != 0) {
-      return refuse(rsp.result, "qmi response fail");
-    }
-    return VELMOR_NVEFS_OK;
-  }
-
-  // An exchange whose answer is data.
-  int exchange_for_data(const char* failure) {
-    const int result = exchange();
-    velmor_log(LogLevel::Debug, speaker_, "result = %d, rsp.result = %d", result, rsp.result);
-    if (result != VELMOR_NVEFS_OK) return refuse(result, failure);
-    if (rsp.result != 0) return refuse(rsp.result, "qmi response fail");
-    return VELMOR_NVEFS_OK;
-  }
-
-  // How many of `told` data bytes the answer really holds.
-  unsigned int held(unsigned int told) const {
-    const unsigned int arrived = returned > kRspHeaderBytes ? returned - kRspHeaderBytes : 0;
-    return std::min({told, arrived, kNvefsDataMax});
-  }
-
- private:
   const Speaker speaker_;
   unsigned int room_ = sizeof rsp;
 };
@@ -152,12 +143,11 @@ int velmor_nv_read(unsigned int sub_id, unsigned int nv_id, unsigned char* buf,
   if (const int error = op.check_nv(sub_id, nv_id)) return error;
   if (const int error = op.check_room(buf, p_buf_len)) return error;
 
-  if (const int error = op.exchange_for_data("velmor_extend_qmi_send_sync fail")) return error;
+  if (const int error = op.exchange()) return error;
   VELMOR_LOG_DEBUG("rsp.data_len_all = %d", static_cast<int>(op.rsp.data_len_all));
-  if (op.rsp.data_len_all == 0) {
-    return op.refuse(VELMOR_NVEFS_BAD_LEN, "rsp.data_len_all is invalid");
-  }
-  *p_buf_len = std::min(*p_buf_len, op.held(op.rsp.data_len_all));
+  const unsigned int held = op.held(op.rsp.data_len_all);
+  if (held == 0) return op.refuse(VELMOR_NVEFS_BAD_LEN, "rsp.data_len_all is invalid");
+  *p_buf_len = std::min(*p_buf_len, held);
   memcpy(buf, op.rsp.data, *p_buf_len);
   return VELMOR_NVEFS_OK;
 }
@@ -174,7 +164,7 @@ int velmor_nv_write_ex(unsigned int sub_id, unsigned int nv_id, unsigned char* b
 
   op.req.data_len_all = static_cast<uint32_t>(buf_len);
   memcpy(op.req.data, buf, static_cast<size_t>(buf_len));
-  return op.exchange_for_result("rsp.result", false);
+  return op.exchange();
 }
 
 int velmor_nv_delete(unsigned int sub_id, unsigned int nv_id) {
@@ -184,7 +174,7 @@ int velmor_nv_delete(unsigned int sub_id, unsigned int nv_id) {
                    static_cast<int>(nv_id));
   Operation op(NvefsOp::NvDelete, sub_id, Speaker::here());
   if (const int error = op.check_nv(sub_id, nv_id)) return error;
-  return op.exchange_for_result("rsp.result", false);
+  return op.exchange();
 }
 
 int velmor_efs_read(unsigned int sub_id, const char* efs_path, int path_len, unsigned char* buf,
@@ -202,9 +192,7 @@ int velmor_efs_read(unsigned int sub_id, const char* efs_path, int path_len, uns
   for (int count = 1;; ++count) {
     const unsigned int offset = received;
     op.req.data_len_cur = offset;
-    if (const int error = op.exchange_for_data("velmor_extend_qmi_send_sync fail, ABORT")) {
-      return error;
-    }
+    if (const int error = op.exchange()) return error;
     const unsigned int chunk = op.held(op.rsp.data_len_send);
     received += chunk;
     VELMOR_LOG_DEBUG(
@@ -255,9 +243,7 @@ int velmor_efs_write(unsigned int sub_id, const char* efs_path, int path_len, un
     op.req.data_len_cur = sent;
     memset(op.req.data, 0, sizeof op.req.data);
     memcpy(op.req.data, buf + sent, chunk);
-    if (const int error = op.exchange_for_result("rsp.result[>=0 is instance id]", true)) {
-      return error;
-    }
+    if (const int error = op.exchange()) return error;
     op.req.id = static_cast<uint16_t>(op.rsp.result);
     sent += chunk;
     VELMOR_LOG_DEBUG(
@@ -277,7 +263,7 @@ int velmor_efs_delete(unsigned int sub_id, const char* efs_path, int path_len) {
   Operation op(NvefsOp::EfsDelete, sub_id, Speaker::here());
   if (const int error = op.check_path(sub_id, efs_path, path_len, kEfsPathMax)) return error;
   op.put_path(efs_path, path_len);
-  return op.exchange_for_result("rsp.result", false);
+  return op.exchange();
 }
 
 int velmor_nvefs_sync() {

@@ -9,7 +9,7 @@ enum : int {
   VELMOR_NVEFS_OK = 0,
   VELMOR_NVEFS_EXCHANGE_BAD_ARGUMENT = -101,  // the exchange refused its arguments
   VELMOR_NVEFS_NO_CLIENT = -102,              // no client of the extension service
-  VELMOR_NVEFS_EXCHANGE_FAILED = -103,        // transport failure, or an answer without a result
+  VELMOR_NVEFS_EXCHANGE_FAILED = -103,        // transport failure, or fewer than 20 bytes answered
   VELMOR_NVEFS_BAD_SUB = -104,                // subscription above 1
   VELMOR_NVEFS_NO_PATH = -105,
   VELMOR_NVEFS_BAD_PATH_LEN = -106,

@@ -170,18 +170,24 @@ TEST_F(Extend, CommonRequestsComeInTwoForms) {
   EXPECT_EQ(sent(), "02000000000000001f0000000400000077777777");
   EXPECT_EQ(rsp.result, 5);
   EXPECT_EQ(rsp.data[1], 0x0b);
-  reply({});
+  const Bytes done = bytes("00000000 00000000");
+  reply(done);
   EXPECT_EQ(velmor_common_qmi_req(27, 1, value, &rsp), 0);
   EXPECT_EQ(sent(), "1b0000000000000077");
   EXPECT_EQ(hex(std::span(modem.requests()[0]).subspan(7, 17)),
             request_prefix("04000000", "00020000"));
-  reply({});
+  reply(done);
   EXPECT_EQ(velmor_nvefs_sync(), 0);
   EXPECT_EQ(sent(), "020000000000000023");
   reply(bytes("00000000 06000000"));
   EXPECT_EQ(velmor_nvefs_sync(), 6);
+  reply(Bytes(7, 1));  // no room for a result
+  EXPECT_EQ(velmor_nvefs_sync(), -3);
+  EXPECT_EQ(velmor_common_qmi_req(27, 1, value, &rsp), -3);
+  EXPECT_EQ(velmor_send_common_payload(velmor_common_direct_req{.type = 1, .value = {}}, &rsp), -3);
+  EXPECT_EQ(rsp.unread, 0u);
 
-  reply({});
+  reply(done);
   EXPECT_EQ(velmor_send_common_qmi_msg(1, 491, value, &rsp), 0);
   EXPECT_EQ(velmor_common_qmi_req(1, 499, value, &rsp), 0);
   EXPECT_EQ(modem.requests().size(), 2u);

@@ -142,7 +142,7 @@ int velmor_cmn_cmd_send(uint32_t t, unsigned int l, const void* data) {
     memcpy(req.value, data, l);
   }
   velmor_common_rsp rsp{};
-  const int result = velmor_send_common_payload(&req, &rsp);
+  const int result = velmor_send_common_payload(req, &rsp);
   VELMOR_LOG_DEBUG("result = %d, rsp.result = %d", result, rsp.result);
   if (result != 0) {
     VELMOR_LOG_DEBUG("velmor_extend_qmi_send_sync fail");

@@ -66,7 +66,7 @@ int send_setting(uint32_t type, const Setting& setting, Speaker speaker = Speake
   velmor_common_direct_req req{.type = type, .value = {}};
   memcpy(req.value, &setting, sizeof setting);
   velmor_common_rsp rsp;
-  const int code = velmor_send_common_payload(&req, &rsp);
+  const int code = velmor_send_common_payload(req, &rsp);
   if (code != 0) {
     velmor_log(LogLevel::Debug, speaker, "velmor_extend_qmi_send_sync fail, REQUEST_ID_COMMON");
   }
