@@ -293,6 +293,10 @@ TEST_F(Cmn, AnAtCommandIsSentAndItsAnswerLogged) {
       whole("1", "AT+COPS?", answered("AT+COPS?\r\r\n+CREG: 0,0\r\n\r\n+COPS: 0\r\n\r\nOK\r\n")));
   EXPECT_EQ(tovi({"8", "AT+CPIN?"}), whole("1", "AT+CPIN?", answered("AT+CPIN?\r\r\nERROR\r\n")));
   EXPECT_EQ(tovi({"8", "  "}), whole("-1", "", answered("\r")));
+  signal(SIGCHLD, SIG_IGN);
+  Program deaf("tovi", {"8", "AT"}, variables);
+  signal(SIGCHLD, SIG_DFL);
+  EXPECT_EQ(without_lines(deaf.wait().out), whole("1", "AT", answered("AT\r\r\nOK\r\n")));
   const std::string hundred(100, 'x');
   EXPECT_EQ(tovi({"8", hundred}), whole("1", hundred, answered(hundred + "\r\r\nERROR\r\n")));
   EXPECT_EQ(tovi({"8", hundred + "x"}),

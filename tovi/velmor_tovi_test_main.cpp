@@ -22,6 +22,9 @@ int main(int argc, char** argv) {
   // not end the work.
   setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   signal(SIGPIPE, SIG_IGN);
+  // A caller that ignores the end of its children hands that on: how a program that this one runs
+  // has ended would be lost.
+  signal(SIGCHLD, SIG_DFL);
 
   const TestModule* module = argc >= 2 ? find_module(velmor_atoi(argv[1])) : nullptr;
   if (module == nullptr) {
