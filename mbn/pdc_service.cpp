@@ -109,7 +109,7 @@ constexpr Field kInfoInd[] = {
   { 0x11, Optional, U32,         QMI_OPTIONAL(info_ind, total_size)       },
   { 0x12, Optional, Description, QMI_OPTIONAL_LIST(info_ind, config_desc) },
   { 0x13, Optional, U32,         QMI_OPTIONAL(info_ind, config_version)   },
-  { 0x14, Optional, U32,         QMI_OPTIONAL(info_ind, base_version)     },  // (*)
+  { 0x16, Optional, U32,         QMI_OPTIONAL(info_ind, base_version)     },
 };
 constexpr Field kDefaultInd[] = {
   { 0x01, Required, U16as32,     QMI_FIELD(default_ind, error)               },  // (*)

@@ -21,10 +21,12 @@ Payload apdu_payload(Kind, std::span<const uint8_t> request) {
 
 // clang-format off
 
-using app    = uim_app_info_v01;
-using card   = uim_card_info_v01;
-using status = uim_card_status_v01;
-using result = uim_card_result_v01;
+using app      = uim_app_info_v01;
+using card     = uim_card_info_v01;
+using session  = uim_session_v01;
+using status   = uim_card_status_v01;
+using extended = uim_extended_card_status_v01;
+using result   = uim_card_result_v01;
 
 constexpr Field kApp[] = {
   { U8as32,                   QMI_FIELD(app, app_type)              },
@@ -50,19 +52,32 @@ constexpr Field kCard[] = {
   { U8as32,                                          QMI_FIELD(card, error_code)       },
   { Counted8(Struct(kApp, sizeof(app)), kUimMaxApps), QMI_LIST(card, app_info)         },
 };
-// The cards are lenient: modems in the field append to them.
+constexpr Field kSession[] = {
+  { U8, QMI_FIELD(session, slot)        },
+  { U8, QMI_FIELD(session, application) },
+};
+// Lenient: modems in the field append to the cards. How many sessions there may be is not known.
+constexpr Shape Cards    = Lenient(Counted8(Struct(kCard, sizeof(card)), kUimMaxCards));
+constexpr Shape Sessions = Clipped(Counted8(Struct(kSession, sizeof(session)), kUimMaxSessions));
+
 constexpr Field kStatus[] = {
-  { U16,                                                          QMI_FIELD(status, index_gw_pri) },
-  { U16,                                                          QMI_FIELD(status, index_1x_pri) },
-  { U16,                                                          QMI_FIELD(status, index_gw_sec) },
-  { U16,                                                          QMI_FIELD(status, index_1x_sec) },
-  { Lenient(Counted8(Struct(kCard, sizeof(card)), kUimMaxCards)), QMI_LIST(status, card_info)     },
+  { U16,      QMI_FIELD(status, index_gw_pri) },
+  { U16,      QMI_FIELD(status, index_1x_pri) },
+  { U16,      QMI_FIELD(status, index_gw_sec) },
+  { U16,      QMI_FIELD(status, index_1x_sec) },
+  { Cards,    QMI_LIST(status, card_info)     },
+};
+constexpr Field kExtended[] = {
+  { Sessions, QMI_LIST(extended, index_gw)    },
+  { Sessions, QMI_LIST(extended, index_1x)    },
+  { Cards,    QMI_LIST(extended, card_info)   },
 };
 constexpr Field kResult[] = {
   { U8, QMI_FIELD(result, sw1) },
   { U8, QMI_FIELD(result, sw2) },
 };
 constexpr Shape Status     = Struct(kStatus, sizeof(status));
+constexpr Shape Extended   = Struct(kExtended, sizeof(extended));
 constexpr Shape CardResult = Struct(kResult, sizeof(result));
 constexpr Shape Aid        = Counted8(U8, kUimMaxAid);
 constexpr Shape Apdu       = Carries(Counted16(U8, kUimMaxApdu), apdu_payload);
@@ -89,7 +104,7 @@ constexpr Field kStatusReq[] = {
 constexpr Field kStatusResp[] = {
   { 0x02, Required, Result,     QMI_FIELD(status_resp, resp)                            },
   { 0x10, Optional, Status,     QMI_OPTIONAL(status_resp, card_status)                  },
-  { 0x13, Optional, Status,     QMI_OPTIONAL(status_resp, extended_card_status)         },  // (*) layout
+  { 0x13, Optional, Extended,   QMI_OPTIONAL(status_resp, extended_card_status)         },
 };
 constexpr Field kDownReq[] = {
   { 0x01, Required, U8as32,     QMI_FIELD(down_req, slot)                               },
@@ -146,7 +161,7 @@ constexpr Field kEidResp[] = {
 
 constexpr Message kMessages[] = {
   { Kind::Request,  0x2F, "get_card_status",      4,    sizeof(status_req),  kStatusReq  },
-  { Kind::Response, 0x2F, "get_card_status",      4691, sizeof(status_resp), kStatusResp },
+  { Kind::Response, 0x2F, "get_card_status",      4749, sizeof(status_resp), kStatusResp },
   { Kind::Request,  0x30, "power_down",           4,    sizeof(down_req),    kDownReq    },
   { Kind::Response, 0x30, "power_down",           7,    sizeof(down_resp),   kDownResp   },
   { Kind::Request,  0x31, "power_up",             12,   sizeof(up_req),      kUpReq      },
@@ -169,7 +184,7 @@ constexpr qmi_idl_service_object kService = {
     .major_version = 1,
     .minor_version = 109,
     .library_version = 6,
-    .wire_max = 4691,
+    .wire_max = 4749,
     .messages = kMessages,
 };
 

@@ -13,7 +13,8 @@ inline constexpr uint16_t QMI_UIM_LOGICAL_CHANNEL_REQ_V01 = 0x003F;
 inline constexpr uint16_t QMI_UIM_OPEN_LOGICAL_CHANNEL_REQ_V01 = 0x0042;
 inline constexpr uint16_t QMI_UIM_GET_EID_REQ_V01 = 0x0065;
 
-// How many cards and applications a status may list, and how long the lists of bytes may be.
+// How much of a status is kept, and how long the lists of bytes may be.
+inline constexpr unsigned int kUimMaxSessions = 16;
 inline constexpr unsigned int kUimMaxCards = 5;
 inline constexpr unsigned int kUimMaxApps = 10;
 inline constexpr unsigned int kUimMaxAid = 32;
@@ -57,12 +58,28 @@ struct uim_card_info_v01 {
   uim_app_info_v01 app_info[kUimMaxApps];
 };
 
-// An index names a card in its high byte and an application in its low one; 0xFFFF is none.
+// The plain status. An index names a card in its high byte and an application in its low one;
+// 0xFFFF is none.
 struct uim_card_status_v01 {
   uint16_t index_gw_pri;
   uint16_t index_1x_pri;
   uint16_t index_gw_sec;
   uint16_t index_1x_sec;
+  uint32_t card_info_len;
+  uim_card_info_v01 card_info[kUimMaxCards];
+};
+
+// Where a session's application is: card and application, both from 0; 0xFF and 0xFF is nowhere.
+struct uim_session_v01 {
+  uint8_t slot;
+  uint8_t application;
+};
+
+struct uim_extended_card_status_v01 {
+  uint32_t index_gw_len;
+  uim_session_v01 index_gw[kUimMaxSessions];
+  uint32_t index_1x_len;
+  uim_session_v01 index_1x[kUimMaxSessions];
   uint32_t card_info_len;
   uim_card_info_v01 card_info[kUimMaxCards];
 };
@@ -77,7 +94,7 @@ struct uim_get_card_status_resp_msg_v01 {
   uint8_t card_status_valid;
   uim_card_status_v01 card_status;
   uint8_t extended_card_status_valid;
-  uim_card_status_v01 extended_card_status;
+  uim_extended_card_status_v01 extended_card_status;
 };
 
 struct uim_power_down_req_msg_v01 {

@@ -174,7 +174,7 @@ int velmor_uim_get_card_status(UimCardStatus* out) {
     if (!succeeded(resp.resp)) return 0;
     log_outcome(op, "check response");
     if (resp.extended_card_status_valid == 0) return 0;
-    const uim_card_status_v01& status = resp.extended_card_status;
+    const uim_extended_card_status_v01& status = resp.extended_card_status;
     for (uint32_t i = 0; i < status.card_info_len; ++i) {
       const auto state = static_cast<uint8_t>(status.card_info[i].card_state);
       velmor_log(LogLevel::Debug, op.speaker, "SIM[%d] State = %d", static_cast<int>(i), state);

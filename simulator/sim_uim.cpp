@@ -37,6 +37,24 @@ uim_card_info_v01 card_info(const Slot& slot) {
   return info;
 }
 
+// The same as the extended status tells it: with three GW and two 1X sessions, which makes its head
+// as long as on a phone, and unlike the plain one's.
+uim_extended_card_status_v01 extended(const uim_card_status_v01& plain) {
+  const auto session = [](uint16_t index) {
+    return uim_session_v01{static_cast<uint8_t>(index >> 8), static_cast<uint8_t>(index)};
+  };
+  uim_extended_card_status_v01 status{};
+  status.index_gw_len = 3;
+  status.index_1x_len = 2;
+  status.index_gw[0] = session(plain.index_gw_pri);
+  status.index_gw[1] = status.index_gw[2] = session(plain.index_gw_sec);
+  status.index_1x[0] = session(plain.index_1x_pri);
+  status.index_1x[1] = session(plain.index_1x_sec);
+  status.card_info_len = plain.card_info_len;
+  std::copy(std::begin(plain.card_info), std::end(plain.card_info), status.card_info);
+  return status;
+}
+
 }  // namespace
 
 const qmi_idl_service_object& UimService::description() const {
@@ -78,7 +96,7 @@ uint32_t UimService::card_status(qmi::Address, const uim_get_card_status_req_msg
   status.card_info_len = kSlots;
   resp.card_status_valid = 1;
   resp.extended_card_status_valid = req.extended_card_status;
-  resp.extended_card_status = status;
+  resp.extended_card_status = extended(status);
   return 0;
 }
 

@@ -124,7 +124,7 @@ TEST_F(Stats, RequestsByteForByte) {
   std::string sent;
   for (const Bytes& request : modem.requests()) sent += hex(request).substr(6) + " ";
   const std::string registration = hex(bytes("0300 0400 13 0100 00")) + " ";
-  EXPECT_EQ(sent, hex(bytes("4500 0700 01 0400 01000000")) + " " + registration + registration);
+  EXPECT_EQ(sent, hex(bytes("4500 0400 01 0100 01")) + " " + registration + registration);
   modem_api_free_client(nas);
 }
 

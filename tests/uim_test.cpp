@@ -282,7 +282,8 @@ std::string tlv(const std::string& number, const std::string& value) {
 }
 
 TEST_F(Uim, CardsAreKeptAsFarAsTheyCanBeRead) {
-  const std::string head = "0000 ffff ffff ffff ";
+  // Three GW sessions, of which the first has a card, and two 1X sessions without any.
+  const std::string head = "03 0000 ffff ffff 02 ffff ffff ";
   const std::string usim =
       "01 00 00 00 00 01 02 07 02 0b 00 00 07 a0000000871002 00 03 03 0a 01 03 0a";
   const struct {
@@ -290,7 +291,15 @@ TEST_F(Uim, CardsAreKeptAsFarAsTheyCanBeRead) {
     const char* logged;
     int state[2];
   } rows[] = {
+      {head + "02 010000000000 020000000100", "0] State = 1|1] State = 2|", {1, 2}},
       {head + "02" + usim + "000000000000", "0] State = 1|1] State = 0|", {1, 0}},
+      {"00 00 02 010000000000 020000000100", "0] State = 1|1] State = 2|", {1, 2}},  // no session
+      {count8(16, "0001") + count8(17, "0102") + "02 010000000000 020000000100",
+       "0] State = 1|1] State = 2|",
+       {1, 2}},
+      {count8(255, "0001") + count8(255, "0102") + "02" + usim + "020000000100",
+       "0] State = 1|1] State = 2|",
+       {1, 2}},
       {head + "01 020000000000", "0] State = 2|", {2, 3}},
       {head + "00", "", {3, 3}},
       {head + count8(200, "010000000000"),
@@ -303,7 +312,7 @@ TEST_F(Uim, CardsAreKeptAsFarAsTheyCanBeRead) {
       {head + "01 7f0000000000", "0] State = 127|", {127, 3}},
   };
   for (const auto& row : rows) {
-    reply(kSuccess + tlv("10", head + "01 010000000000") + tlv("13", row.extended));
+    reply(kSuccess + tlv("13", row.extended) + tlv("10", "0000 ffff ffff ffff 01 050000000000"));
     UimCardStatus out = {{9, 9}};
     const std::string echo = echo_of([&] { return velmor_uim_get_card_status(&out); });
     EXPECT_EQ(result, 0) << row.extended;
@@ -317,10 +326,13 @@ TEST_F(Uim, CardsAreKeptAsFarAsTheyCanBeRead) {
   }
   UimCardStatus out = {{9, 9}};
   const auto call = [&] { return velmor_uim_get_card_status(&out); };
-  reply(kSuccess + tlv("13", "0000 ffff"));  // not even a head: the message is malformed
-  echo_of(call);
-  EXPECT_EQ(result, -1);
-  EXPECT_EQ(out.state[0], 9);
+  const std::string cuts[] = {"", "03 0000 ffff", "11" + std::string(66, '0'), "00 02 ffff ff"};
+  for (const std::string& cut : cuts) {
+    reply(kSuccess + tlv("13", cut));  // not even a head: the message is malformed
+    echo_of(call);
+    EXPECT_EQ(result, -1) << cut;
+    EXPECT_EQ(out.state[0], 9);
+  }
   reply(kRefusal + tlv("13", head + "01 010000000000"));
   echo_of(call);
   EXPECT_EQ(result, 0);

@@ -43,6 +43,7 @@ struct Shape {
   uint16_t member_count = 0;
   bool hidden = false;
   bool lenient = false;
+  bool clipped = false;
   bool text = false;
   bool is_signed = false;  // for the trace
   PayloadOf payload = nullptr;
@@ -100,6 +101,12 @@ constexpr Shape Lenient(Shape list) {
   list.lenient = true;
   return list;
 }
+// A counted list of elements of one size, of which modems may send more than `bound`: those are
+// skipped, and what follows the list is read.
+constexpr Shape Clipped(Shape list) {
+  list.clipped = true;
+  return list;
+}
 template <size_t N>
 constexpr Shape Struct(const Field (&members)[N], size_t c_bytes) {
   return {
@@ -142,6 +149,9 @@ struct Field {
         shape.counted() != (count_offset != kNoOffset)) {
       this_row_does_not_fit_its_member();
     }
+    if (shape.clipped && !(shape.counted() && elements_have_one_size())) {
+      this_row_does_not_fit_its_member();
+    }
   }
   // A member of a structure: sent in order, with nothing in front.
   constexpr Field(Shape shape, Member member) : Field(0, Required, shape, member) {}
@@ -152,6 +162,14 @@ struct Field {
     if (valid_offset != kNoOffset && valid_offset + 1 > end) end = valid_offset + 1;
     if (count_offset != kNoOffset && count_offset + 4 > end) end = count_offset + 4;
     return end;
+  }
+
+  constexpr bool elements_have_one_size() const {
+    for (uint16_t i = 0; i < shape.member_count; ++i) {
+      const Field& member = shape.members[i];
+      if (member.shape.counted() || !member.elements_have_one_size()) return false;
+    }
+    return true;
   }
 };
 

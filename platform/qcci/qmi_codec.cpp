@@ -1,5 +1,6 @@
 #include "qcci/qmi_codec.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <vector>
@@ -72,6 +73,21 @@ bool is_plain(const Shape& shape) {
   return shape.members == nullptr && shape.wire_bytes == shape.c_bytes;
 }
 
+size_t largest_value(const Shape& shape);
+
+// The bytes of an element on the wire, at most.
+size_t largest_element(const Shape& shape) {
+  size_t bytes = shape.wire_bytes;
+  for (const Field& member : std::span(shape.members, shape.member_count)) {
+    bytes += largest_value(member.shape);
+  }
+  return bytes;
+}
+
+size_t largest_value(const Shape& shape) {
+  return shape.count_bytes() + largest_element(shape) * shape.bound;
+}
+
 bool write_value(const Field& field, const uint8_t* c_struct, Writer& out);
 bool read_value(const Field& field, Reader& in, uint8_t* c_struct);
 
@@ -128,7 +144,7 @@ void read_leniently(const Field& field, uint32_t told, Reader& in, uint8_t* c_st
 
 bool read_value(const Field& field, Reader& in, uint8_t* c_struct) {
   const Shape& shape = field.shape;
-  size_t count = shape.bound;
+  size_t count = shape.bound, beyond = 0;
   if (shape.counted()) {
     uint32_t told = 0;
     if (!in.bytes(&told, shape.count_bytes())) return false;
@@ -136,16 +152,21 @@ bool read_value(const Field& field, Reader& in, uint8_t* c_struct) {
       read_leniently(field, told, in, c_struct);
       return true;
     }
-    if (told > shape.bound) return false;
-    memcpy(c_struct + field.count_offset, &told, sizeof told);
-    count = told;
+    const uint32_t kept = shape.clipped ? std::min<uint32_t>(told, shape.bound) : told;
+    if (kept > shape.bound) return false;
+    memcpy(c_struct + field.count_offset, &kept, sizeof kept);
+    count = kept;
+    beyond = told - kept;
   }
   uint8_t* element = c_struct + field.offset;
-  if (is_plain(shape)) return in.bytes(element, count * shape.c_bytes);
-  for (; count > 0; --count, element += shape.c_bytes) {
-    if (!read_element(shape, in, element)) return false;
+  if (is_plain(shape)) {
+    if (!in.bytes(element, count * shape.c_bytes)) return false;
+  } else {
+    for (; count > 0; --count, element += shape.c_bytes) {
+      if (!read_element(shape, in, element)) return false;
+    }
   }
-  return true;
+  return in.take(beyond * largest_element(shape)).has_value();
 }
 
 const Field* find_row(std::span<const Field> rows, uint8_t tlv) {
@@ -181,14 +202,6 @@ std::optional<Flaw> decode_tlvs(const Message& message, Reader in, uint8_t* c_st
     if (row.presence == Required && !arrived) return Flaw{row.tlv, true};
   }
   return std::nullopt;
-}
-
-size_t largest_value(const Shape& shape) {
-  size_t element = shape.wire_bytes;
-  for (const Field& member : std::span(shape.members, shape.member_count)) {
-    element += largest_value(member.shape);
-  }
-  return shape.count_bytes() + element * shape.bound;
 }
 
 }  // namespace

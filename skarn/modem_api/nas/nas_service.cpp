@@ -60,7 +60,7 @@ constexpr Field kRegisterResp[] = {
   { 0x02, Required, Result,        QMI_FIELD(register_resp, resp)                 },
 };
 constexpr Field kBindReq[] = {
-  { 0x01, Required, U32,           QMI_FIELD(bind_req, subscription)              },  // (*) number
+  { 0x01, Required, U8as32,        QMI_FIELD(bind_req, subscription)              },
 };
 constexpr Field kBindResp[] = {
   { 0x02, Required, Result,        QMI_FIELD(bind_resp, resp)                     },
@@ -89,7 +89,7 @@ constexpr Field kIncrementalInd[] = {
 constexpr Message kMessages[] = {
   { Kind::Request,    0x03, "indication_register", 4, sizeof(register_req),  kRegisterReq  },
   { Kind::Response,   0x03, "indication_register", 7, sizeof(register_resp), kRegisterResp },
-  { Kind::Request,    0x45, "bind_subscription",   7, sizeof(bind_req),      kBindReq      },
+  { Kind::Request,    0x45, "bind_subscription",   4, sizeof(bind_req),      kBindReq      },
   { Kind::Response,   0x45, "bind_subscription",   7, sizeof(bind_resp),     kBindResp     },
   { Kind::Request,    0x21, "network_scan",     4,     sizeof(scan_req),         kScanReq         },
   { Kind::Response,   0x21, "network_scan",     16289, sizeof(scan_resp),        kScanResp        },
