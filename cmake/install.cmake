@@ -30,6 +30,12 @@ if(TOVI_DEVICE)
   return()
 endif()
 
+# ./run builds the programs alone: the rest of what is installed is built now.
+install(CODE "execute_process(
+  COMMAND \"${CMAKE_COMMAND}\" --build \"${CMAKE_BINARY_DIR}\"
+    --target tovi tovi-modem compressed completion
+  OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)" ALL_COMPONENTS)
+
 add_compressed(changelog packaging/changelog)
 install_program(tovi README.md)
 install_program(tovi-modem docs/simulator.md)
