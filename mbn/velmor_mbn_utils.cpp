@@ -1,5 +1,11 @@
 #include "velmor_mbn_utils.h"
 
+#include <errno.h>
+#include <stdio.h>
+
+#include <algorithm>
+
+#include "held_signals.h"
 #include "pdc_utils.h"
 #include "utilities/velmor_log.h"
 #include "velmor_extend_nvefs.h"
@@ -23,6 +29,29 @@ bool are_valid(uint32_t sub_mask, uint32_t mbn_type, Speaker speaker = Speaker::
     return false;
   }
   return true;
+}
+
+// For the user, who needs the id to select the configuration again.
+void tell_left_without(uint32_t sub, const pdc_config_pdc_info& config) {
+  char id[2 * kPdcMaxId + 1] = "";
+  const size_t len = std::min<size_t>(config.config_id_len, kPdcMaxId);
+  for (size_t i = 0; i < len; ++i) snprintf(id + 2 * i, 3, "%02x", config.config_id[i]);
+  fprintf(stderr, "%s: subscription %u may be left without its configuration %s\n",
+          program_invocation_short_name, sub, id);
+}
+
+// Deactivates `config`, which is active, and activates it again: not to be stopped in between. The
+// result of the activation.
+int cycle(pdc_config_pdc_info& config, pdc_config_type_enum_v01 type, uint32_t sub,
+          Speaker speaker = Speaker::here()) {
+  HeldSignals hold;
+  velmor_mbn_deactivate_config(sub, type);
+  const int selected = pdc_select_config(&config, type, sub);
+  velmor_log(LogLevel::Debug, speaker, "SUB_%u pdc_select_config ret_val %d", sub, selected);
+  const int activated = pdc_activate_config(type, sub);
+  velmor_log(LogLevel::Debug, speaker, "SUB_%u pdc_activate_config ret_val %d", sub, activated);
+  if (selected != 0 || activated != 0) tell_left_without(sub, config);
+  return activated;
 }
 
 }  // namespace
@@ -76,17 +105,13 @@ int velmor_reactivate_mbn(uint32_t sub_mask, uint32_t mbn_type) {
   for (uint32_t sub = 0; sub < kSubs; ++sub) {
     if ((sub_mask >> sub & 1) == 0) continue;
     pdc_config_pdc_info config{};
-    int ret_val = pdc_get_current_config(&config, type, sub);
+    const int ret_val = pdc_get_current_config(&config, type, sub);
     VELMOR_LOG_DEBUG("SUB_%u pdc_get_current_config ret_val %d", sub, ret_val);
     if (ret_val != 0) {
       VELMOR_LOG_ERROR("SUB_%u pdc_get_current_config fail", sub);
       return ret_val;
     }
-    velmor_mbn_deactivate_config(sub, type);
-    ret_val = pdc_select_config(&config, type, sub);
-    VELMOR_LOG_DEBUG("SUB_%u pdc_select_config ret_val %d", sub, ret_val);
-    ret = pdc_activate_config(type, sub);
-    VELMOR_LOG_DEBUG("SUB_%u pdc_activate_config ret_val %d", sub, ret);
+    ret = cycle(config, type, sub);
   }
   return ret;
 }

@@ -16,7 +16,9 @@ int velmor_refresh_sw_mbn(uint32_t sub_mask);
 
 // Reads what is selected, deactivates it, selects and activates it again, one subscription after
 // the other on a new connection. The result of the last activation; that of a read that failed,
-// with which the work ends; -1 for arguments out of range or without a connection.
+// with which the work ends; -1 for arguments out of range or without a connection. From a
+// deactivation to its activation SIGINT, SIGHUP and SIGTERM wait; one line on standard error names
+// a configuration that may be gone.
 int velmor_reactivate_mbn(uint32_t sub_mask, uint32_t mbn_type);
 int velmor_reactivate_sw_mbn(uint32_t sub_mask);
 

@@ -21,10 +21,15 @@ class Mbn : public Cli {
  protected:
   Mbn() { variables["TOVI_TIME_SCALE"] = "0.05"; }
 
-  // The lines about subscriptions that a command logs.
+  // The lines about subscriptions that a command logs; it must end well.
   std::string outcome(const Args& args, const std::string& faults = "") {
     variables["TOVI_SIM_FAULTS"] = faults;
-    const std::string out = tovi(args);
+    const Result result = run("tovi", args, variables);
+    EXPECT_EQ(result.status, 0);
+    error = result.err;
+    return outcome_in(result.out);
+  }
+  static std::string outcome_in(const std::string& out) {
     std::string lines;
     for (size_t at = 0; (at = out.find("SUB_", at)) != std::string::npos;) {
       const size_t end = out.find('\n', at);
@@ -47,6 +52,12 @@ class Mbn : public Cli {
     return first + s + "pdc_select_config ret_val " + std::to_string(select) + "|" + s +
            "pdc_activate_config ret_val " + std::to_string(activate) + "|";
   }
+  static std::string left_without(int sub, const std::string& id) {
+    return "tovi: subscription " + std::to_string(sub) + " may be left without its configuration " +
+           id + "\n";
+  }
+
+  std::string error;  // what the last command said there
 };
 
 TEST_F(Mbn, BothSubscriptionsAreRefreshedAndReactivated) {
@@ -62,8 +73,10 @@ TEST_F(Mbn, BothSubscriptionsAreRefreshedAndReactivated) {
   write_file(folder / "state/pdc/software/0", selection(kFirst, "", kFirst));
   EXPECT_EQ(outcome({"10", "1", "3"}), reactivated(0, -6));
   EXPECT_EQ(state(1), selection(kSecond, kSecond));
-  write_file(folder / "state/pdc/software/1", selection("99", "99"));  // one it does not hold
+  EXPECT_EQ(error, "");
+  write_file(folder / "state/pdc/software/1", selection("990a", "990a"));  // one it does not hold
   EXPECT_EQ(outcome({"10", "1", "2"}), reactivated(1, 0, -1));
+  EXPECT_EQ(error, left_without(1, "990a"));
   EXPECT_EQ(state(1), selection("", ""));
 }
 
@@ -71,6 +84,7 @@ TEST_F(Mbn, WhateverTheModemDoesToAReactivationHasADocumentedEnd) {
   const struct {
     const char* faults;
     std::string lines;
+    bool is_left = false;
   } rows[] = {
       {"24/22=error:3", reactivated(0, -1)},
       {"24/22=drop", reactivated(0, -1)},
@@ -79,9 +93,9 @@ TEST_F(Mbn, WhateverTheModemDoesToAReactivationHasADocumentedEnd) {
       {"24/22=ind-other:0x23", reactivated(0, -1)},
       {"24/2b=ind-other:0x23", reactivated(0)},
       {"24/2b=ind-delay:6000", reactivated(0)},
-      {"24/23=no-ind", reactivated(0, 0, -1)},
+      {"24/23=no-ind", reactivated(0, 0, -1), true},
       {"24/23=ind-first", reactivated(0)},
-      {"24/23=ind-delay:6000", reactivated(0, 0, -1)},
+      {"24/23=ind-delay:6000", reactivated(0, 0, -1), true},
       {"24/22=ind-delay:2000", reactivated(0)},
       {"24/22=ind-first", reactivated(0)},
       {"24=ind-twice", reactivated(0)},
@@ -89,16 +103,39 @@ TEST_F(Mbn, WhateverTheModemDoesToAReactivationHasADocumentedEnd) {
       {"24/2b=error:3", reactivated(0)},
       {"24/2b=no-ind", reactivated(0)},
       {"24/2b=drop", reactivated(0)},
-      {"24/2b=restart", reactivated(0, 0, -1, -1)},
-      {"24/23=error:3;24/27=drop", reactivated(0, 0, -1, -1)},
-      {"24/23=restart", reactivated(0, 0, -1, -1)},
-      {"24/27=restart", reactivated(0, 0, 0, -1)},
+      {"24/2b=restart", reactivated(0, 0, -1, -1), true},
+      {"24/23=error:3;24/27=drop", reactivated(0, 0, -1, -1), true},
+      {"24/23=restart", reactivated(0, 0, -1, -1), true},
+      {"24/27=restart", reactivated(0, 0, 0, -1), true},
       {"24/27=error:3", reactivated(0)},
       {"ffe4=drop", reactivated(0)},
   };
   for (const auto& row : rows) {
     write_file(folder / "state/pdc/software/0", selection(kFirst, kFirst));
     EXPECT_EQ(outcome({"10", "1", "1"}, row.faults), row.lines) << row.faults;
+    EXPECT_EQ(error, row.is_left ? left_without(0, kFirst) : "") << row.faults;
+  }
+}
+
+TEST_F(Mbn, WhoStopsAReactivationStopsItBehindTheActivation) {
+  const struct {
+    int signal;
+    bool is_ignored;
+  } rows[] = {{SIGINT, false}, {SIGHUP, false}, {SIGTERM, false}, {SIGHUP, true}};
+  variables["TOVI_TIME_SCALE"] = "1";
+  variables["TOVI_TRACE"] = "stderr";
+  variables["TOVI_SIM_FAULTS"] = "24/23=ind-delay:300";
+  for (const auto& row : rows) {
+    write_file(folder / "state/pdc/software/0", selection(kFirst, kFirst));
+    const auto usual = signal(row.signal, row.is_ignored ? SIG_IGN : SIG_DFL);
+    Program program("tovi", {"10", "1", row.is_ignored ? "1" : "3"}, variables);
+    signal(row.signal, usual);
+    program.wait_for_error_line("deactivate req");
+    program.kill(row.signal);
+    const Result result = program.wait();
+    EXPECT_EQ(result.status, row.is_ignored ? 0 : 128 + row.signal) << row.signal;
+    EXPECT_EQ(outcome_in(result.out), reactivated(0)) << row.signal;
+    EXPECT_EQ(state(0), selection(kFirst, kFirst)) << row.signal;
   }
 }
 
