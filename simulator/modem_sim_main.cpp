@@ -14,6 +14,7 @@
 #include "properties.h"
 #include "qrtr_server.h"
 #include "router.h"
+#include "standard_descriptors.h"
 #include "state_files.h"
 #include "unix_server.h"
 
@@ -167,6 +168,7 @@ constexpr Command kCommands[] = {
 }  // namespace
 
 int main(int argc, char** argv) {
+  fill_standard_descriptors();
   if (argc < 2) return wrong_usage();
   for (const Command& command : kCommands) {
     if (strcmp(command.name, argv[1]) == 0) return command.run(Args(argv + 2, argv + argc));

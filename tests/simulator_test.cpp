@@ -4,6 +4,7 @@
 #include <sys/un.h>
 
 #include <filesystem>
+#include <sstream>
 
 #include "gtest/gtest.h"
 #include "support/fake_modem.h"
@@ -243,6 +244,27 @@ TEST_F(Simulator, OfTwoServersStartedTogetherOneServes) {
   for (auto& server : servers) refused += server->wait().status == 1;
   EXPECT_EQ(refused, 5);
   EXPECT_FALSE(exists(socket));
+}
+
+TEST_F(Simulator, NothingIsPrintedIntoTheFilesOfAProgramWithClosedDescriptors) {
+  const std::string script = "cd " + folder.path() + " && PATH=" TOVI_BUILD_FOLDER R"(:$PATH
+export TOVI_STATE=state TOVI_LOG=log TOVI_MODEM=unix:socket TOVI_TRACE=stderr
+tovi-modem serve --unix socket 2>&- &
+for i in $(seq 500); do [ ! -S socket ] || break; sleep 0.01; done
+tovi 4 2 0 77 1 >&-
+tovi 4 2 0 78 1 2>&-
+TOVI_MODEM=sim tovi 4 2 0 79 1 <&- >&- 2>&-
+kill $! && wait $!)";
+  const Result shell = run("/bin/sh", {"-c", script}, {});
+  EXPECT_EQ(shell.status, 0);
+  for (const char* item : {"77", "78", "79"}) {
+    EXPECT_EQ(read_file(folder / "state/nv/0/" + item), "\x01");
+  }
+  EXPECT_EQ(read_file(folder / "state/lock"), "");
+  std::istringstream log(read_file(folder / "log"));
+  for (std::string line; std::getline(log, line);) {
+    EXPECT_TRUE(line.starts_with("D [tovi]") || line == "D ") << line;
+  }
 }
 
 TEST_F(Simulator, PropertiesKeepWhatAPersonWroteAroundThem) {

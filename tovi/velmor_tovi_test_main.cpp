@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <stdio.h>
 
+#include "standard_descriptors.h"
 #include "velmor_tovi_test_modules.h"
 #include "velmor_tovi_test_parse.h"
 
@@ -18,6 +19,7 @@ const TestModule* find_module(int number) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  fill_standard_descriptors();
   // What was done is seen when it was done, through a pipe too; a reader that leaves early does
   // not end the work.
   setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);

@@ -28,7 +28,7 @@ ScratchFolder::~ScratchFolder() {
 }
 
 Program::Program(const std::string& name, const Args& args, const Variables& variables) {
-  const std::string path = std::string(TOVI_BUILD_FOLDER) + "/" + name;
+  const std::string path = std::filesystem::path(TOVI_BUILD_FOLDER) / name;
   std::vector<char*> argv = {const_cast<char*>(path.c_str())};
   for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
   argv.push_back(nullptr);

@@ -28,7 +28,8 @@ struct Result {
 using Args = std::vector<std::string>;
 using Variables = std::map<std::string, std::string>;
 
-// A program that is running: its output is collected until it ends.
+// A program that is running, one of the build's or anyone named by its whole path: its output is
+// collected until it ends.
 class Program {
  public:
   Program(const std::string& name, const Args& args, const Variables& variables);
