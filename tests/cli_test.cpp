@@ -278,7 +278,7 @@ TEST_F(Cli, AVariableThatCannotBeUsedIsSaidInOneLine) {
   };
   for (const auto& row : rows) {
     Variables changed = variables;
-    changed["TOVI_TIME_SCALE"] = "0.01";
+    if (!row.modem) changed["TOVI_TIME_SCALE"] = "0.01";
     changed[row.name] = row.value;
     const Result result = run("tovi", {"4", "1", "0", "550"}, changed);
     EXPECT_EQ(result.status, 0);

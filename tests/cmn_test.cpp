@@ -42,7 +42,6 @@ constexpr const char* kEid = "eID=89049032123451234512345678901235\n";
 constexpr const char* kFailed = "value=FAILED\n";
 
 TEST_F(Cmn, TheSlotIsSwitchedBetweenEsimAndSim) {
-  variables["TOVI_TIME_SCALE"] = "0.1";
   EXPECT_EQ(esim("1"), kEid);
   EXPECT_EQ(read_file(uimdrv + "esim_enable"), std::string("\x01\0\0\0", 4));
   EXPECT_EQ(read_file(uimdrv + "esim_eid"),
@@ -58,6 +57,7 @@ TEST_F(Cmn, TheSlotIsSwitchedBetweenEsimAndSim) {
   edit("slot/1", "power=on", "power=off");
   EXPECT_EQ(esim("4"), "ERROR,ABSENT\n");
   EXPECT_EQ(esim("4", "b/2f=error:3"), "UNKNOWN,UNKNOWN\n");
+  variables["TOVI_TIME_SCALE"] = "0.1";
   EXPECT_EQ(esim("4", "b/2f=drop"), kFailed);
   EXPECT_EQ(esim("7"), kFailed);
   EXPECT_EQ(esim("0"), kFailed);
@@ -106,7 +106,7 @@ TEST_F(Cmn, AMemoryResetDeletesTheProfilesOnce) {
 }
 
 TEST_F(Cmn, ALateCardAndARestartInTheMiddleAreLivedThrough) {
-  variables["TOVI_TIME_SCALE"] = "0.1";
+  variables["TOVI_TIME_SCALE"] = "0.25";
   const struct {
     const char* faults;
     const char* out;
@@ -216,8 +216,7 @@ TEST_F(Cmn, DiagAnswersAreCutAndWithoutOneThereIsAnError) {
   const std::string path = folder / "dev/diag";
   variables = {{"TOVI_MODEM", "unix:" + (folder / "nobody")},
                {"TOVI_DEVICE_ROOT", folder.path()},
-               {"TOVI_LOG", folder / "log"},
-               {"TOVI_TIME_SCALE", "0.05"}};
+               {"TOVI_LOG", folder / "log"}};
   const Args command = {"5", "0", "0", "0", "1000", "1"};
   const std::string failure =
       diag_lines("callback mode with result", "0x01 ",

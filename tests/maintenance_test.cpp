@@ -3,6 +3,8 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <memory>
+
 #include "support/cli_fixture.h"
 
 namespace {
@@ -19,11 +21,8 @@ std::string selection(const std::string& selected, const std::string& active,
 
 class Mbn : public Cli {
  protected:
-  Mbn() { variables["TOVI_TIME_SCALE"] = "0.05"; }
-
   // The lines about subscriptions that a command logs; it must end well.
-  std::string outcome(const Args& args, const std::string& faults = "") {
-    variables["TOVI_SIM_FAULTS"] = faults;
+  std::string outcome(const Args& args) {
     const Result result = run("tovi", args, variables);
     EXPECT_EQ(result.status, 0);
     error = result.err;
@@ -82,21 +81,21 @@ TEST_F(Mbn, BothSubscriptionsAreRefreshedAndReactivated) {
 
 TEST_F(Mbn, WhateverTheModemDoesToAReactivationHasADocumentedEnd) {
   const struct {
-    const char* faults;
+    std::string faults;
     std::string lines;
     bool is_left = false;
   } rows[] = {
       {"24/22=error:3", reactivated(0, -1)},
       {"24/22=drop", reactivated(0, -1)},
       {"24/22=no-ind", reactivated(0, -1)},
-      {"24/22=ind-delay:6000", reactivated(0, -1)},
+      {"24/22=ind-delay:60000", reactivated(0, -1)},
       {"24/22=ind-other:0x23", reactivated(0, -1)},
       {"24/2b=ind-other:0x23", reactivated(0)},
-      {"24/2b=ind-delay:6000", reactivated(0)},
+      {"24/2b=ind-delay:60000", reactivated(0)},
       {"24/23=no-ind", reactivated(0, 0, -1), true},
       {"24/23=ind-first", reactivated(0)},
-      {"24/23=ind-delay:6000", reactivated(0, 0, -1), true},
-      {"24/22=ind-delay:2000", reactivated(0)},
+      {"24/23=ind-delay:60000", reactivated(0, 0, -1), true},
+      {"24/22=ind-delay:1000", reactivated(0)},
       {"24/22=ind-first", reactivated(0)},
       {"24=ind-twice", reactivated(0)},
       {"24/22=restart", reactivated(0, -1)},
@@ -110,10 +109,18 @@ TEST_F(Mbn, WhateverTheModemDoesToAReactivationHasADocumentedEnd) {
       {"24/27=error:3", reactivated(0)},
       {"ffe4=drop", reactivated(0)},
   };
+  // Side by side, since most of them wait: each with a modem of its own.
+  std::vector<std::unique_ptr<Program>> programs;
+  variables["TOVI_TIME_SCALE"] = "0.2";
   for (const auto& row : rows) {
-    write_file(folder / "state/pdc/software/0", selection(kFirst, kFirst));
-    EXPECT_EQ(outcome({"10", "1", "1"}, row.faults), row.lines) << row.faults;
-    EXPECT_EQ(error, row.is_left ? left_without(0, kFirst) : "") << row.faults;
+    variables["TOVI_SIM_FAULTS"] = row.faults;
+    variables["TOVI_STATE"] = folder / ("state" + std::to_string(programs.size()));
+    programs.push_back(std::make_unique<Program>("tovi", Args{"10", "1", "1"}, variables));
+  }
+  for (size_t i = 0; i < programs.size(); ++i) {
+    const Result result = programs[i]->wait();
+    EXPECT_EQ(outcome_in(result.out), rows[i].lines) << rows[i].faults;
+    EXPECT_EQ(result.err, rows[i].is_left ? left_without(0, kFirst) : "") << rows[i].faults;
   }
 }
 
@@ -122,7 +129,6 @@ TEST_F(Mbn, WhoStopsAReactivationStopsItBehindTheActivation) {
     int signal;
     bool is_ignored;
   } rows[] = {{SIGINT, false}, {SIGHUP, false}, {SIGTERM, false}, {SIGHUP, true}};
-  variables["TOVI_TIME_SCALE"] = "1";
   variables["TOVI_TRACE"] = "stderr";
   variables["TOVI_SIM_FAULTS"] = "24/23=ind-delay:300";
   for (const auto& row : rows) {
@@ -303,7 +309,10 @@ TEST_F(SmartTest, ARestartTakesTheServicesDownAndUpADumpDown) {
   server.wait_for_error_line("tovi-modem: ready\n");
   variables["TOVI_MODEM"] = "unix:" + (folder / "socket");
   const auto answers = [&] {
-    return tovi({"4", "1", "0", "550"}).find("data len(9)") != std::string::npos;
+    Variables hasty = variables;
+    hasty["TOVI_TIME_SCALE"] = "0.001";  // nobody waits for a service
+    const std::string out = run("tovi", {"4", "1", "0", "550"}, hasty).out;
+    return out.find("data len(9)") != std::string::npos;
   };
   // Looks until the services are there or not; at most so often, 20 ms apart.
   const auto becomes = [&](bool there, int looks) {
@@ -313,11 +322,12 @@ TEST_F(SmartTest, ARestartTakesTheServicesDownAndUpADumpDown) {
     }
     return false;
   };
-  variables["TOVI_TIME_SCALE"] = "0.001";  // nobody waits for a service
+  variables.erase("TOVI_TIME_SCALE");
   tovi({"11", "0"});
   EXPECT_TRUE(becomes(false, 200));
   EXPECT_TRUE(becomes(true, 200));
   set_property("persist.vendor.ssr.restart_level", "ALL_DISABLE");
+  set_property("persist.radio.ssr_wait_s", "0");
   tovi({"11", "1"});
   EXPECT_TRUE(becomes(false, 200));
   EXPECT_FALSE(becomes(true, 50));
@@ -359,7 +369,7 @@ TEST_F(SmartTest, TheTimerTestCountsSecondsUntilTheTimerExpires) {
     return line(f, "Timer test start, timeout_s = " + s) +
            line(f, "Start one timer(timer_id 1), will pause until this timer is expired ...");
   };
-  variables["TOVI_TIME_SCALE"] = "0.2";
+  variables["TOVI_TIME_SCALE"] = "0.5";
   EXPECT_EQ(tovi({"11", "8", "0"}), start("0") + line("velmor_tovi_delay_timer_cb", expired) +
                                         line(f, "1 second has passed") +
                                         line(f, "Timer test done"));

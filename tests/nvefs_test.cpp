@@ -149,8 +149,12 @@ TEST_F(Nvefs, AnswersOfEveryShapeHaveADocumentedOutcome) {
   }
   reply({}, 1);
   EXPECT_EQ(nv_read(), -103);
+}
+
+TEST_F(SilentModem, AnAnswerThatDoesNotComeIsAFailedExchange) {
+  unsigned char byte = 7;
   modem.on_request([](const Bytes&) { return Replies{}; });
-  EXPECT_EQ(efs_write(), -103);
+  EXPECT_EQ(velmor_efs_write(0, g_path, 3, &byte, 1), -103);
 }
 
 TEST_F(Nvefs, AShortAnswerLowersTheRoomForTheRestOfAnEfsRead) {

@@ -25,6 +25,7 @@ constexpr pdc_config_type_enum_v01 kSoftware = PDC_CONFIG_TYPE_MODEM_SW_V01;
 
 class Pdc : public FakeModemTest {
  protected:
+  using FakeModemTest::FakeModemTest;
   void SetUp() override {
     modem.add_service(kPdc, kPdcPort);
     g_velmor_shell_print_flag = 0;
@@ -163,22 +164,25 @@ TEST_F(Pdc, RefusalsCountForTheSelectedConfigurationOnly) {
     return Replies{response(request, "02 0400 0100 1a00"), indication(id_of(request), active)};
   });
   EXPECT_EQ(get(), 0);
-  modem.on_request([](const Bytes&) { return Replies{}; });
-  for (int (*call)() : {get, select, deactivate}) EXPECT_EQ(call(), -1);
   modem.remove_service(kPdcPort);
   for (int (*call)() : {select, deactivate}) EXPECT_EQ(call(), -1);
   pdc_clean();
   EXPECT_EQ(get(), -1);
 }
 
-TEST_F(Pdc, AWaitEndsWithTheRequestsTimer) {
+class SilentPdc : public Pdc {
+ protected:
+  SilentPdc() : Pdc("0.1") {}
+};
+
+TEST_F(SilentPdc, AWaitEndsWithTheRequestsTimer) {
   modem.on_request([](const Bytes& request) { return Replies{response(request)}; });
   for (int (*call)() : {get, select, deactivate}) {
     const auto start = timing::Clock::now();
     EXPECT_EQ(call(), -1);
     const auto took = timing::Clock::now() - start;
     EXPECT_GE(took, timing::scaled(5000));
-    EXPECT_LE(took, timing::scaled(5000) + std::chrono::milliseconds(500));
+    EXPECT_LE(took, timing::scaled(5000) + std::chrono::seconds(2));
   }
   modem.on_request([](const Bytes& request) {  // one of another kind ends nothing
     return Replies{response(request),
@@ -193,6 +197,10 @@ TEST_F(Pdc, AWaitEndsWithTheRequestsTimer) {
   EXPECT_EQ(pdc_activate_config_ex(static_cast<pdc_config_type_enum_v01>(2),
                                    PDC_ACTIVATION_REGULAR_V01, 0, 0),
             0);  // of a type above 1 the indication is waited for
+  modem.on_request([](const Bytes&) { return Replies{}; });
+  for (int (*call)() : {get, select, deactivate}) EXPECT_EQ(call(), -1);
+  answer_with(active);
+  EXPECT_EQ(get(), 0);
 }
 
 TEST_F(Pdc, ASecondCallOfAKindIsRefusedWhileOneRuns) {
@@ -209,18 +217,18 @@ TEST_F(Pdc, ASecondCallOfAKindIsRefusedWhileOneRuns) {
 }
 
 TEST_F(Pdc, ThousandsOfRequestsMeetTheirIndicationsInAnyOrder) {
-  enum Scenario { Early, AtOnce, Late, Twice, Failing, OtherKind, Stale, Never, kScenarios };
+  enum Scenario { Early, AtOnce, Late, Twice, Failing, OtherKind, Stale, kScenarios };
   const struct {
     int (*call)();
     uint16_t id;
   } kinds[] = {{get, 0x22}, {select, 0x23}, {deactivate, 0x2B}};
   std::minstd_rand random(20);
   std::thread sender;
-  deactivate();
+  answer_with(kGood);
+  EXPECT_EQ(deactivate(), 0);  // so that the modem knows whom to send to
   for (int i = 0; i < 2000; ++i) {
     const auto& kind = kinds[random() % 3];
-    auto scenario = static_cast<Scenario>(random() % kScenarios);
-    if (scenario == Never && random() % 16 != 0) scenario = Late;  // each costs a whole wait
+    const auto scenario = static_cast<Scenario>(random() % kScenarios);
     const std::string good = kind.call == get ? active : kGood;
     const Bytes ind = indication(kind.id, scenario == Failing ? "01 0200 0100" : good);
     const auto late_us = static_cast<uint32_t>(random() % 300);
@@ -242,12 +250,10 @@ TEST_F(Pdc, ThousandsOfRequestsMeetTheirIndicationsInAnyOrder) {
             modem.send(kPdcPort, ind);
           });
           return Replies{response(request)};
-        case Never: return Replies{response(request)};
         default: return Replies{response(request), ind};
       }
     });
-    const bool fails = scenario == Failing || scenario == Never;
-    EXPECT_EQ(kind.call(), fails ? -1 : 0) << i << " " << scenario;
+    EXPECT_EQ(kind.call(), scenario == Failing ? -1 : 0) << i << " " << scenario;
     if (sender.joinable()) sender.join();
     if (scenario == Twice) flush();
   }

@@ -64,6 +64,7 @@ void on_notify(qmi_client_type, qmi_idl_service_object_type, qmi_client_notify_e
 
 class Qcci : public FakeModemTest {
  protected:
+  using FakeModemTest::FakeModemTest;
   qmi_client_type open(qmi_client_ind_cb cb = nullptr, void* data = nullptr) {
     qmi_client_type handle = nullptr;
     EXPECT_EQ(qmi_client_init_instance(kService, QMI_CLIENT_INSTANCE_ANY, cb, data, nullptr, 1000,
@@ -132,7 +133,12 @@ TEST_F(Qcci, WithoutTheServiceNothingOpens) {
             QMI_TIMEOUT_ERR);
 }
 
-TEST_F(Qcci, ASilentNameServiceIsWaitedForOnce) {
+class SilentNameService : public Qcci {
+ protected:
+  SilentNameService() : Qcci("0.05") {}
+};
+
+TEST_F(SilentNameService, IsWaitedForOnce) {
   modem.answer_lookups(false);
   unsigned int entries = 0, services = 0;
   const auto start = timing::Clock::now();
@@ -280,7 +286,8 @@ TEST_F(Qcci, ACallbackMaySendAndHearsWhatComesLater) {
         req.data[0] = 2;
         velmor_extend_send_data_resp_msg_v01 got{};
         if (static_cast<uint8_t*>(buf)[10] == 2) return;
-        const int error = qmi_client_send_msg_sync(self, 2, &req, sizeof req, &got, sizeof got, 90);
+        const int error =
+            qmi_client_send_msg_sync(self, 2, &req, sizeof req, &got, sizeof got, 5000);
         events.add("sent" + std::to_string(error));
       },
       nullptr);

@@ -317,7 +317,7 @@ TEST_F(Simulator, WhyASocketCannotBeConnectedToIsSaidOnceAndNotWaitedForWithoutE
         run("tovi", {"4", "1", "0", "550"}, {{"TOVI_MODEM", modem}, {"TOVI_TIME_SCALE", "0.1"}});
     EXPECT_EQ(result.err, "tovi: TOVI_MODEM=" + modem + ": " + row.reason + "\n");
     EXPECT_NE(result.out.find("error_code(-102)"), std::string::npos) << result.out;
-    EXPECT_LT(timing::Clock::now() - begin, std::chrono::seconds(2)) << row.path;
+    EXPECT_LT(timing::Clock::now() - begin, std::chrono::seconds(10)) << row.path;
   }
 }
 

@@ -72,7 +72,6 @@ TEST_F(StatsCli, EveryStatisticIsALineForBothSubscriptions) {
 }
 
 TEST_F(StatsCli, AServiceThatFailsIsSaidAndTheCommandEnds) {
-  variables["TOVI_TIME_SCALE"] = "0.01";
   const auto has = [&](const Args& args, const std::string& text) {
     return tovi(args).find(text) != std::string::npos;
   };
@@ -87,6 +86,7 @@ TEST_F(StatsCli, AServiceThatFailsIsSaidAndTheCommandEnds) {
   variables["TOVI_SIM_FAULTS"] = "e4=restart";
   EXPECT_TRUE(has({"9", "20", "0"}, "service down with error -2\n"));
   variables.erase("TOVI_SIM_FAULTS");
+  variables["TOVI_TIME_SCALE"] = "0.01";
   take_modem_away();
   const std::string out = tovi({"9", "20", "0"});
   EXPECT_NE(out.find("try # 9 port[65535]"), std::string::npos);

@@ -41,6 +41,7 @@ std::string events() {
 
 class Stats : public FakeModemTest {
  protected:
+  using FakeModemTest::FakeModemTest;
   void SetUp() override {
     modem.add_service(kVs, kVsPort);
     modem.add_service(kSar, kSarPort);
@@ -180,7 +181,13 @@ TEST_F(Stats, ErrorsAreMapped) {
   }
 }
 
-TEST_F(Stats, AServiceThatIsNotThereCostsTenAttempts) {
+// Attempts to connect are a second apart.
+class StatsRetries : public Stats {
+ protected:
+  StatsRetries() : Stats("0.05") {}
+};
+
+TEST_F(StatsRetries, AServiceThatIsNotThereCostsTenAttempts) {
   modem.remove_service(kSarPort);
   modem.remove_service(kNasPort);
   const auto start = timing::Clock::now();
@@ -188,7 +195,7 @@ TEST_F(Stats, AServiceThatIsNotThereCostsTenAttempts) {
   EXPECT_EQ(result, MODEM_API_FAILED);
   const auto took = timing::Clock::now() - start;
   EXPECT_GE(took, timing::scaled_s(9));
-  EXPECT_LE(took, timing::scaled_s(9) + std::chrono::seconds(1));
+  EXPECT_LE(took, timing::scaled_s(9) + std::chrono::seconds(5));
   EXPECT_EQ(statuses(MODEM_API_SAR), "12");
   const std::string log = read_file(log_path());
   EXPECT_NE(log.find("try # 9 port[65535]"), std::string::npos);
@@ -236,7 +243,7 @@ TEST_F(Stats, AHundredRestartsLeaveNothingBehind) {
   }
 }
 
-TEST_F(Stats, AClientMayBeFreedInTheMiddleOfARestart) {
+TEST_F(StatsRetries, AClientMayBeFreedInTheMiddleOfARestart) {
   for (int i = 0; i < 60; ++i) {
     const int id = connect(MODEM_API_SAR);
     ASSERT_GE(id, 0);
@@ -257,7 +264,7 @@ TEST_F(Stats, AClientMayBeFreedInTheMiddleOfARestart) {
   modem_api_free_client(id);
 }
 
-TEST_F(Stats, ALossWhileConnectingIsSeenToAfterwards) {
+TEST_F(StatsRetries, ALossWhileConnectingIsSeenToAfterwards) {
   const int id = connect(MODEM_API_NAS_0);
   ASSERT_GE(id, 0);
   for (int i = 0; i < 40; ++i) {

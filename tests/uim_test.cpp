@@ -27,6 +27,7 @@ const char* const kRefusal = "02 0400 0100 5e00";
 
 class Uim : public FakeModemTest {
  protected:
+  using FakeModemTest::FakeModemTest;
   void SetUp() override {
     modem.add_service(kUim, kUimPort);
     modem.add_service(kExtensionId, kExtensionPort);
@@ -205,7 +206,12 @@ TEST_F(Uim, ALossBetweenOperationsIsRecoveredFromBeforeTheNextSend) {
   EXPECT_EQ(result, 0);
 }
 
-TEST_F(Uim, TheThirdTimeOutRecoversAndTheNextOperationOpensAClient) {
+class SilentUim : public Uim {
+ protected:
+  SilentUim() : Uim("0.2") {}
+};
+
+TEST_F(SilentUim, TheThirdTimeOutRecoversAndTheNextOperationOpensAClient) {
   echo_of(eid);
   fall_silent();
   for (int i = 1; i <= 3; ++i) {
@@ -251,19 +257,12 @@ TEST_F(Uim, AThousandRecoveriesLeaveNothingBehind) {
     EXPECT_EQ(status(), -2);
     EXPECT_EQ(eid(), 0);
   };
-  const auto after_three_time_outs = [&] {
-    fall_silent();
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(eid(), -3);
-    reply(kSuccess);
-    EXPECT_EQ(eid(), 0);
-  };
   eid();
   for (int i = 0; i < 10; ++i) before_a_send();
   const size_t descriptors = entries("/proc/self/fd"), threads = entries("/proc/self/task");
   for (int i = 0; i < 495; ++i) {
     before_a_send();
     after_a_send_that_failed();
-    if (i % 49 == 0) after_three_time_outs();
   }
   EXPECT_LE(entries("/proc/self/fd"), descriptors);
   EXPECT_LE(entries("/proc/self/task"), threads);

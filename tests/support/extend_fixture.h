@@ -13,6 +13,7 @@ inline std::string request_prefix(const std::string& request_id, const std::stri
 
 class Extend : public FakeModemTest {
  protected:
+  using FakeModemTest::FakeModemTest;
   void SetUp() override {
     g_velmor_extend_print_flag = 1;
     modem.add_service(kExtensionId, kExtensionPort);
@@ -62,6 +63,12 @@ class Extend : public FakeModemTest {
     return velmor_extend_qmi_send_sync(2, data.data(), data_len,
                                        resp != nullptr ? resp : scratch.data(), &room);
   }
+};
+
+// Tests whose modem falls silent.
+class SilentModem : public Extend {
+ protected:
+  SilentModem() : Extend("0.34") {}
 };
 
 }  // namespace testing_support
