@@ -1,6 +1,7 @@
 // The program as a person at the shell sees it: arguments in, bytes out, what the modem holds
 // afterwards.
 #include <stdio.h>
+#include <stdlib.h>
 
 #include <algorithm>
 #include <regex>
@@ -67,18 +68,27 @@ TEST_F(Cli, WrongArgumentsAreNotedWithTheModulesHelp) {
 }
 
 // The file holds commands, run one after the other in the same state folder, and what they print.
+// Variables before a command are its own. TOVI_TEST_UPDATE=1 writes the file anew.
 TEST_F(Cli, PrintsItsTranscriptsToTheByte) {
-  std::istringstream transcripts(read_file(TOVI_TEST_DATA "/golden/transcripts.txt"));
-  std::string said, printed, word;
+  const std::string path = TOVI_TEST_DATA "/golden/transcripts.txt";
+  const std::string said = read_file(path);
+  const Variables usual = variables;
+  std::istringstream transcripts(said);
+  std::string printed, word;
   for (std::string line; std::getline(transcripts, line);) {
-    if (line.starts_with("$ tovi ")) {
-      std::istringstream words(line.substr(7));
-      Args args;
-      while (words >> word) args.push_back(word);
-      printed += line + "\n" + tovi(args);
+    if (!line.starts_with("$ ")) continue;
+    variables = usual;
+    std::istringstream words(line.substr(2));
+    while (words >> word && word != "tovi") {
+      const size_t equals = word.find('=');
+      ASSERT_NE(equals, std::string::npos) << line;
+      variables[word.substr(0, equals)] = word.substr(equals + 1);
     }
-    said += line + "\n";
+    Args args;
+    while (words >> word) args.push_back(word);
+    printed += line + "\n" + tovi(args);
   }
+  if (getenv("TOVI_TEST_UPDATE") != nullptr) write_file(path, printed);
   EXPECT_EQ(printed, said);
 }
 

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <functional>
+#include <regex>
 
 #include "gtest/gtest.h"
 #include "qcci/descriptor.h"
@@ -66,6 +67,23 @@ TEST(FaultRules, AreReadOrRefusedWhole) {
     EXPECT_EQ(sim::Faults::parse(row.rules, problem).has_value(), row.good) << row.rules;
     EXPECT_EQ(problem.empty(), row.good) << problem;
   }
+}
+
+// Every word of the table that reads rules.
+TEST(FaultRules, StandInTheManualAndInTheGuide) {
+  const std::string root = TOVI_TEST_DATA "/../";
+  const std::string code = read_file(root + "simulator/faults.cpp");
+  const std::string manual = read_file(root + "docs/man/tovi-modem.1");
+  const std::string guide = read_file(root + "docs/simulator.md");
+  const std::regex row("\\{\"([a-z-]+)\", Action::");
+  size_t words = 0;
+  for (std::sregex_iterator at(code.begin(), code.end(), row), end; at != end; ++at, ++words) {
+    const std::string word = (*at)[1];
+    EXPECT_TRUE(std::regex_search(manual, std::regex("\n\\.It ([^\n]* )?" + word + "[ \n]")))
+        << word;
+    EXPECT_TRUE(std::regex_search(guide, std::regex("\n\\|[^|]*`" + word + "[:`]"))) << word;
+  }
+  EXPECT_EQ(words, 13u);
 }
 
 TEST(FaultRules, TheFirstThatMatchesWinsAndCountsItsOwnRequests) {
