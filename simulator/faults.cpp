@@ -13,15 +13,22 @@ struct ActionWord {
   std::string_view word;
   Action action;
   Value value;
+  const char* value_name = "";
 };
 constexpr ActionWord kActionWords[] = {
-    {"drop", Action::Drop, Value::None},           {"delay", Action::Delay, Value::Decimal},
-    {"error", Action::Error, Value::AnyBase},      {"short", Action::Short, Value::Decimal},
-    {"garbage", Action::Garbage, Value::None},     {"twice", Action::Twice, Value::None},
-    {"ind-first", Action::IndFirst, Value::None},  {"ind-delay", Action::IndDelay, Value::Decimal},
-    {"ind-twice", Action::IndTwice, Value::None},  {"ind-other", Action::IndOther, Value::AnyBase},
-    {"no-ind", Action::NoInd, Value::None},        {"down", Action::Down, Value::Optional},
-    {"restart", Action::Restart, Value::Optional},
+    {"drop", Action::Drop, Value::None},
+    {"delay", Action::Delay, Value::Decimal, ":MS"},
+    {"error", Action::Error, Value::AnyBase, ":CODE"},
+    {"short", Action::Short, Value::Decimal, ":N"},
+    {"garbage", Action::Garbage, Value::None},
+    {"twice", Action::Twice, Value::None},
+    {"ind-first", Action::IndFirst, Value::None},
+    {"ind-delay", Action::IndDelay, Value::Decimal, ":MS"},
+    {"ind-twice", Action::IndTwice, Value::None},
+    {"ind-other", Action::IndOther, Value::AnyBase, ":ID"},
+    {"no-ind", Action::NoInd, Value::None},
+    {"down", Action::Down, Value::Optional, "[:MS]"},
+    {"restart", Action::Restart, Value::Optional, "[:MS]"},
 };
 
 bool has_hex_prefix(std::string_view text) {
@@ -44,42 +51,65 @@ std::string_view take_until(std::string_view& text, char mark) {
   return head;
 }
 
-std::optional<Fault> parse_action(std::string_view text) {
+std::string quoted(std::string_view word) {
+  return std::string("'").append(word).append("'");
+}
+
+std::optional<Fault> parse_action(std::string_view text, std::string& problem) {
   const bool has_value = text.find(':') != std::string_view::npos;
   const std::string_view word = take_until(text, ':');
   for (const ActionWord& known : kActionWords) {
     if (known.word != word) continue;
+    const std::string form = std::string(word) + known.value_name;
     if (!has_value) {
-      if (known.value == Value::Decimal || known.value == Value::AnyBase) return std::nullopt;
-      return Fault{known.action, std::nullopt};
+      if (known.value == Value::None || known.value == Value::Optional) {
+        return Fault{known.action, std::nullopt};
+      }
+      problem = quoted(word) + " needs a value: " + form;
+      return std::nullopt;
     }
-    if (known.value == Value::None) return std::nullopt;
+    if (known.value == Value::None) {
+      problem = quoted(word) + " takes no value";
+      return std::nullopt;
+    }
     const bool hex = known.value == Value::AnyBase && has_hex_prefix(text);
     const auto value = number(text, hex ? 16 : 10);
-    if (!value) return std::nullopt;
-    return Fault{known.action, value};
+    if (value) return Fault{known.action, value};
+    problem = quoted(text) + " is no number: " + form;
+    return std::nullopt;
   }
+  problem = quoted(word) + " is no action; tovi-modem --help names them";
   return std::nullopt;
 }
 
 }  // namespace
 
-std::optional<Faults::Rule> Faults::parse_rule(std::string_view text) {
+std::optional<Faults::Rule> Faults::parse_rule(std::string_view text, std::string& problem) {
   const size_t equals = text.find('=');
-  if (equals == std::string_view::npos) return std::nullopt;
+  if (equals == std::string_view::npos) {
+    problem = "it has no =";
+    return std::nullopt;
+  }
   std::string_view which = text.substr(0, equals);
-  const auto fault = parse_action(text.substr(equals + 1));
   std::string_view kind = take_until(which, '#');
   const bool numbered = kind.size() < equals;
   const auto nth = numbered ? number(which, 10) : 0;
   const bool one_message = kind.find('/') != std::string_view::npos;
-  const auto service = number(take_until(kind, '/'), 16);
+  const std::string_view service_word = take_until(kind, '/');
+  const auto service = number(service_word, 16);
   const auto message = one_message ? number(kind, 16) : 0;
-  if (!fault || !service || !nth || (numbered && *nth == 0)) return std::nullopt;
-  if (!message || *message > UINT16_MAX) return std::nullopt;
-  Rule rule{.service = *service, .message = std::nullopt, .which = *nth, .fault = *fault};
-  if (one_message) rule.message = static_cast<uint16_t>(*message);
-  return rule;
+  if (!service) {
+    problem = quoted(service_word) + " is no service in hexadecimal";
+  } else if (!message || *message > UINT16_MAX) {
+    problem = quoted(kind) + " is no message in hexadecimal, ffff at most";
+  } else if (!nth || (numbered && *nth == 0)) {
+    problem = quoted(which) + " behind # is no decimal number above 0";
+  } else if (const auto fault = parse_action(text.substr(equals + 1), problem)) {
+    Rule rule{.service = *service, .message = std::nullopt, .which = *nth, .fault = *fault};
+    if (one_message) rule.message = static_cast<uint16_t>(*message);
+    return rule;
+  }
+  return std::nullopt;
 }
 
 std::optional<Faults> Faults::parse(std::string_view rules, std::string& problem) {
@@ -87,14 +117,23 @@ std::optional<Faults> Faults::parse(std::string_view rules, std::string& problem
   while (!rules.empty()) {
     const std::string_view text = take_until(rules, ';');
     if (text.empty()) continue;
-    const auto rule = parse_rule(text);
+    std::string why;
+    const auto rule = parse_rule(text, why);
     if (!rule) {
-      problem = "the fault rule '" + std::string(text) + "' cannot be read";
+      problem = "the fault rule " + quoted(text) + " cannot be read: " + why;
       return std::nullopt;
     }
     faults.rules_.push_back(*rule);
   }
   return faults;
+}
+
+std::vector<std::string> Faults::actions() {
+  std::vector<std::string> all;
+  for (const ActionWord& known : kActionWords) {
+    all.push_back(std::string(known.word) + known.value_name);
+  }
+  return all;
 }
 
 const Fault* Faults::meet(uint32_t service, uint16_t message) {

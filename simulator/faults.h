@@ -41,6 +41,9 @@ class Faults {
   // Nothing, with `problem` in words, for a rule that cannot be read.
   static std::optional<Faults> parse(std::string_view rules, std::string& problem);
 
+  // The actions with the values they take, for a person: "drop", "delay:MS", "down[:MS]".
+  static std::vector<std::string> actions();
+
   // What happens to the next request of this kind, or null. Counts the request.
   const Fault* meet(uint32_t service, uint16_t message);
 
@@ -52,7 +55,7 @@ class Faults {
     Fault fault;
     uint32_t met = 0;
   };
-  static std::optional<Rule> parse_rule(std::string_view text);
+  static std::optional<Rule> parse_rule(std::string_view text, std::string& problem);
 
   std::vector<Rule> rules_;
 };

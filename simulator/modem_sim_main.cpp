@@ -10,6 +10,7 @@
 
 #include "device_ports.h"
 #include "environment.h"
+#include "faults.h"
 #include "modem.h"
 #include "properties.h"
 #include "qrtr_server.h"
@@ -28,7 +29,7 @@ constexpr const char* kUsage =
     "       tovi-modem getprop NAME        print a system property\n"
     "       tovi-modem setprop NAME VALUE  set a system property\n"
     "       tovi-modem reset               empty the state folder\n"
-    "       tovi-modem --help | --version\n"
+    "       tovi-modem --help, -h | --version\n"
     "\n"
     "The modem's state is the folder TOVI_STATE ($XDG_STATE_HOME/tovi or ~/.local/state/tovi when\n"
     "unset). Programs reach a served modem with TOVI_MODEM=unix:PATH.\n";
@@ -37,8 +38,21 @@ enum Status { kDone = 0, kFailed = 1, kWrongUsage = 2 };
 
 using Args = std::vector<std::string>;
 
+void print_usage(FILE* to) {
+  constexpr size_t kWidth = 90;
+  fputs(kUsage, to);
+  fputs("\nRULES are separated by ;, each service[/message][#n]=action. Actions:", to);
+  size_t column = kWidth;
+  for (const std::string& action : sim::Faults::actions()) {
+    const bool fits = column + 1 + action.size() <= kWidth;
+    fprintf(to, "%s %s", fits ? "" : "\n ", action.c_str());
+    column = (fits ? column : 1) + 1 + action.size();
+  }
+  fputc('\n', to);
+}
+
 int wrong_usage() {
-  fputs(kUsage, stderr);
+  print_usage(stderr);
   return kWrongUsage;
 }
 
@@ -147,7 +161,7 @@ int reset(const Args& args) {
 }
 
 int help(const Args&) {
-  fputs(kUsage, stdout);
+  print_usage(stdout);
   return kDone;
 }
 
@@ -161,8 +175,8 @@ struct Command {
   int (*run)(const Args& args);
 };
 constexpr Command kCommands[] = {
-    {"serve", serve}, {"getprop", getprop}, {"setprop", setprop},
-    {"reset", reset}, {"--help", help},     {"--version", version},
+    {"serve", serve}, {"getprop", getprop}, {"setprop", setprop},   {"reset", reset},
+    {"--help", help}, {"-h", help},         {"--version", version},
 };
 
 }  // namespace

@@ -158,6 +158,17 @@ bool write_factory_content(const std::string& folder, std::string& problem) {
   return false;
 }
 
+// Whether there is no such folder yet, or nothing in it but the lock file.
+bool is_new(const std::string& folder) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
+  if (entries == nullptr) return errno == ENOENT;
+  while (const dirent* entry = readdir(entries.get())) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != ".." && name != "lock") return false;
+  }
+  return true;
+}
+
 // Removes a file or a folder with all it holds; links are removed, not followed.
 bool remove_tree(const std::string& path) {
   if (unlink(path.c_str()) == 0 || errno == ENOENT) return true;
@@ -178,6 +189,7 @@ bool prepare_state_folder(const std::string& folder, std::string& problem) {
 }
 
 bool empty_state_folder(const std::string& folder, std::string& problem) {
+  if (is_new(folder)) return true;
   if (!exists(folder + "/version")) {
     problem = folder + ": not a state folder (it has no file version)";
     return false;

@@ -9,8 +9,8 @@ namespace sim {
 // `problem` in words, when that cannot be done.
 bool prepare_state_folder(const std::string& folder, std::string& problem);
 
-// Removes all that `folder` holds, but for its lock file. False, with `problem` in words, when it
-// is no state folder or a server uses it.
+// Removes all that `folder` holds, but for its lock file; a new one has nothing to remove. False,
+// with `problem` in words, when it is no state folder or a server uses it.
 bool empty_state_folder(const std::string& folder, std::string& problem);
 
 }  // namespace sim

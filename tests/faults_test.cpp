@@ -39,33 +39,35 @@ using namespace testing_support;
 TEST(FaultRules, AreReadOrRefusedWhole) {
   const struct {
     const char* rules;
-    bool good;
+    const char* why = "";  // it cannot be read
   } rows[] = {
-      {"", true},
-      {";", true},
-      {"ffe4=drop", true},
-      {"0xFFE4/0x2#3=delay:20;11=error:0x5e", true},
-      {"b/3b=error:94;24=ind-other:21;24=no-ind;24=ind-first", true},
-      {"3=down;3=down:5;3=restart;3=restart:5;3=short:0;3=garbage;3=twice", true},
-      {"drop", false},
-      {"=drop", false},
-      {"xyz=drop", false},
-      {"3/=drop", false},
-      {"3/10000=drop", false},
-      {"3#=drop", false},
-      {"3#0=drop", false},
-      {"3=explode", false},
-      {"3=drop:1", false},
-      {"3=delay", false},
-      {"3=delay:", false},
-      {"3=delay:-1", false},
-      {"3=delay:1x", false},
-      {"3=drop;3=oops", false},
+      {""},
+      {";"},
+      {"ffe4=drop"},
+      {"0xFFE4/0x2#3=delay:20;11=error:0x5e"},
+      {"b/3b=error:94;24=ind-other:21;24=no-ind;24=ind-first"},
+      {"3=down;3=down:5;3=restart;3=restart:5;3=short:0;3=garbage;3=twice"},
+      {"drop", "it has no ="},
+      {"=drop", "'' is no service in hexadecimal"},
+      {"xyz=drop", "'xyz' is no service in hexadecimal"},
+      {"3/=drop", "'' is no message in hexadecimal, ffff at most"},
+      {"3/10000=drop", "'10000' is no message in hexadecimal, ffff at most"},
+      {"3#=drop", "'' behind # is no decimal number above 0"},
+      {"3#0=drop", "'0' behind # is no decimal number above 0"},
+      {"3=explode", "'explode' is no action; tovi-modem --help names them"},
+      {"3=drop:1", "'drop' takes no value"},
+      {"3=delay", "'delay' needs a value: delay:MS"},
+      {"3=delay:", "'' is no number: delay:MS"},
+      {"3=delay:-1", "'-1' is no number: delay:MS"},
+      {"3=delay:1x", "'1x' is no number: delay:MS"},
+      {"3=drop;3=oops", "'oops' is no action; tovi-modem --help names them"},
   };
   for (const auto& row : rows) {
     std::string problem;
-    EXPECT_EQ(sim::Faults::parse(row.rules, problem).has_value(), row.good) << row.rules;
-    EXPECT_EQ(problem.empty(), row.good) << problem;
+    EXPECT_EQ(sim::Faults::parse(row.rules, problem).has_value(), *row.why == '\0') << row.rules;
+    if (problem.empty()) continue;
+    const std::string rule = strrchr(row.rules, ';') ? strrchr(row.rules, ';') + 1 : row.rules;
+    EXPECT_EQ(problem, "the fault rule '" + rule + "' cannot be read: " + row.why);
   }
 }
 

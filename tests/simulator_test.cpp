@@ -198,7 +198,10 @@ TEST_F(Simulator, AServerReplacesADeadSocketAndRefusesALiveOne) {
 }
 
 TEST_F(Simulator, ResetEmptiesOnlyAStateFolderThatNoServerUses) {
-  EXPECT_EQ(modem({"reset"}).status, 1);
+  EXPECT_EQ(modem({"reset"}).status, 0);
+  EXPECT_FALSE(exists(folder / "state"));
+  write_file(folder / "state/lock", "");
+  EXPECT_EQ(modem({"reset"}).status, 0);
   write_file(folder / "state/precious", "x");
   EXPECT_EQ(modem({"reset"}).status, 1);
   EXPECT_EQ(read_file(folder / "state/precious"), "x");
@@ -329,7 +332,12 @@ TEST_F(Simulator, WrongUsageEndsWithStatus2) {
     EXPECT_TRUE(result.err.starts_with("usage: tovi-modem serve"));
     EXPECT_EQ(result.out, "");
   }
-  EXPECT_TRUE(modem({"--help"}).out.starts_with("usage:"));
+  const std::string help = modem({"--help"}).out;
+  EXPECT_TRUE(help.starts_with("usage:"));
+  for (const char* action : {" drop ", " ind-other:ID ", " restart[:MS]\n"}) {
+    EXPECT_NE(help.find(action), std::string::npos) << help;
+  }
+  EXPECT_EQ(modem({"-h"}).out, help);
   EXPECT_TRUE(modem({"--version"}).out.starts_with("tovi-modem "));
 }
 
