@@ -40,8 +40,7 @@ using default_ind      = pdc_get_default_config_info_ind_msg_v01;
 using deactivate_req   = pdc_deactivate_config_req_msg_v01;
 using type_req         = pdc_type_req_msg_v01;
 using result_ind       = pdc_result_ind_msg_v01;
-using change_ind       = pdc_config_change_ind_msg_v01;
-using refresh_ind      = pdc_refresh_ind_msg_v01;
+using opaque_ind       = pdc_opaque_ind_msg_v01;
 using any_resp         = pdc_resp_msg_v01;
 
 // Numbers marked (*) stand in no public description; confirm them on hardware before use. First of
@@ -131,12 +130,6 @@ constexpr Field kResultInd[] = {
   { 0x01, Required, U16as32, QMI_FIELD(result_ind, error)        },
   { 0x10, Optional, U32,     QMI_OPTIONAL(result_ind, ind_token) },
 };
-constexpr Field kChangeInd[] = {
-  { 0x01, Required, ConfigInfo, QMI_FIELD(change_ind, config_info) },
-};
-constexpr Field kRefreshInd[] = {
-  { 0x01, Required, U32, QMI_FIELD(refresh_ind, refresh_event) },
-};
 constexpr Field kAnyResp[] = {
   { 0x02, Required, Result, QMI_FIELD(any_resp, resp) },
 };
@@ -172,8 +165,12 @@ constexpr Message kMessages[] = {
   { Kind::Request,    0x2E, "set_feature",      14,    sizeof(type_req),         kTypeReq        },
   { Kind::Response,   0x2E, "set_feature",      7,     sizeof(any_resp),         kAnyResp        },
   { Kind::Indication, 0x2E, "set_feature",      12,    sizeof(result_ind),       kResultInd      },
-  { Kind::Indication, 0x21, "config_change",    132,   sizeof(change_ind),       kChangeInd      },
-  { Kind::Indication, 0x2F, "refresh",          7,     sizeof(refresh_ind),      kRefreshInd     },
+  { Kind::Indication, 0x20, "register",         sizeof(opaque_ind) },
+  { Kind::Indication, 0x21, "config_change",    sizeof(opaque_ind) },
+  { Kind::Indication, 0x29, "get_limits",       sizeof(opaque_ind) },
+  { Kind::Indication, 0x2C, "msg_002c",         sizeof(opaque_ind) },
+  { Kind::Indication, 0x2D, "msg_002d",         sizeof(opaque_ind) },
+  { Kind::Indication, 0x2F, "refresh",          sizeof(opaque_ind) },
 };
 
 // clang-format on

@@ -6,7 +6,6 @@
 
 #include "qmi_message.h"
 
-inline constexpr uint16_t QMI_PDC_CONFIG_CHANGE_IND_V01 = 0x0021;
 inline constexpr uint16_t QMI_PDC_GET_SELECTED_CONFIG_REQ_V01 = 0x0022;
 inline constexpr uint16_t QMI_PDC_SET_SELECTED_CONFIG_REQ_V01 = 0x0023;
 inline constexpr uint16_t QMI_PDC_LIST_CONFIGS_REQ_V01 = 0x0024;
@@ -17,7 +16,6 @@ inline constexpr uint16_t QMI_PDC_GET_CONFIG_INFO_REQ_V01 = 0x0028;
 inline constexpr uint16_t QMI_PDC_GET_DEFAULT_CONFIG_INFO_REQ_V01 = 0x002A;
 inline constexpr uint16_t QMI_PDC_DEACTIVATE_CONFIG_REQ_V01 = 0x002B;
 inline constexpr uint16_t QMI_PDC_SET_FEATURE_REQ_V01 = 0x002E;
-inline constexpr uint16_t QMI_PDC_REFRESH_IND_V01 = 0x002F;
 
 inline constexpr unsigned int kPdcMaxId = 124;
 inline constexpr unsigned int kPdcMaxList = 25;
@@ -202,12 +200,9 @@ struct pdc_get_default_config_info_ind_msg_v01 {
   uint8_t config_desc[kPdcMaxDescription];
 };
 
-struct pdc_config_change_ind_msg_v01 {
-  pdc_config_info_v01 config_info;
-};
-
-struct pdc_refresh_ind_msg_v01 {
-  uint32_t refresh_event;  // 0 start, 1 complete, 2 client refresh
+// An indication whose content nobody here reads.
+struct pdc_opaque_ind_msg_v01 {
+  uint8_t unread;
 };
 
 // The description of the service, or null for any version but (1, 16, 6).

@@ -21,12 +21,13 @@ Payload apdu_payload(Kind, std::span<const uint8_t> request) {
 
 // clang-format off
 
-using app      = uim_app_info_v01;
-using card     = uim_card_info_v01;
-using session  = uim_session_v01;
-using status   = uim_card_status_v01;
-using extended = uim_extended_card_status_v01;
-using result   = uim_card_result_v01;
+using app       = uim_app_info_v01;
+using card      = uim_card_info_v01;
+using session   = uim_session_v01;
+using status    = uim_card_status_v01;
+using extended  = uim_extended_card_status_v01;
+using result    = uim_card_result_v01;
+using long_apdu = uim_long_apdu_v01;
 
 constexpr Field kApp[] = {
   { U8as32,                   QMI_FIELD(app, app_type)              },
@@ -76,9 +77,14 @@ constexpr Field kResult[] = {
   { U8, QMI_FIELD(result, sw1) },
   { U8, QMI_FIELD(result, sw2) },
 };
+constexpr Field kLongApdu[] = {
+  { U16, QMI_FIELD(long_apdu, total_length) },
+  { U32, QMI_FIELD(long_apdu, token)        },
+};
 constexpr Shape Status     = Struct(kStatus, sizeof(status));
 constexpr Shape Extended   = Struct(kExtended, sizeof(extended));
 constexpr Shape CardResult = Struct(kResult, sizeof(result));
+constexpr Shape LongApdu   = Struct(kLongApdu, sizeof(long_apdu));
 constexpr Shape Aid        = Counted8(U8, kUimMaxAid);
 constexpr Shape Apdu       = Carries(Counted16(U8, kUimMaxApdu), apdu_payload);
 
@@ -129,6 +135,7 @@ constexpr Field kApduReq[] = {
 constexpr Field kApduResp[] = {
   { 0x02, Required, Result,     QMI_FIELD(apdu_resp, resp)                              },
   { 0x10, Optional, Apdu,       QMI_OPTIONAL_LIST(apdu_resp, apdu)                      },
+  { 0x11, Optional, LongApdu,   QMI_OPTIONAL(apdu_resp, long_apdu)                      },
 };
 constexpr Field kCloseReq[] = {
   { 0x01, Required, U8as32,     QMI_FIELD(close_req, slot)                              },
@@ -167,7 +174,7 @@ constexpr Message kMessages[] = {
   { Kind::Request,  0x31, "power_up",             12,   sizeof(up_req),      kUpReq      },
   { Kind::Response, 0x31, "power_up",             7,    sizeof(up_resp),     kUpResp     },
   { Kind::Request,  0x3B, "send_apdu",            1041, sizeof(apdu_req),    kApduReq    },
-  { Kind::Response, 0x3B, "send_apdu",            1036, sizeof(apdu_resp),   kApduResp   },
+  { Kind::Response, 0x3B, "send_apdu",            1045, sizeof(apdu_resp),   kApduResp   },
   { Kind::Request,  0x3F, "logical_channel",      52,   sizeof(close_req),   kCloseReq   },
   { Kind::Response, 0x3F, "logical_channel",      7,    sizeof(close_resp),  kCloseResp  },
   { Kind::Request,  0x42, "open_logical_channel", 44,   sizeof(open_req),    kOpenReq    },

@@ -127,11 +127,19 @@ struct uim_send_apdu_req_msg_v01 {
   uint8_t procedure_bytes;
 };
 
+// What stands in place of an answer that is too long for one message: it follows in indications.
+struct uim_long_apdu_v01 {
+  uint16_t total_length;
+  uint32_t token;
+};
+
 struct uim_send_apdu_resp_msg_v01 {
   qmi_response_type_v01 resp;
   uint8_t apdu_valid;
   uint32_t apdu_len;
   uint8_t apdu[kUimMaxApdu];  // with the two status bytes
+  uint8_t long_apdu_valid;
+  uim_long_apdu_v01 long_apdu;
 };
 
 struct uim_logical_channel_req_msg_v01 {

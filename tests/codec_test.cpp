@@ -275,6 +275,8 @@ TEST(Trace, HidesWhatAModemMayTellInAnotherWay) {
       {"a list of cards", uim, kResponse, 0x2f, good + "77 0200 abab", {}, true},
       {"the answer to a selection", uim, kResponse, 0x42, good + "12 0200 01 ab", {}, false},
       {"the answer to a reset", uim, kResponse, 0x3b, good + "10 0400 0200 abab", reset, true},
+      {"a long answer's token", uim, kResponse, 0x3b, good + "11 0600 ab00 ab000000", get_eid,
+       true},
       {"to another command", uim, kResponse, 0x3b, good + "10 0400 0200 abab", get_eid, false},
       {"the same in another TLV", uim, kResponse, 0x3b, good + "13 0200 abab", get_eid, false},
       {"a late answer of a card", uim, kResponse, 0x3b, good + "10 0400 0200 abab", {}, false},

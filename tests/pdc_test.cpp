@@ -203,6 +203,21 @@ TEST_F(SilentPdc, AWaitEndsWithTheRequestsTimer) {
   EXPECT_EQ(get(), 0);
 }
 
+TEST_F(Pdc, IndicationsThatNobodyHandlesAreDroppedInSilence) {
+  answer_with(kGood);
+  EXPECT_EQ(deactivate(), 0);
+  flush();
+  testing::internal::CaptureStdout();
+  for (const uint16_t id : {uint16_t{0x20}, uint16_t{0x21}, uint16_t{0x29}, uint16_t{0x2C},
+                            uint16_t{0x2D}, uint16_t{0x2F}}) {
+    for (const char* tlvs : {"", "01 0100 00 77 0000", "01 0400 00000000 10 0400 00000000"}) {
+      modem.send(kPdcPort, indication(id, tlvs));
+    }
+  }
+  flush();
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
 TEST_F(Pdc, ASecondCallOfAKindIsRefusedWhileOneRuns) {
   modem.on_request([](const Bytes& request) { return Replies{response(request)}; });
   std::thread first([] { EXPECT_EQ(select(), 0); });

@@ -93,6 +93,21 @@ class Stats : public FakeModemTest {
   int result = 0;
 };
 
+std::string repeated(int times, const std::string& hex) {
+  std::string all;
+  while (times-- > 0) all += hex;
+  return all;
+}
+
+std::string tlv(const std::string& number, const std::string& value) {
+  const size_t size = bytes(value).size();
+  return number + hex(Bytes{uint8_t(size & 255), uint8_t(size >> 8)}) + value;
+}
+
+// The first has a value of 800 bytes.
+const std::string kTwelveStats = "0c 0000 0000 52000000 2003" + repeated(800, "ee") +
+                                 repeated(11, "0000 0000 53000000 0200 aabb");
+
 TEST_F(Stats, RequestsByteForByte) {
   const int vs = connect(MODEM_API_VS);
   EXPECT_EQ(modem_api_set_skarn_feature_status(vs, 2, 1, 1, 1), 0);
@@ -114,6 +129,14 @@ TEST_F(Stats, RequestsByteForByte) {
   EXPECT_EQ(data.entries[0].sub, 1);
   EXPECT_EQ(data.entries[0].word, 7);
   EXPECT_EQ(data.entries[0].value_len, 4u);
+  // Of more statistics than there is room for as many are kept as there is, of a longer value too.
+  data.para_num = 1;
+  reply(kSuccess + tlv("10", kTwelveStats));
+  EXPECT_EQ(modem_api_get_stats_parameter(vs, 1, 3, &data), 0);
+  EXPECT_EQ(data.para_num, 10u);
+  EXPECT_EQ(data.entries[0].value_len, 700u);
+  EXPECT_EQ(data.entries[9].id, 0x53u);
+  EXPECT_EQ(hex(std::span(data.entries[9].value).first(3)), "aabb00");
   modem_api_free_client(vs);
 
   // Bound after every attempt, then registered twice: by the client and by the front door.
@@ -341,13 +364,24 @@ TEST_F(Stats, IndicationsBecomeEvents) {
   EXPECT_EQ(report->entries[0].sub, 1);
   EXPECT_EQ(report->entries[0].value_len, 4u);
   EXPECT_EQ(report->field_11, 0xFFFFFFFFu);
+  got = indicate(0x0203, "01 0400 09000000" + tlv("02", kTwelveStats) + tlv("10", kTwelveStats));
+  report = reinterpret_cast<const vs_report_event*>(got.payload.data());
+  ASSERT_EQ(got.payload.size(), 10696u);
+  EXPECT_EQ(report->entry_count, 10u);
+  EXPECT_EQ(report->entries[0].value_len, 700u);
+  EXPECT_EQ(report->entries[9].id, 0x53u);
+  EXPECT_EQ(report->more_count, 5u);
+  EXPECT_EQ(report->more_entries[4].id, 0x53u);
+  got = indicate(0x0204, "01 0400 05000000" + tlv("02", "65" + repeated(101, "ee")) +
+                             "03 0200 0700 04 0200 0900");
+  EXPECT_EQ(hex(std::span(got.payload).subspan(404)), "6400000007000900");
   got = indicate(0x0004, "01 0400 02000000 02 0100 07 03 0100 00");
   EXPECT_EQ(hex(got.payload), "0200000001000000");
   got = indicate(0x0601, "01 0100 09");
   EXPECT_EQ(got.id, 5);
   EXPECT_EQ(hex(got.payload), "09");
-  for (const char* broken : {"", "01", "01 0400 05000000", "02 0400 04 0102ff 03 0200 0700",
-                             "01 0400 05000000 02 0200 c8ff 03 0200 0700 04 0200 0900"}) {
+  EXPECT_EQ(indicate(0x0204, "01 0400 05000000 02 0200 c8ff 03 0200 0700 04 0200 0900").id, 0);
+  for (const char* broken : {"", "01", "01 0400 05000000", "02 0400 04 0102ff 03 0200 0700"}) {
     for (const uint16_t id : {uint16_t{0x0004}, uint16_t{0x0203}, uint16_t{0x0204},
                               uint16_t{0x0601}, uint16_t{0x0999}}) {
       EXPECT_EQ(indicate(id, broken).id, 0) << id << " " << broken;
@@ -711,9 +745,13 @@ TEST_F(Stats, RecordsOfEveryShapeHaveADocumentedLine) {
        "Fail to get data, id num error, number = #, sub = 0, ret id_num = 2, id = 94\n"},
       {{"9", "7", "0"},
        list(12, 0, 0x5E, 20),
-       "Fail to get data fail, number = #, ret = 12, sub = 0, id = 94\n"},
+       "Fail to get data, id num error, number = #, sub = 0, ret id_num = 10, id = 94\n"},
       {{"9", "7", "0"},
        list(1, 0, 0x5E, 800),
+       "Success to get data, number = #, sub = 0, ret id_num = 1, id = 94, data_len = 700\nASDIV "
+       "DATA: rssi_rx0: 0.00, rssi_rx1: 0.00, rssi_rx2: 0.00, rssi_rx3: 0.00\n"},
+      {{"9", "7", "0"},
+       std::string(kSuccess) + "10 0000",
        "Fail to get data fail, number = #, ret = 12, sub = 0, id = 94\n"},
       {{"9", "7", "0"}, kSuccess, "Fail to get data fail, number = #, ret = 1, sub = 0, id = 94\n"},
       {{"9", "7", "0"},

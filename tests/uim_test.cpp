@@ -340,6 +340,9 @@ TEST_F(Uim, CardsAreKeptAsFarAsTheyCanBeRead) {
 
 TEST_F(Uim, AnswersNeverReachPastTheCallersRecord) {
   const UimApduRequest in = {2, 1, 1, {0}};
+  const auto send = [&](UimApduResponse& out) {
+    return echo_of([&] { return velmor_uim_send_apdu(&in, &out); });
+  };
   const struct {
     size_t size;
     int result, len;
@@ -352,11 +355,18 @@ TEST_F(Uim, AnswersNeverReachPastTheCallersRecord) {
     std::string value = hex(Bytes{uint8_t(row.size & 255), uint8_t(row.size >> 8)});
     value += hex(Bytes(row.size, 0xAA));
     reply(kSuccess + tlv("10", value));
-    echo_of([&] { return velmor_uim_send_apdu(&in, &record.out); });
+    send(record.out);
     EXPECT_EQ(result, row.result) << row.size;
     EXPECT_EQ(record.out.len, row.len) << row.size;
     EXPECT_EQ(record.guard, 0xEE);
   }
+  UimApduResponse nothing{};
+  reply(std::string(kSuccess) + "11 0600 dc05 07000000");  // too long for one message
+  const std::string long_answer = send(nothing);
+  EXPECT_EQ(result, 0);
+  reply(kSuccess);
+  EXPECT_EQ(send(nothing), long_answer);
+  EXPECT_EQ(nothing.len, 0);
   const uint8_t slot = 2;
   const struct {
     const char* tlvs;

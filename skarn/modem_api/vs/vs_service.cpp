@@ -10,10 +10,10 @@ using stat = vs_stat_v01;
 using item = vs_item_v01;
 
 constexpr Field kStat[] = {
-  { U16,                         QMI_FIELD(stat, sub)   },
-  { U16,                         QMI_FIELD(stat, word)  },
-  { U32,                         QMI_FIELD(stat, id)    },
-  { Counted16(U8, kVsMaxValue),  QMI_LIST(stat, value)  },
+  { U16,                                 QMI_FIELD(stat, sub)  },
+  { U16,                                 QMI_FIELD(stat, word) },
+  { U32,                                 QMI_FIELD(stat, id)   },
+  { Clipped(Counted16(U8, kVsMaxValue)), QMI_LIST(stat, value) },
 };
 constexpr Field kItem[] = {
   { U32,              QMI_FIELD(item, word) },
@@ -22,13 +22,15 @@ constexpr Field kItem[] = {
 };
 constexpr Shape RawBytes   = Counted16(U8, kVsMaxRawBytes);
 constexpr Shape Bytes256   = Counted16(U8, kVsMaxBytes);
-constexpr Shape ShortBytes = Counted8(U8, kVsMaxItems);
+constexpr Shape ShortBytes = Clipped(Counted8(U8, kVsMaxItems));
 constexpr Shape Name       = Counted8(U8, kVsMaxName);
 constexpr Shape Words      = Counted8(U32, kVsMaxItems);
 constexpr Shape Ids        = Counted8(U32, kVsMaxStats);
 constexpr Shape Items      = Counted8(Struct(kItem, sizeof(item)), kVsMaxItems);
 constexpr Shape Stats      = Counted8(Struct(kStat, sizeof(stat)), kVsMaxStats);
-constexpr Shape MoreStats  = Counted8(Struct(kStat, sizeof(stat)), kVsMaxMoreStats);
+// What the modem tells is kept as far as there is room for it.
+constexpr Shape ToldStats  = Lenient(Stats);
+constexpr Shape MoreStats  = Lenient(Counted8(Struct(kStat, sizeof(stat)), kVsMaxMoreStats));
 
 using raw_req            = vs_raw_req_msg_v01;
 using raw_resp           = vs_raw_resp_msg_v01;
@@ -148,8 +150,8 @@ constexpr Field kGetStatsReq[] = {
   { 0x03, Required, Stats, QMI_LIST(get_stats_req, stats) },
 };
 constexpr Field kGetStatsResp[] = {
-  { 0x02, Required, Result, QMI_FIELD(get_stats_resp, resp)          },
-  { 0x10, Optional, Stats,  QMI_OPTIONAL_LIST(get_stats_resp, stats) },
+  { 0x02, Required, Result,    QMI_FIELD(get_stats_resp, resp)          },
+  { 0x10, Optional, ToldStats, QMI_OPTIONAL_LIST(get_stats_resp, stats) },
 };
 constexpr Field kIdsReq[] = {
   { 0x01, Required, U16, QMI_FIELD(ids_req, sub)  },
@@ -170,7 +172,7 @@ constexpr Field kFeatureInd[] = {
 };
 constexpr Field kReportInd[] = {
   { 0x01, Required, U32,       QMI_FIELD(report_ind, field_01)           },
-  { 0x02, Required, Stats,     QMI_LIST(report_ind, stats)               },
+  { 0x02, Required, ToldStats, QMI_LIST(report_ind, stats)               },
   { 0x10, Optional, MoreStats, QMI_OPTIONAL_LIST(report_ind, more_stats) },
   { 0x11, Optional, U32,       QMI_OPTIONAL(report_ind, field_11)        },
 };
