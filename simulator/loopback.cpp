@@ -27,14 +27,14 @@ class LoopbackEndpoint final : public qmi::Endpoint, private Peer {
 
   Received receive(qmi::Address& source, std::span<const uint8_t>& packet,
                    timing::Deadline deadline) override EXCLUDES(lock_) {
+    bool interrupted = false;
     for (bool may_wait = true;;) {
       if (take(source, packet)) return Received::Packet;
+      if (interrupted) return Received::Closed;
       if (!may_wait || timing::Clock::now() >= deadline) return Received::TimedOut;
       pollfd fds[] = {{arrived_.descriptor(), POLLIN, 0}, {interrupted_.descriptor(), POLLIN, 0}};
       may_wait = qmi::poll_until(fds, 2, deadline) != 0;
-      if (fds[1].revents != 0) {
-        return Received::Closed;
-      }
+      interrupted = fds[1].revents != 0;
     }
   }
 

@@ -221,7 +221,7 @@ TEST_F(Extend, TheSarDsiIsAskedThroughAClientOfItsOwn) {
             std::string::npos);
   EXPECT_NE(out.find(log + "dsi vailid = 1 , dsi value = 3\n" + log + "function exit"),
             std::string::npos);
-  EXPECT_EQ(hex(modem.requests().at(0)), "00010002000000");
+  EXPECT_EQ(hex(modem.requests().at(0)), "00020002000000");  // the connection's second
   EXPECT_EQ(sar("02 0400 0100 5e00"), 0);  // refused, and no state: still an answer
   EXPECT_EQ(sar("02 0400 0000"), -1);
   EXPECT_EQ(hex(modem.requests().at(0)), "00010002000000");

@@ -361,7 +361,9 @@ TEST(FaultsOfAServer, ARestartedModemIsThereForTheNextCommand) {
   const Result bad =
       run("tovi-modem", {"serve", "--unix", socket + "2", "--faults", "3=explode"}, variables);
   EXPECT_EQ(bad.status, 1);
-  EXPECT_EQ(bad.err, "tovi-modem: the fault rule '3=explode' cannot be read\n");
+  EXPECT_EQ(bad.err,
+            "tovi-modem: the fault rule '3=explode' cannot be read: 'explode' is no action; "
+            "tovi-modem --help names them\n");
 }
 
 }  // namespace

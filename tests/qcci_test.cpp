@@ -277,20 +277,20 @@ TEST_F(Qcci, ACallbackMaySendAndHearsWhatComesLater) {
     return Replies{packet(qmi::Kind::Indication, 1, 7, two_words(request[qmi::kHeaderBytes + 17])),
                    answer(request, {})};
   });
-  static Events events;
+  Events events;
   const qmi_client_type handle = open(
-      [](qmi_client_type self, unsigned int id, void* buf, unsigned int len, void*) {
-        on_indication(self, id, buf, len, &events);
+      [](qmi_client_type self, unsigned int id, void* buf, unsigned int len, void* data) {
+        on_indication(self, id, buf, len, data);
+        if (static_cast<uint8_t*>(buf)[10] == 2) return;
         velmor_extend_send_data_req_msg_v01 req{};
         req.data_valid = 1;
         req.data[0] = 2;
         velmor_extend_send_data_resp_msg_v01 got{};
-        if (static_cast<uint8_t*>(buf)[10] == 2) return;
         const int error =
-            qmi_client_send_msg_sync(self, 2, &req, sizeof req, &got, sizeof got, 5000);
-        events.add("sent" + std::to_string(error));
+            qmi_client_send_msg_sync(self, 2, &req, sizeof req, &got, sizeof got, 900);
+        static_cast<Events*>(data)->add("sent" + std::to_string(error));
       },
-      nullptr);
+      &events);
   EXPECT_EQ(send(handle, 1), QMI_NO_ERR);
   EXPECT_EQ(events.when("ind7:1 sent0 ind7:2 "), "ind7:1 sent0 ind7:2 ");
   qmi_client_release(handle);

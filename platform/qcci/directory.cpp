@@ -4,13 +4,13 @@
 #include <atomic>
 
 #include "environment.h"
-#include "qcci/reading_thread.h"
 
 namespace qmi {
 namespace {
 
 constexpr uint32_t kLookupLimitMs = 1000;
 constexpr uint32_t kReconnectMs = 100;
+constexpr uint32_t kNoService = UINT32_MAX;
 
 bool has_version(const Server& server, uint8_t major_version) {
   return (server.instance & 0xFF) == major_version;
@@ -19,8 +19,8 @@ bool has_version(const Server& server, uint8_t major_version) {
 }  // namespace
 
 Directory& Directory::instance() {
-  static auto* directory = new std::shared_ptr<Directory>(std::make_shared<Directory>());
-  return **directory;
+  static auto* const directory = new Directory;
+  return *directory;
 }
 
 Directory::Service& Directory::service_of(uint32_t id) {
@@ -31,14 +31,13 @@ Directory::Service& Directory::service_of(uint32_t id) {
 }
 
 qmi_client_error_type Directory::connect(timing::Deadline deadline) {
-  if (is_open()) return QMI_NO_ERR;
-  Opened opened = open_endpoint(waited_to_connect_ ? timing::kPast : deadline);
-  if (opened.endpoint == nullptr) {
+  if (connection_->is_open()) return QMI_NO_ERR;
+  const auto error = connection_->open(waited_to_connect_ ? timing::kPast : deadline);
+  if (error != QMI_NO_ERR) {
     waited_to_connect_ = waited_to_connect_ || timing::Clock::now() >= deadline;
-    return opened.error;
+    return error;
   }
   waited_to_connect_ = false;
-  open(std::move(opened.endpoint));
   for (Service& service : services_) {
     if (service.asked) ask(service);
   }
@@ -47,21 +46,28 @@ qmi_client_error_type Directory::connect(timing::Deadline deadline) {
 
 bool Directory::ask(Service& service) {
   service.asked = true;
-  prepare_to_wait();
   const ControlPacket lookup{.command = Control::NewLookup, .service = service.id};
-  if (endpoint_->send(endpoint_->name_service(), bytes_of(lookup),
-                      timing::peer_deadline(kLookupLimitMs)) != 0) {
+  if (connection_->ask_name_service(bytes_of(lookup), timing::peer_deadline(kLookupLimitMs)) != 0) {
     return false;
   }
   unanswered_.push_back(service.id);
   return true;
 }
 
+void Directory::stir() {
+  if (!connection_->is_open()) return;
+  Service& nobody = service_of(kNoService);
+  ask(nobody);
+  nobody.asked = false;
+  const ControlPacket end{.command = Control::DelLookup, .service = kNoService};
+  connection_->ask_name_service(bytes_of(end), timing::peer_deadline(kLookupLimitMs));
+}
+
 // Brings the view of a service up to date: takes what has arrived, and waits for the answer to a
 // lookup that has none yet. A modem that lets nobody in, and a name service that does not answer,
 // is waited for only once.
 qmi_client_error_type Directory::refresh(Service& service) {
-  drain();  // may find that the connection is gone
+  connection_->drain();  // may find that the connection is gone
   const timing::Deadline deadline = timing::peer_deadline(kLookupLimitMs);
   const qmi_client_error_type error = connect(deadline);
   if (error != QMI_NO_ERR) {
@@ -70,15 +76,15 @@ qmi_client_error_type Directory::refresh(Service& service) {
   }
   if (!service.asked && !ask(service)) {
     service.asked = false;
-    hand_over();
+    connection_->hand_over();
     return QMI_SERVICE_ERR;
   }
   if (!service.answered && !service.waited_for) {
-    wait(deadline, [&]() REQUIRES(lock_) { return service.answered; });
+    connection_->wait(deadline, [&]() REQUIRES(bus_lock) { return service.answered; });
     service.waited_for = !service.answered;
     if (!service.answered) give_up(service);
   }
-  hand_over();
+  connection_->hand_over();
   return QMI_NO_ERR;
 }
 
@@ -86,7 +92,7 @@ qmi_client_error_type Directory::refresh(Service& service) {
 void Directory::give_up(Service& service) {
   static std::atomic_flag said;
   std::erase(unanswered_, service.id);
-  if (is_open()) {
+  if (connection_->is_open()) {
     environment::complain_once(said, "TOVI_MODEM=%s: no answer",
                                environment::modem()->text.c_str());
   }
@@ -94,7 +100,6 @@ void Directory::give_up(Service& service) {
 
 qmi_client_error_type Directory::list(const qmi_idl_service_object& object,
                                       std::vector<Server>& servers) {
-  MutexLock hold(lock_);
   Service& service = service_of(object.service_id);
   servers.clear();
   if (const auto error = refresh(service); error != QMI_NO_ERR) return error;
@@ -106,9 +111,8 @@ qmi_client_error_type Directory::list(const qmi_idl_service_object& object,
 
 qmi_client_error_type Directory::find(const qmi_idl_service_object& object, uint32_t instance,
                                       uint32_t time_out_ms, Server& found) {
-  MutexLock hold(lock_);
   Service& service = service_of(object.service_id);
-  const auto pick = [&]() REQUIRES(lock_) {
+  const auto pick = [&]() REQUIRES(bus_lock) {
     for (const Server& server : service.servers) {
       if (!has_version(server, object.major_version)) continue;
       if (instance != QMI_CLIENT_INSTANCE_ANY && server.instance >> 8 != instance) continue;
@@ -125,18 +129,17 @@ qmi_client_error_type Directory::find(const qmi_idl_service_object& object, uint
     // The lookup has a limit of its own; only waiting for a missing service counts.
     if (deadline == timing::kNever) deadline = timing::peer_deadline(time_out_ms);
     if (timing::Clock::now() >= deadline) return QMI_TIMEOUT_ERR;
-    if (is_open()) {
-      wait(deadline, pick);
+    if (connection_->is_open()) {
+      connection_->wait(deadline, pick);
     } else {
-      changed_.wait_until(lock_,
-                          std::min(deadline, timing::Clock::now() + timing::scaled(kReconnectMs)));
+      connection_->sleep_until(
+          std::min(deadline, timing::Clock::now() + timing::scaled(kReconnectMs)));
     }
   }
 }
 
 bool Directory::watch(const qmi_idl_service_object& object, std::weak_ptr<ServiceWatcher> watcher,
                       bool tell_now) {
-  MutexLock hold(lock_);
   Service& service = service_of(object.service_id);
   const auto error = refresh(service);
   if (error == QMI_PORT_NOT_OPEN_ERR) return false;
@@ -153,14 +156,12 @@ bool Directory::watch(const qmi_idl_service_object& object, std::weak_ptr<Servic
 }
 
 bool Directory::runs(const qmi_idl_service_object& object, Address address) {
-  MutexLock hold(lock_);
   const auto& servers = service_of(object.service_id).servers;
   return std::any_of(servers.begin(), servers.end(),
                      [&](const Server& server) { return server.address == address; });
 }
 
-void Directory::on_packet(Address source, std::span<const uint8_t> bytes) {
-  if (source.port != kControlPort) return;
+void Directory::on_packet(std::span<const uint8_t> bytes) {
   const auto packet = read_control(bytes);
   if (!packet) return;
   if (packet->ends_list()) {
@@ -210,7 +211,7 @@ void Directory::server_left(Service& service, Address address) {
 }
 
 void Directory::tell(Service& service, bool there, const Server& server) {
-  std::erase_if(service.watches, [&](const Watch& watch) {
+  std::erase_if(service.watches, [&](const Watch& watch) REQUIRES(bus_lock) {
     const auto watcher = watch.watcher.lock();
     if (watcher == nullptr) return true;
     return has_version(server, watch.major_version) && !watcher->on_service(there, server);
@@ -221,12 +222,10 @@ void Directory::tell(Service& service, bool there, const Server& server) {
 void Directory::retry_soon() {
   if (retry_planned_) return;
   retry_planned_ = true;
-  ReadingThread::instance().call_at(timing::Clock::now() + timing::scaled(kReconnectMs),
-                                    [this] { retry(); });
+  connection_->call_at(timing::Clock::now() + timing::scaled(kReconnectMs));
 }
 
-void Directory::retry() {
-  MutexLock hold(lock_);
+void Directory::on_time() {
   retry_planned_ = false;
   bool watched = false;
   for (Service& service : services_) {
@@ -235,7 +234,7 @@ void Directory::retry() {
   }
   if (!watched) return;
   if (connect(timing::kPast) == QMI_NO_ERR) {
-    hand_over();
+    connection_->hand_over();
   } else {
     retry_soon();
   }

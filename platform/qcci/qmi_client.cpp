@@ -126,7 +126,10 @@ qmi_client_error_type qmi_client_notifier_init(qmi_idl_service_object_type servi
   const qmi_client_type number = Handles::instance().reserve();
   const auto target = std::make_shared<qmi::Notifier>(
       number, service, [signal = os_params->signal] { Signals::instance().set(signal); });
-  if (!qmi::Directory::instance().watch(*service, target, true)) return QMI_PORT_NOT_OPEN_ERR;
+  {
+    MutexLock hold(qmi::bus_lock);
+    if (!qmi::Directory::instance().watch(*service, target, true)) return QMI_PORT_NOT_OPEN_ERR;
+  }
   Handles::instance().put(number, target);
   *notifier = number;
   return QMI_NO_ERR;
@@ -140,6 +143,7 @@ qmi_client_error_type qmi_client_get_service_list(qmi_idl_service_object_type se
   }
   const unsigned int room = list != nullptr ? *num_entries : 0;
   std::vector<qmi::Server> servers;
+  MutexLock hold(qmi::bus_lock);
   const auto error = qmi::Directory::instance().list(*service, servers);
   *num_services = static_cast<unsigned int>(servers.size());
   *num_entries = std::min(room, *num_services);
@@ -171,8 +175,11 @@ qmi_client_error_type qmi_client_init_instance(qmi_idl_service_object_type servi
   if (handle != nullptr) *handle = nullptr;
   if (service == nullptr || handle == nullptr) return QMI_INTERNAL_ERR;
   qmi::Server server;
-  const auto error = qmi::Directory::instance().find(*service, instance, time_out_ms, server);
-  if (error != QMI_NO_ERR) return error;
+  {
+    MutexLock hold(qmi::bus_lock);
+    const auto error = qmi::Directory::instance().find(*service, instance, time_out_ms, server);
+    if (error != QMI_NO_ERR) return error;
+  }
   return open_client(service, server.address, ind_cb, ind_cb_data, handle);
 }
 

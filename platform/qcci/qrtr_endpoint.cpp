@@ -26,18 +26,19 @@ class QrtrEndpoint final : public Endpoint {
 
   Received receive(Address& source, std::span<const uint8_t>& packet,
                    timing::Deadline deadline) override {
+    bool interrupted = false;
     for (bool waits = deadline > timing::Clock::now();;) {
       if (waits) {
         pollfd fds[] = {{socket_.descriptor(), POLLIN, 0}, {interrupted_.descriptor(), POLLIN, 0}};
         waits = poll_until(fds, 2, deadline) != 0;
-        if (fds[1].revents != 0) return Received::Closed;
+        interrupted = fds[1].revents != 0;
       }
       const ssize_t n = socket_.receive(source, {buffer_.get(), kMaxPacketBytes});
       if (n >= 0) {
         packet = {buffer_.get(), static_cast<size_t>(n)};
         return Received::Packet;
       }
-      if (errno != EAGAIN && errno != EINTR) return Received::Closed;
+      if (interrupted || (errno != EAGAIN && errno != EINTR)) return Received::Closed;
       if (!waits) return Received::TimedOut;
     }
   }

@@ -1,113 +1,69 @@
 #include "qcci/reading_thread.h"
 
+#include <errno.h>
 #include <sys/epoll.h>
 
-#include <algorithm>
-
 #include "detached_thread.h"
-#include "qcci/channel.h"
+#include "qcci/connection.h"
 
 namespace qmi {
 namespace {
 
-constexpr uint64_t kWakeId = 0;
-
-epoll_event event_for(uint64_t id, uint32_t events) {
+epoll_event event_for(int descriptor, uint32_t events) {
   epoll_event event{};
   event.events = events;
-  event.data.u64 = id;
+  event.data.fd = descriptor;
   return event;
 }
 
 }  // namespace
 
-ReadingThread& ReadingThread::instance() {
-  static auto* thread = new ReadingThread;
-  return *thread;
-}
-
 ReadingThread::ReadingThread() : epoll_(epoll_create1(EPOLL_CLOEXEC)) {
-  epoll_event event = event_for(kWakeId, EPOLLIN);
+  epoll_event event = event_for(wake_.descriptor(), EPOLLIN);
   epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, wake_.descriptor(), &event);
 }
 
-void ReadingThread::start() {
-  if (started_) return;
-  started_ = start_detached_thread([this] { run(); });
+std::shared_ptr<ReadingThread> ReadingThread::start(std::weak_ptr<Connection> connection) {
+  const std::shared_ptr<ReadingThread> thread(new ReadingThread);
+  start_detached_thread([thread, connection = std::move(connection)] { thread->run(connection); });
+  return thread;
 }
 
-void ReadingThread::add(uint64_t id, int descriptor, const std::shared_ptr<Channel>& channel) {
-  epoll_event event = event_for(id, EPOLLIN | EPOLLONESHOT);
-  MutexLock hold(lock_);
-  channels_[id] = channel;
-  epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, descriptor, &event);
-  start();
+void ReadingThread::serve_when_readable(int descriptor) {
+  epoll_event event = event_for(descriptor, EPOLLIN | EPOLLONESHOT);
+  if (epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, descriptor, &event) != 0 && errno == ENOENT) {
+    epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, descriptor, &event);
+  }
 }
 
-void ReadingThread::serve_when_readable(uint64_t id, int descriptor) {
-  epoll_event event = event_for(id, EPOLLIN | EPOLLONESHOT);
+void ReadingThread::leave_alone(int descriptor) {
+  epoll_event event = event_for(descriptor, EPOLLONESHOT);
   epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, descriptor, &event);
 }
 
-void ReadingThread::leave_alone(uint64_t id, int descriptor) {
-  epoll_event event = event_for(id, EPOLLONESHOT);
-  epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, descriptor, &event);
-}
-
-void ReadingThread::forget(uint64_t id, int descriptor) {
+void ReadingThread::forget(int descriptor) {
   epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, descriptor, nullptr);
-  MutexLock hold(lock_);
-  channels_.erase(id);
 }
 
-void ReadingThread::call_at(timing::Deadline when, std::function<void()> function) {
-  MutexLock hold(lock_);
-  timers_.push_back({when, std::move(function)});
-  start();
+void ReadingThread::call_at(timing::Deadline when) {
+  call_at_ = when;
   wake_.set();
 }
 
-timing::Deadline ReadingThread::next_timer() {
-  MutexLock hold(lock_);
-  timing::Deadline next = timing::kNever;
-  for (const Timer& timer : timers_) next = std::min(next, timer.when);
-  return next;
-}
-
-void ReadingThread::run_due_timers() {
-  std::vector<Timer> due;
-  {
-    MutexLock hold(lock_);
-    const auto now = timing::Clock::now();
-    const auto later = std::partition(timers_.begin(), timers_.end(),
-                                      [now](const Timer& timer) { return timer.when <= now; });
-    std::move(timers_.begin(), later, std::back_inserter(due));
-    timers_.erase(timers_.begin(), later);
-  }
-  for (const Timer& timer : due) timer.function();
-}
-
-void ReadingThread::run() {
+void ReadingThread::run(const std::weak_ptr<Connection>& connection) {
   pollfd ready{epoll_.get(), POLLIN, 0};
   for (;;) {
-    poll_until(&ready, 1, next_timer());
-    epoll_event events[16];
-    const int count = epoll_wait(epoll_.get(), events, 16, 0);
+    poll_until(&ready, 1, call_at_);
+    epoll_event events[2];
+    const int count = epoll_wait(epoll_.get(), events, 2, 0);
     for (int i = 0; i < count; ++i) {
-      const uint64_t id = events[i].data.u64;
-      if (id == kWakeId) {
-        wake_.clear();
-        continue;
-      }
-      std::shared_ptr<Channel> channel;
-      {
-        MutexLock hold(lock_);
-        const auto found = channels_.find(id);
-        if (found != channels_.end()) channel = found->second.lock();
-      }
-      if (channel) channel->serve();
+      if (events[i].data.fd == wake_.descriptor()) wake_.clear();
     }
-    run_due_timers();
+    timing::Deadline due = call_at_;
+    if (due <= timing::Clock::now()) call_at_.compare_exchange_strong(due, timing::kNever);
+    const std::shared_ptr<Connection> served = connection.lock();
+    if (served == nullptr) return;
+    served->serve();
   }
 }
 

@@ -1,60 +1,45 @@
-// The library's reading thread: it waits on the descriptors of all channels that nobody else is
-// reading and lets them take their packets. It starts when a channel is handed to it or a call
-// is planned, and lives as long as the process; it runs no callback of the program.
+// The thread that serves a connection while nobody waits on it. It watches the connection's
+// descriptor only when told to, and runs no callback of the program. It is started when it is first
+// needed and ends soon after its connection.
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <map>
+#include <atomic>
 #include <memory>
-#include <vector>
 
-#include "mutex.h"
 #include "qcci/descriptor.h"
+#include "timing.h"
 
 namespace qmi {
 
-class Channel;
+class Connection;
 
 class ReadingThread {
  public:
-  // The one of the process; never destroyed, so that it may still run while the process exits.
-  static ReadingThread& instance();
+  static std::shared_ptr<ReadingThread> start(std::weak_ptr<Connection> connection);
+  ~ReadingThread() = default;
 
-  // Serves `channel` once, as soon as `descriptor` polls readable.
-  void add(uint64_t id, int descriptor, const std::shared_ptr<Channel>& channel);
+  // Serves the connection once, as soon as `descriptor` polls readable.
+  void serve_when_readable(int descriptor);
 
-  // The same once more, for a descriptor that was added before.
-  void serve_when_readable(uint64_t id, int descriptor);
-
-  // Takes the last request for a descriptor back. It may just be too late.
-  void leave_alone(uint64_t id, int descriptor);
+  // Takes that back. It may just be too late.
+  void leave_alone(int descriptor);
 
   // Ends all watching of a descriptor that is about to be closed.
-  void forget(uint64_t id, int descriptor);
+  void forget(int descriptor);
 
-  // Calls `function` on this thread at `when`.
-  void call_at(timing::Deadline when, std::function<void()> function);
+  // Serves the connection at `when`.
+  void call_at(timing::Deadline when);
+
+  // Lets the thread see that its connection is gone.
+  void wake() { wake_.set(); }
 
  private:
   ReadingThread();
-  void run();
-  void run_due_timers();
-  timing::Deadline next_timer();
-  void start() REQUIRES(lock_);
-
-  struct Timer {
-    timing::Deadline when;
-    std::function<void()> function;
-  };
+  void run(const std::weak_ptr<Connection>& connection);
 
   const Descriptor epoll_;
   WakeEvent wake_;
-
-  Mutex lock_;  // a leaf: nothing else is locked under it
-  bool started_ GUARDED_BY(lock_) = false;
-  std::map<uint64_t, std::weak_ptr<Channel>> channels_ GUARDED_BY(lock_);
-  std::vector<Timer> timers_ GUARDED_BY(lock_);
+  std::atomic<timing::Deadline> call_at_{timing::kNever};
 };
 
 }  // namespace qmi

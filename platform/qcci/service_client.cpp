@@ -24,25 +24,30 @@ qmi_client_error_type send_error(int error) {
   }
 }
 
+std::span<const uint8_t> body_of(std::span<const uint8_t> packet) {
+  return packet.subspan(kHeaderBytes);
+}
+
 }  // namespace
 
 qmi_client_error_type ServiceClient::start() {
-  {
-    Opened opened = open_endpoint(timing::peer_deadline(kConnectLimitMs));
-    if (opened.endpoint == nullptr) return opened.error;
-    MutexLock hold(lock_);
-    open(std::move(opened.endpoint));
-    hand_over();
-  }
-  auto self = std::static_pointer_cast<ServiceClient>(shared_from_this());
+  MutexLock hold(bus_lock);
   Directory& directory = Directory::instance();
-  directory.watch(service, self, false);
+  directory.watch(service, weak_from_this(), false);
   if (!directory.runs(service, server_)) return QMI_SERVICE_ERR;
+  connection_ = directory.connection();
+  if (!connection_->claim(server_, *this)) {
+    connection_ = std::make_shared<Connection>(nullptr);
+    const auto error = connection_->open(timing::peer_deadline(kConnectLimitMs));
+    if (error != QMI_NO_ERR) return error;
+    connection_->claim(server_, *this);
+  }
+  connection_->hand_over();
   return QMI_NO_ERR;
 }
 
 qmi_client_error_type ServiceClient::set_error_cb(qmi_client_error_cb error_cb, void* cb_data) {
-  MutexLock hold(lock_);
+  MutexLock hold(bus_lock);
   error_cb_ = error_cb;
   error_cb_data_ = cb_data;
   if (gone_) post_error();
@@ -56,11 +61,6 @@ void ServiceClient::post_error() {
   });
 }
 
-uint16_t ServiceClient::next_transaction() {
-  if (++last_transaction_ == 0) ++last_transaction_;
-  return last_transaction_;
-}
-
 qmi_client_error_type ServiceClient::send_sync(uint16_t message, const void* req,
                                                unsigned int req_len, void* resp,
                                                unsigned int resp_len, unsigned int time_out_ms) {
@@ -70,9 +70,12 @@ qmi_client_error_type ServiceClient::send_sync(uint16_t message, const void* req
   if (req_len != request->c_bytes || (req == nullptr && req_len > 0)) return QMI_INTERNAL_ERR;
   if (resp_len != response->c_bytes || resp == nullptr) return QMI_INTERNAL_ERR;
 
-  const auto result = [&] {
-    MutexLock hold(lock_);
-    Pending pending{.response = *response, .resp = resp, .transaction = next_transaction()};
+  const auto result = [&]() -> qmi_client_error_type {
+    MutexLock hold(bus_lock);
+    if (released_) return QMI_PORT_NOT_OPEN_ERR;
+    if (gone_) return QMI_SERVICE_ERR;
+    Pending pending{
+        .response = *response, .resp = resp, .transaction = connection_->next_transaction()};
     pending_.push_back(&pending);
     const auto outcome = exchange(*request, req, pending, timing::peer_deadline(time_out_ms));
     std::erase(pending_, &pending);
@@ -85,35 +88,27 @@ qmi_client_error_type ServiceClient::send_sync(uint16_t message, const void* req
 
 qmi_client_error_type ServiceClient::exchange(const Message& request, const void* req,
                                               Pending& pending, timing::Deadline deadline) {
-  if (released_) return QMI_PORT_NOT_OPEN_ERR;
-  if (gone_ || !is_open()) return QMI_SERVICE_ERR;
-
-  request_.resize(kHeaderBytes + request.wire_max);
-  const auto body = encode(request, req, std::span(request_).subspan(kHeaderBytes));
+  pending.packet.resize(kHeaderBytes + request.wire_max);
+  const auto body = encode(request, req, std::span(pending.packet).subspan(kHeaderBytes));
   if (!body) return QMI_INTERNAL_ERR;
+  pending.packet.resize(kHeaderBytes + *body);
   write_header({Kind::Request, pending.transaction, request.id, static_cast<uint16_t>(*body)},
-               request_.data());
-  const auto packet = std::span(request_).first(kHeaderBytes + *body);
-  if (trace::is_on()) {
-    const auto asked = packet.subspan(kHeaderBytes);
-    pending.asked.assign(asked.begin(), asked.end());
-    trace::record('>', service, packet, asked);
-  }
-  prepare_to_wait();
-  if (const int error = endpoint_->send(server_, packet, deadline); error != 0) {
-    hand_over();
+               pending.packet.data());
+  if (trace::is_on()) trace::record('>', service, pending.packet, body_of(pending.packet));
+  if (const int error = connection_->send(server_, pending.packet, deadline); error != 0) {
+    connection_->hand_over();
     return send_error(error);
   }
-  wait(deadline, [&]() REQUIRES(lock_) { return pending.done || gone_ || released_; });
+  connection_->wait(deadline,
+                    [&]() REQUIRES(bus_lock) { return pending.done || gone_ || released_; });
   // The response may have been sent before the service left: what is there already counts.
-  if (!pending.done) drain();
+  if (!pending.done) connection_->drain();
   if (pending.done) return pending.result;
   if (released_) return QMI_PORT_NOT_OPEN_ERR;
   return gone_ ? QMI_SERVICE_ERR : QMI_TIMEOUT_ERR;
 }
 
-void ServiceClient::on_packet(Address source, std::span<const uint8_t> packet) {
-  if (source != server_) return;  // a port is soon reused: somebody else's late packet
+void ServiceClient::on_packet(std::span<const uint8_t> packet) {
   if (trace::is_on()) trace_arrived(packet);
   const auto header = read_header(packet);
   if (!header) return;
@@ -136,9 +131,8 @@ void ServiceClient::trace_arrived(std::span<const uint8_t> packet) {
   const auto header = read_header(packet);
   const bool answers = header && header->kind == Kind::Response;
   const Pending* pending = answers ? find_pending(*header) : nullptr;
-  trace::record(
-      '<', service, packet,
-      pending != nullptr ? std::span<const uint8_t>(pending->asked) : std::span<const uint8_t>());
+  trace::record('<', service, packet,
+                pending != nullptr ? body_of(pending->packet) : std::span<const uint8_t>());
 }
 
 void ServiceClient::on_response(const Header& header, std::span<const uint8_t> packet) {
@@ -167,27 +161,38 @@ void ServiceClient::service_gone() {
   if (gone_ || released_) return;
   gone_ = true;
   post_error();
-  interrupt();
+  if (has_own_connection()) connection_->interrupt();
 }
 
 bool ServiceClient::on_service(bool there, const Server& server) {
   if (there || server.address != server_) return true;
-  MutexLock hold(lock_);
   service_gone();
   return false;
 }
 
+bool ServiceClient::has_own_connection() const {
+  return connection_ != nullptr && connection_ != Directory::instance().connection();
+}
+
 void ServiceClient::release() {
+  std::shared_ptr<Connection> own;  // closed when nobody is kept waiting for that
   {
-    MutexLock hold(lock_);
+    MutexLock hold(bus_lock);
     released_ = true;
-    close();
+    if (has_own_connection()) {
+      own = connection_;
+      own->close();
+    } else if (connection_ != nullptr) {
+      connection_->forget(*this);
+      connection_->changed();
+      if (!pending_.empty()) Directory::instance().stir();
+    }
   }
   lane_->close();
 }
 
 qmi_client_error_type Notifier::set_notify_cb(qmi_client_notify_cb notify_cb, void* cb_data) {
-  MutexLock hold(lock_);
+  MutexLock hold(bus_lock);
   notify_cb_ = notify_cb;
   cb_data_ = cb_data;
   if (servers_ > 0) post(true);
@@ -203,7 +208,6 @@ void Notifier::post(bool there) {
 
 bool Notifier::on_service(bool there, const Server&) {
   signal_();
-  MutexLock hold(lock_);
   servers_ += there ? 1 : -1;
   post(there);
   return true;
