@@ -80,11 +80,11 @@ qmi_client_error_type send(uint16_t msg_id, Request& req) {
 void qmi_pdc_init_pdc_info() {
   MutexLock hold(g_pdc_info.mutex);
   for (int type = 1; type <= kPdcReqTypes; ++type) {
-    pdc_req_holder_s_type& holder = g_pdc_info.holder(type);
+    pdc_req_holder_s_type& holder = g_pdc_info.holder(static_cast<pdc_req_type>(type));
     if (holder.timer_id != 0) qmi_pdc_request_timer_stop(type);
+    holder.result = holder.is_waiting != 0 ? PDC_FAILED : PDC_OK;
     holder.cond.notify_one();  // who still waits ends without its timer
     holder.is_handling = holder.is_waiting = holder.is_done = 0;
-    holder.result = 0;
   }
   g_pdc_info.config_list_holder = nullptr;
   g_pdc_info.num_of_configs = nullptr;

@@ -67,11 +67,11 @@ void dispatch(unsigned int msg_id, const void* ind, uint32_t ind_len) {
 
 }  // namespace
 
-void pdc_end_request(int req_type, int32_t result) {
-  pdc_req_holder_s_type& holder = g_pdc_info.holder(req_type);
+void pdc_end_request(pdc_req_type type, int32_t result) {
+  pdc_req_holder_s_type& holder = g_pdc_info.holder(type);
   holder.result = result;
   if (holder.is_waiting != 0) {
-    qmi_pdc_request_timer_stop(req_type);
+    qmi_pdc_request_timer_stop(type);
     holder.cond.notify_one();
   }
   holder.is_done = 1;

@@ -69,18 +69,17 @@ struct pdc_info_s_type {
   pdc_config_info_holder* default_config_info GUARDED_BY(mutex) = nullptr;
   pdc_config_pdc_info* get_sel_holder GUARDED_BY(mutex) = nullptr;
 
-  pdc_req_holder_s_type& holder(int req_type) REQUIRES(mutex) {
-    const bool known = req_type >= PDC_LIST && req_type <= PDC_SET_FEATURE;
-    return holders[static_cast<size_t>(known ? req_type : PDC_DEFAULT_INFO) - 1];
+  pdc_req_holder_s_type& holder(pdc_req_type type) REQUIRES(mutex) {
+    return holders[static_cast<size_t>(type) - 1];
   }
 };
 extern pdc_info_s_type& g_pdc_info;
 
-// Stops timers that still run and forgets everything.
+// Stops timers that still run and forgets everything. A request that waits fails.
 void qmi_pdc_init_pdc_info() EXCLUDES(g_pdc_info.mutex);
 
 // Ends a request: its result, for whoever waits or comes to wait.
-void pdc_end_request(int req_type, int32_t result) REQUIRES(g_pdc_info.mutex);
+void pdc_end_request(pdc_req_type type, int32_t result) REQUIRES(g_pdc_info.mutex);
 
 // The indication callback of the client, and what it calls with the decoded indication (null for
 // none) and the size of its structure.
@@ -103,7 +102,8 @@ void qmi_pdc_set_feature_ind_hdlr(const pdc_result_ind_msg_v01* ind, uint32_t in
 void qmi_pdc_list_configs_follow_up_request(uint32_t* timer_id);
 
 // The request timers, one of 5 s for each kind of request. When one fires, it ends every request
-// that waits at that moment, and marks all holders done.
+// that waits at that moment, and marks all holders done. A type that none of them has counts as
+// PDC_DEFAULT_INFO.
 void qmi_pdc_request_timer_start(int req_type) REQUIRES(g_pdc_info.mutex);
 void qmi_pdc_request_timer_stop(int req_type) REQUIRES(g_pdc_info.mutex);
 void qmi_pdc_request_timer_timeout_proc(uint32_t* timer_id) EXCLUDES(g_pdc_info.mutex);

@@ -14,7 +14,7 @@ constexpr const char* kWords[kPdcReqTypes] = {
 // The kind of request whose timer that is, or 0.
 int find_req_type(uint32_t timer_id, Speaker speaker) REQUIRES(g_pdc_info.mutex) {
   for (int type = 1; type <= kPdcReqTypes; ++type) {
-    if (g_pdc_info.holder(type).timer_id == timer_id) return type;
+    if (*qmi_pdc_request_timer_get_ptr_by_req_type(type) == timer_id) return type;
   }
   velmor_log(LogLevel::Error, speaker, "not find this timer_id(%u)", timer_id);
   return 0;
@@ -23,12 +23,14 @@ int find_req_type(uint32_t timer_id, Speaker speaker) REQUIRES(g_pdc_info.mutex)
 }  // namespace
 
 uint32_t* qmi_pdc_request_timer_get_ptr_by_req_type(int req_type) {
-  return &g_pdc_info.holder(req_type).timer_id;
+  const bool known = req_type >= PDC_LIST && req_type <= PDC_SET_FEATURE;
+  return &g_pdc_info.holder(known ? static_cast<pdc_req_type>(req_type) : PDC_DEFAULT_INFO)
+              .timer_id;
 }
 
 uint32_t* qmi_pdc_request_timer_get_ptr_by_timer_id(uint32_t timer_id) {
   const int type = find_req_type(timer_id, Speaker::here());
-  return type != 0 ? &g_pdc_info.holder(type).timer_id : nullptr;
+  return type != 0 ? qmi_pdc_request_timer_get_ptr_by_req_type(type) : nullptr;
 }
 
 int qmi_pdc_request_timer_get_req_type_by_timer_id(uint32_t timer_id) {
@@ -60,7 +62,7 @@ void qmi_pdc_request_timer_timeout_proc(uint32_t* timer_id) {
   VELMOR_LOG_DEBUG("timer_id = %u", *timer_id);
   MutexLock hold(g_pdc_info.mutex);
   for (int type = 1; type <= kPdcReqTypes; ++type) {
-    pdc_req_holder_s_type& holder = g_pdc_info.holder(type);
+    pdc_req_holder_s_type& holder = g_pdc_info.holder(static_cast<pdc_req_type>(type));
     if (holder.is_waiting != 0) {
       VELMOR_LOG_DEBUG("%s is waiting, will stop it.", kWords[type - 1]);
       holder.result = PDC_FAILED;

@@ -49,7 +49,7 @@ class Pdc : public FakeModemTest {
     });
   }
   // Waits until the holder of a kind has seen an indication.
-  static void wait_until_done(int type) {
+  static void wait_until_done(pdc_req_type type) {
     for (bool done = false; !done; usleep(100)) {
       MutexLock hold(g_pdc_info.mutex);
       done = g_pdc_info.holder(type).is_done != 0;
@@ -231,6 +231,17 @@ TEST_F(Pdc, ASecondCallOfAKindIsRefusedWhileOneRuns) {
   first.join();
 }
 
+TEST_F(Pdc, AFreshStartFailsARequestThatWaits) {
+  modem.on_request([](const Bytes& request) { return Replies{response(request)}; });
+  std::thread waiter([] { EXPECT_EQ(get(), -1); });
+  for (bool waits = false; !waits; usleep(100)) {
+    MutexLock hold(g_pdc_info.mutex);
+    waits = g_pdc_info.holder(PDC_GET_SEL).is_waiting != 0;
+  }
+  qmi_pdc_init_pdc_info();
+  waiter.join();
+}
+
 TEST_F(Pdc, ThousandsOfRequestsMeetTheirIndicationsInAnyOrder) {
   enum Scenario { Early, AtOnce, Late, Twice, Failing, OtherKind, Stale, kScenarios };
   const struct {
@@ -276,7 +287,7 @@ TEST_F(Pdc, ThousandsOfRequestsMeetTheirIndicationsInAnyOrder) {
 
 // What a handler makes of an indication.
 template <typename Ind>
-int handled(void (*handler)(const Ind*, uint32_t), int type, const Ind* ind) {
+int handled(void (*handler)(const Ind*, uint32_t), pdc_req_type type, const Ind* ind) {
   handler(ind, sizeof *ind);
   MutexLock hold(g_pdc_info.mutex);
   pdc_req_holder_s_type& holder = g_pdc_info.holder(type);
@@ -319,7 +330,7 @@ TEST_F(Pdc, HandlersCheckWhatTheDecoderAlreadyChecked) {
             -1);
   const struct {
     void (*handler)(const pdc_result_ind_msg_v01*, uint32_t);
-    int type;
+    pdc_req_type type;
   } results[] = {{qmi_pdc_delete_config_ind_hdlr, PDC_DEL},
                  {qmi_pdc_activate_config_ind_hdlr, PDC_ACT_CONFIG},
                  {qmi_pdc_set_feature_ind_hdlr, PDC_SET_FEATURE}};
@@ -467,7 +478,8 @@ TEST_F(Pdc, AFiredTimerEndsWhateverWaits) {
   waiter.join();
   MutexLock hold(g_pdc_info.mutex);
   for (int type = 1; type <= kPdcReqTypes; ++type) {
-    EXPECT_EQ(g_pdc_info.holder(type).is_done, type != PDC_SEL_CONFIG) << type;
+    EXPECT_EQ(g_pdc_info.holder(static_cast<pdc_req_type>(type)).is_done, type != PDC_SEL_CONFIG)
+        << type;
   }
   // A type that nobody knows has the last slot, and a running timer is stopped before a new one.
   EXPECT_EQ(qmi_pdc_request_timer_get_ptr_by_req_type(0),
