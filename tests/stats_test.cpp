@@ -316,6 +316,93 @@ TEST_F(StatsRetries, ALossWhileConnectingIsSeenToAfterwards) {
   modem_api_free_client(id);
 }
 
+// The statuses that a client reports by itself, and what is done on one of them.
+std::string g_reported GUARDED_BY(g_lock);
+std::function<void(int status)> g_on_status;
+
+void note_status(int, int status) {
+  {
+    MutexLock hold(g_lock);
+    g_reported += static_cast<char>('0' + status);
+  }
+  if (g_on_status) g_on_status(status);
+}
+std::string reported() {
+  MutexLock hold(g_lock);
+  return g_reported;
+}
+void wait_until_reported(const std::string& all) {
+  for (int i = 0; i < 5000 && reported() != all; ++i) usleep(1000);
+  ASSERT_EQ(reported(), all);
+}
+size_t count(const std::string& text, const std::string& words) {
+  size_t n = 0;
+  for (size_t at = 0; (at = text.find(words, at)) != std::string::npos; ++at) ++n;
+  return n;
+}
+
+TEST_F(Stats, ARecoveryOfAnEarlierLifeReportsAndLeavesNothing) {
+  const auto begin_life = [] {
+    nas_0_init();
+    nas_0_client_set_operational_status_callback(note_status);
+  };
+  for (const int ends_at : {MODEM_API_SUSPENDING, MODEM_API_RESUMING}) {
+    {
+      MutexLock hold(g_lock);
+      g_reported.clear();
+    }
+    begin_life();
+    ASSERT_TRUE(nas_0_client_init(nullptr));
+    const auto attempts = [] { return count(read_file(log_path()), "try # "); };
+    const size_t before = attempts();
+    g_on_status = [&](int status) {
+      if (status != ends_at) return;
+      nas_0_client_release();
+      begin_life();
+    };
+    modem.remove_service(kNasPort);
+    if (ends_at == MODEM_API_RESUMING) wait_until_reported("1345");
+    modem.add_service(kNas, kNasPort);
+    const std::string at_its_end = ends_at == MODEM_API_SUSPENDING ? "1340" : "134560";
+    wait_until_reported(at_its_end);
+    usleep(20000);
+    nas_0_client_release();  // waits for the recovery
+    EXPECT_EQ(reported(), at_its_end + "0");
+    EXPECT_EQ(attempts(), before);
+  }
+  g_on_status = nullptr;
+}
+
+TEST_F(Stats, AReleaseWaitsForTheConnectionUnderWayAndLeavesNoHandle) {
+  nas_0_init();
+  nas_0_client_set_operational_status_callback(note_status);
+  ASSERT_TRUE(nas_0_client_init(nullptr));
+  modem.remove_service(kNasPort);
+  wait_until_reported("1345");
+  std::atomic<bool> connects = false;
+  modem.on_request([&](const Bytes& request) {
+    const auto message = static_cast<uint16_t>(request[3] | request[4] << 8);
+    if (message == 3) {
+      connects = true;
+      wait_until_reported("134560");
+      usleep(10000);
+    }
+    return Replies{packet(qmi::Kind::Response, transaction_of(request), message, bytes(kSuccess))};
+  });
+  modem.add_service(kNas, kNasPort);
+  while (!connects) usleep(1000);
+  nas_0_client_release();
+  EXPECT_EQ(count(read_file(log_path()), "enable_indication result: 0"), 2u);  // the recovery ended
+  // A handle that is left would hear of these.
+  modem.send(kNasPort, packet(qmi::Kind::Indication, 0, 0x85, {}));
+  usleep(10000);
+  modem.remove_service(kNasPort);
+  usleep(10000);
+  EXPECT_EQ(count(read_file(log_path()), "Unexpected NULL pointer!"), 0u);
+  EXPECT_EQ(count(read_file(log_path()), "service down with error"), 1u);
+  EXPECT_EQ(reported(), "134560");
+}
+
 struct Delivered {
   int id = 0;
   Bytes payload;
@@ -388,6 +475,36 @@ TEST_F(Stats, IndicationsBecomeEvents) {
     }
   }
   modem_api_free_client(vs);
+}
+
+std::atomic<bool> g_hears;
+
+TEST_F(Stats, WhatArrivedBeforeAReleaseIsHeard) {
+  const auto indication = [](const char* value) {
+    return packet(qmi::Kind::Indication, 0, 0x0601, bytes("01 0100" + std::string(value)));
+  };
+  const int vs = connect(MODEM_API_VS, [](int id, void* payload, int len) {
+    take_event(id, payload, len);
+    if (g_hears) return;
+    // With the answer to this the second indication has arrived.
+    vs_set_feature_req_msg_v01 req{};
+    vs_resp_msg_v01 resp{};
+    vs_client_send_msg_sync(kVsSetFeatureMsg, &req, sizeof req, &resp, sizeof resp);
+    g_hears = true;
+    for (int i = 0; i < 5000 && !statuses(MODEM_API_VS).ends_with("0"); ++i) usleep(1000);
+    usleep(5000);
+  });
+  EXPECT_EQ(modem_api_set_skarn_feature_status(vs, 2, 1, 1, 1), 0);  // so that it knows the client
+  modem.on_request([&](const Bytes& request) {
+    return Replies{indication("bb"), packet(qmi::Kind::Response, transaction_of(request),
+                                            kVsSetFeatureMsg, bytes(kSuccess))};
+  });
+  modem.send(kVsPort, indication("aa"));
+  while (!g_hears) usleep(1000);
+  modem_api_free_client(vs);
+  MutexLock hold(g_lock);
+  ASSERT_EQ(g_delivered.size(), 2u);
+  EXPECT_EQ(g_delivered[1].payload, Bytes{0xbb});
 }
 
 TEST(StatsEvents, ListsAndValuesAreClipped) {

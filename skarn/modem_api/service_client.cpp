@@ -12,7 +12,7 @@ constexpr uint32_t kConnectMs = 4;
 constexpr int kConnectAttempts = 10;
 constexpr uint32_t kSendTimeOutMs = 30000;
 
-// The client whose recovery this thread is, or null.
+// The client that this thread is suspending or resuming, or null.
 thread_local const ServiceClient* t_recovers;
 
 }  // namespace
@@ -20,7 +20,6 @@ thread_local const ServiceClient* t_recovers;
 void ServiceClient::reset() {
   MutexLock hold(lock_);
   state_ = {};
-  state_.service = is_.service();
   ++life_;
 }
 
@@ -43,39 +42,7 @@ void ServiceClient::report(int status, Life life) {
   if (status_cb != nullptr) status_cb(is_.client_type, status);
 }
 
-bool ServiceClient::init(modem_api_event_cb event_cb, Speaker speaker) {
-  const Life mine = life();
-  {
-    MutexLock hold(lock_);
-    state_.event_cb = event_cb;
-  }
-  velmor_log(LogLevel::Debug, speaker, "Client connecting to QMI FW");
-  report(MODEM_API_CONNECTING, mine);
-  return connect_and_report(mine, MODEM_API_OPERATIONAL, MODEM_API_INIT_FAILED);
-}
-
-bool ServiceClient::connect_and_report(Life life, int good, int bad) {
-  {
-    MutexLock hold(lock_);
-    if (life != life_) return false;
-    state_.connecting = true;
-    state_.lost = false;
-  }
-  const bool connected = connect(life);
-  report(connected ? good : bad, life);
-  bool lost;
-  {
-    MutexLock hold(lock_);
-    if (life != life_) return connected;
-    state_.connecting = state_.resuming = false;
-    lost = std::exchange(state_.lost, false);
-  }
-  if (lost) begin_suspend(life);
-  return connected;
-}
-
 bool ServiceClient::keep(qmi_client_type handle, qmi_client_type State::*slot, Life life) {
-  if (handle == nullptr) return false;
   {
     MutexLock hold(lock_);
     if (life == life_) {
@@ -83,67 +50,74 @@ bool ServiceClient::keep(qmi_client_type handle, qmi_client_type State::*slot, L
       return true;
     }
   }
-  qmi_client_release(handle);
+  if (handle != nullptr) qmi_client_release(handle);
   return false;
 }
 
-qmi_client_error_type ServiceClient::try_to_connect(Life life) {
-  qmi_idl_service_object_type service;
+bool ServiceClient::init(modem_api_event_cb event_cb, Speaker speaker) {
+  Life life;
   {
     MutexLock hold(lock_);
-    service = state_.service;
+    state_.event_cb = event_cb;
+    life = life_;
   }
-  qmi_client_os_params os_params{};
-  qmi_client_type handle = nullptr;
-  const qmi_client_error_type error = qmi_client_init_instance(
-      service, QMI_CLIENT_INSTANCE_ANY, is_.indication, nullptr, &os_params, kConnectMs, &handle);
-  const bool kept = keep(handle, &State::handle, life);
-  if (is_.after_attempt != nullptr) is_.after_attempt(kept ? handle : nullptr);
-  return error;
+  velmor_log(LogLevel::Debug, speaker, "Client connecting to QMI FW");
+  report(MODEM_API_CONNECTING, life);
+  return connect_and_report(life, MODEM_API_OPERATIONAL, MODEM_API_INIT_FAILED);
 }
 
-bool ServiceClient::connect(Life life) {
-  const Speaker speaker{is_.connect_name};
-  const int port = static_cast<int>(QMI_CLIENT_INSTANCE_ANY);
-  velmor_log(LogLevel::Debug, speaker, "using port %d", port);
-  qmi_client_error_type error = QMI_INTERNAL_ERR;
-  for (int attempt = 0; attempt < kConnectAttempts && error != QMI_NO_ERR; ++attempt) {
-    if (attempt > 0) timing::sleep_s(1);
-    if (life != this->life()) return false;
-    velmor_log(LogLevel::Debug, speaker, "Trying qmi_client_init_instance() try # %d port[%d]",
-               attempt, port);
-    error = try_to_connect(life);
-  }
-  velmor_log(LogLevel::Debug, speaker, "qmi_client_init_instance returned (%d)", error);
-  if (error != QMI_NO_ERR) {
-    velmor_log(LogLevel::Debug, speaker, "qmi_client_init_instance returned failure(%d)", error);
-    return false;
-  }
-  if (life != this->life()) return false;
-  if (is_.after_connect != nullptr) is_.after_connect();
-  qmi_client_type handle;
-  {
-    MutexLock hold(lock_);
-    if (life != life_) return false;
-    state_.inited = 1;
-    handle = state_.handle;
-  }
+bool ServiceClient::connect_and_report(Life life, int good, int bad) {
+  const qmi_client_type handle = connect(life);
+  if (!keep(handle, &State::handle, life)) return false;
+  report(handle != nullptr ? good : bad, life);
+  if (handle == nullptr) return false;
+  // After the report: a service that has left meanwhile is told of at once.
   qmi_client_register_error_cb(handle, is_.service_down, nullptr);
   return true;
 }
 
+qmi_client_type ServiceClient::connect(Life life) {
+  const Speaker speaker{is_.connect_name};
+  const int port = static_cast<int>(QMI_CLIENT_INSTANCE_ANY);
+  velmor_log(LogLevel::Debug, speaker, "using port %d", port);
+  qmi_client_type handle = nullptr;
+  qmi_client_error_type error = QMI_INTERNAL_ERR;
+  for (int attempt = 0; attempt < kConnectAttempts && error != QMI_NO_ERR; ++attempt) {
+    if (attempt > 0) timing::sleep_s(1);
+    if (life != this->life()) return nullptr;  // a release does not wait for the other attempts
+    velmor_log(LogLevel::Debug, speaker, "Trying qmi_client_init_instance() try # %d port[%d]",
+               attempt, port);
+    qmi_client_os_params os_params{};
+    error = qmi_client_init_instance(is_.service(), QMI_CLIENT_INSTANCE_ANY, is_.indication,
+                                     nullptr, &os_params, kConnectMs, &handle);
+    if (is_.after_attempt != nullptr) is_.after_attempt(handle);
+  }
+  velmor_log(LogLevel::Debug, speaker, "qmi_client_init_instance returned (%d)", error);
+  if (error != QMI_NO_ERR) {
+    velmor_log(LogLevel::Debug, speaker, "qmi_client_init_instance returned failure(%d)", error);
+    return nullptr;
+  }
+  if (is_.after_connect != nullptr) is_.after_connect(handle);
+  return handle;
+}
+
 void ServiceClient::release() {
   report(MODEM_API_RELEASED, life());
-  State last;
+  qmi_client_type handle, notifier;
   {
     MutexLock hold(lock_);
-    last = std::exchange(state_, {});
+    handle = std::exchange(state_.handle, nullptr);
+    notifier = std::exchange(state_.notifier, nullptr);
     ++life_;
   }
-  if (last.handle != nullptr) qmi_client_release(last.handle);
-  if (last.notifier != nullptr) qmi_client_release(last.notifier);
-  if (t_recovers == this) return;
-  for (int running; (running = recoveries_) != 0;) recoveries_.wait(running);
+  // What arrived before this is still heard: the record keeps its callbacks until then.
+  if (handle != nullptr) qmi_client_release(handle);
+  if (notifier != nullptr) qmi_client_release(notifier);
+  if (t_recovers != this) {
+    for (int running; (running = recoveries_) != 0;) recoveries_.wait(running);
+  }
+  MutexLock hold(lock_);
+  state_ = {};
 }
 
 int ServiceClient::send(unsigned int msg_id, void* req, unsigned int req_len, void* resp,
@@ -159,18 +133,16 @@ int ServiceClient::send(unsigned int msg_id, void* req, unsigned int req_len, vo
 void ServiceClient::on_indication(qmi_client_type handle, unsigned int msg_id, const void* buf,
                                   unsigned int len, Speaker speaker) {
   modem_api_event_cb event_cb;
-  qmi_idl_service_object_type service;
   {
     MutexLock hold(lock_);
     event_cb = state_.event_cb;
-    service = state_.service;
   }
   if (event_cb == nullptr) {
     velmor_log(LogLevel::Error, speaker, "Unexpected NULL pointer!");
     return;
   }
   uint32_t decoded_len = 0;
-  qmi_idl_get_message_c_struct_len(service, QMI_IDL_INDICATION, msg_id, &decoded_len);
+  qmi_idl_get_message_c_struct_len(is_.service(), QMI_IDL_INDICATION, msg_id, &decoded_len);
   if (decoded_len == 0) {
     velmor_log(LogLevel::Error, speaker, "decoded_payload_len(%d) can not <= 0", 0);
     return;
@@ -194,89 +166,66 @@ void ServiceClient::on_indication(qmi_client_type handle, unsigned int msg_id, c
   skarn_free_adv(decoded, speaker.function, __LINE__);
 }
 
-bool ServiceClient::start_recovery(void (ServiceClient::*body)(Life), Life life) {
-  const auto ended = [this] {
-    if (--recoveries_ == 0) recoveries_.notify_all();
-  };
-  ++recoveries_;
-  const bool started = start_detached_thread([this, body, life, ended] {
+void ServiceClient::begin(const Recovery& recovery) {
+  qmi_client_type taken;
+  Life life;
+  {
+    MutexLock hold(lock_);
+    taken = std::exchange(state_.*recovery.slot, nullptr);
+    if (taken == nullptr) return;  // under way already, or released
+    life = life_;
+    ++recoveries_;  // a release waits from here on
+  }
+  t_recovers = this;
+  report(recovery.status, life);
+  const bool started = start_detached_thread([this, run = recovery.run, taken, life] {
     t_recovers = this;
-    (this->*body)(life);
-    ended();
+    (this->*run)(taken, life);
+    end_recovery();
   });
-  if (!started) ended();
-  return started;
+  if (!started) {
+    keep(taken, recovery.slot, life);
+    report(recovery.status_without_thread, life);
+    end_recovery();
+  }
+  t_recovers = nullptr;
+}
+
+void ServiceClient::end_recovery() {
+  if (--recoveries_ == 0) recoveries_.notify_all();
 }
 
 void ServiceClient::on_service_down(qmi_client_error_type error, Speaker speaker) {
   velmor_log(LogLevel::Error, speaker, "service down with error %d", error);
   if (is_.service_up == nullptr) return;
-  Life mine;
-  {
-    MutexLock hold(lock_);
-    mine = life_;
-    if (state_.connecting) {
-      state_.lost = true;
-      return;
-    }
-  }
-  begin_suspend(mine);
+  begin({.slot = &State::handle,
+         .run = &ServiceClient::suspend,
+         .status = MODEM_API_SUSPENDING,
+         .status_without_thread = MODEM_API_RELEASED});
 }
 
-void ServiceClient::begin_suspend(Life life) {
-  report(MODEM_API_SUSPENDING, life);
-  if (!start_recovery(&ServiceClient::suspend, life)) report(MODEM_API_RELEASED, life);
-}
-
-void ServiceClient::suspend(Life life) {
+void ServiceClient::suspend(qmi_client_type handle, Life life) {
   const Speaker speaker{is_.suspend_name};
-  qmi_client_type handle, notifier;
-  qmi_idl_service_object_type service;
-  {
-    MutexLock hold(lock_);
-    if (life != life_) return;
-    state_.inited = 0;
-    handle = std::exchange(state_.handle, nullptr);
-    notifier = state_.notifier;
-    service = state_.service;
-  }
-  if (handle != nullptr) qmi_client_release(handle);
+  qmi_client_release(handle);
   report(MODEM_API_SUSPENDED, life);
-  if (notifier == nullptr) {
-    qmi_client_os_params os_params{};
-    const qmi_client_error_type error = qmi_client_notifier_init(service, &os_params, &notifier);
-    velmor_log(LogLevel::Debug, speaker, "qmi_client_notifier_init return %d", error);
-    if (notifier != nullptr && !keep(notifier, &State::notifier, life)) return;
-  }
-  const qmi_client_error_type error =
-      qmi_client_register_notify_cb(notifier, is_.service_up, nullptr);
+  qmi_client_type notifier = nullptr;
+  qmi_client_os_params os_params{};
+  qmi_client_error_type error = qmi_client_notifier_init(is_.service(), &os_params, &notifier);
+  velmor_log(LogLevel::Debug, speaker, "qmi_client_notifier_init return %d", error);
+  if (!keep(notifier, &State::notifier, life)) return;
+  error = qmi_client_register_notify_cb(notifier, is_.service_up, nullptr);
   velmor_log(LogLevel::Error, speaker, "qmi_client_register_notify_cb %d", error);
 }
 
 void ServiceClient::on_service_up(qmi_client_notify_event_type event) {
   if (event != QMI_CLIENT_SERVICE_COUNT_INC) return;
-  Life mine;
-  {
-    MutexLock hold(lock_);
-    if (state_.notifier == nullptr || std::exchange(state_.resuming, true)) return;
-    mine = life_;
-  }
-  report(MODEM_API_RESUMING, mine);
-  if (start_recovery(&ServiceClient::resume, mine)) return;
-  {
-    MutexLock hold(lock_);
-    state_.resuming = false;
-  }
-  report(MODEM_API_RESUME_FAILED, mine);
+  begin({.slot = &State::notifier,
+         .run = &ServiceClient::resume,
+         .status = MODEM_API_RESUMING,
+         .status_without_thread = MODEM_API_RESUME_FAILED});
 }
 
-void ServiceClient::resume(Life life) {
-  qmi_client_type notifier;
-  {
-    MutexLock hold(lock_);
-    if (life != life_) return;
-    notifier = std::exchange(state_.notifier, nullptr);
-  }
-  if (notifier != nullptr) qmi_client_release(notifier);
+void ServiceClient::resume(qmi_client_type notifier, Life life) {
+  qmi_client_release(notifier);
   connect_and_report(life, MODEM_API_OPERATIONAL, MODEM_API_RESUME_FAILED);
 }

@@ -29,7 +29,7 @@ class ServiceClient {
     // What follows each attempt to connect (its handle is null after a failed one), and what
     // follows a successful one besides; null for nothing.
     void (*after_attempt)(qmi_client_type handle);
-    void (*after_connect)();
+    void (*after_connect)(qmi_client_type handle);
     // Hands a decoded indication to the caller's event callback. False for one it does not know;
     // null: it knows none.
     bool (*handle_indication)(unsigned int msg_id, const void* decoded,
@@ -38,7 +38,7 @@ class ServiceClient {
 
   explicit constexpr ServiceClient(const Description& description) : is_(description) {}
 
-  // Forgets everything and fetches the service object.
+  // Forgets everything.
   void reset() EXCLUDES(lock_);
   void set_status_callback(modem_api_status_report_cb status_cb) EXCLUDES(lock_);
 
@@ -62,40 +62,43 @@ class ServiceClient {
 
  private:
   struct State {
-    qmi_idl_service_object_type service;
-    qmi_client_type handle;
-    qmi_client_type notifier;
+    qmi_client_type handle;    // null while not connected
+    qmi_client_type notifier;  // null unless the service is waited for
     modem_api_event_cb event_cb;
     modem_api_status_report_cb status_cb;
-    int inited;
-    bool connecting;  // until its outcome is reported
-    bool lost;        // the service, while connecting
-    bool resuming;
   };
 
-  // One life lasts from a reset or a release to the next. What belongs to an earlier one has no
-  // effect any more.
+  // One life lasts from a reset or a release to the next. What belongs to an earlier one reports
+  // nothing and leaves nothing in the record.
   using Life = unsigned int;
+
+  // One half of a recovery: it takes a handle out of the record, reports `status` and goes on with
+  // `run` on a thread of its own, which owns the handle.
+  struct Recovery {
+    qmi_client_type State::*slot;
+    void (ServiceClient::*run)(qmi_client_type taken, Life life);
+    int status;
+    int status_without_thread;
+  };
 
   Life life() EXCLUDES(lock_);
   void report(int status, Life life) EXCLUDES(lock_);
-
-  // Connects and reports `good` or `bad`. A loss of the service meanwhile is seen to after that.
-  bool connect_and_report(Life life, int good, int bad) EXCLUDES(lock_);
-  // At most 10 attempts, a second after each that failed. Reports no status.
-  bool connect(Life life) EXCLUDES(lock_);
-  qmi_client_error_type try_to_connect(Life life) EXCLUDES(lock_);
-  // Puts a new handle into `slot`, or gives it back when its life is over.
+  // Puts a handle, or null, into `slot`. False when its life is over: the handle is released.
   bool keep(qmi_client_type handle, qmi_client_type State::*slot, Life life) EXCLUDES(lock_);
 
-  void begin_suspend(Life life) EXCLUDES(lock_);
-  void suspend(Life life) EXCLUDES(lock_);
-  void resume(Life life) EXCLUDES(lock_);
-  bool start_recovery(void (ServiceClient::*body)(Life), Life life);
+  // Connects and reports `good` or `bad`.
+  bool connect_and_report(Life life, int good, int bad) EXCLUDES(lock_);
+  // At most 10 attempts, a second after each that failed. The handle, or null.
+  qmi_client_type connect(Life life) EXCLUDES(lock_);
+
+  void begin(const Recovery& recovery) EXCLUDES(lock_);
+  void end_recovery();
+  void suspend(qmi_client_type handle, Life life) EXCLUDES(lock_);
+  void resume(qmi_client_type notifier, Life life) EXCLUDES(lock_);
 
   const Description is_;
   Mutex lock_;  // held over no call out
   State state_ GUARDED_BY(lock_){};
   Life life_ GUARDED_BY(lock_) = 0;
-  std::atomic<int> recoveries_{0};  // threads that suspend or resume
+  std::atomic<int> recoveries_{0};  // that are under way
 };

@@ -11,23 +11,24 @@ inline nas_indication_register_req_msg_v01 nas_no_serving_system_indications() {
   return req;
 }
 
+inline constexpr uint32_t kNasTimeOutMs = 30000;
+
 // Binds a connection to subscription `sub`. Whether it worked is not looked at; a null handle is
 // the library's to refuse.
 template <uint32_t sub>
 void nas_bind_subscription(qmi_client_type handle) {
-  constexpr uint32_t kTimeOutMs = 30000;
   nas_bind_subscription_req_msg_v01 req{.subscription = sub};
   nas_bind_subscription_resp_msg_v01 resp{};
   qmi_client_send_msg_sync(handle, QMI_NAS_BIND_SUBSCRIPTION_REQ_MSG_V01, &req, sizeof req, &resp,
-                           sizeof resp, kTimeOutMs);
+                           sizeof resp, kNasTimeOutMs);
 }
 
-inline void nas_set_networking_indications(ServiceClient& client,
+inline void nas_set_networking_indications(qmi_client_type handle,
                                            Speaker speaker = Speaker::here()) {
   auto req = nas_no_serving_system_indications();
   nas_indication_register_resp_msg_v01 resp{};
-  const int error =
-      client.send(QMI_NAS_INDICATION_REGISTER_REQ_MSG_V01, &req, sizeof req, &resp, sizeof resp);
+  const int error = qmi_client_send_msg_sync(handle, QMI_NAS_INDICATION_REGISTER_REQ_MSG_V01, &req,
+                                             sizeof req, &resp, sizeof resp, kNasTimeOutMs);
   velmor_log(LogLevel::Debug, speaker, "enable_indication result: %d", error);
 }
 
@@ -36,7 +37,9 @@ inline void nas_set_networking_indications(ServiceClient& client,
 #define SKARN_NAS_CLIENT(sub)                                                                      \
   namespace {                                                                                      \
   extern ServiceClient g_nas;                                                                      \
-  void nas_##sub##_client_set_networking_indications() { nas_set_networking_indications(g_nas); }  \
+  void nas_##sub##_client_set_networking_indications(qmi_client_type handle) {                     \
+    nas_set_networking_indications(handle);                                                        \
+  }                                                                                                \
   }                                                                                                \
   SKARN_CLIENT_FUNCTIONS(nas_##sub, g_nas)                                                         \
   SKARN_CLIENT_RECOVERY(nas_##sub, g_nas)                                                          \
