@@ -145,18 +145,26 @@ struct Statistic {
   Line line;
   Subscription sub = Subscription::Asked;
 };
+// clang-format off
 constexpr Statistic kStatistics[] = {
     {0, 0x52, kLteCell, kData},  // 4G primary carrier
     {1, 0x67, kLteCell, kData},  // 4G secondary carriers
-    {2, 0x68, kLteCell, kData}, {3, 0x69, kLteCell, kData},
-    {4, 0x6A, kLteCell, kData}, {5, 0x6B, kLteCell, kData},
-    {6, 0x6C, kLteCell, kData}, {7, 0x5E, k5gRssi, kData},
-    {8, 0x70, k5gSnr, kData},   {9, 0x71, k5gAntennas, kAssigned},
+    {2, 0x68, kLteCell, kData},
+    {3, 0x69, kLteCell, kData},
+    {4, 0x6A, kLteCell, kData},
+    {5, 0x6B, kLteCell, kData},
+    {6, 0x6C, kLteCell, kData},
+    {7, 0x5E, k5gRssi, kData},
+    {8, 0x70, k5gSnr, kData},
+    {9, 0x71, k5gAntennas, kAssigned},
     {10, 0x87, k5gRsrp, kData},  // 5G primary carrier
     {11, 6, k5gRsrp, kData},     // 5G secondary carriers
-    {12, 7, k5gRsrp, kData},    {20, 0x6E, kWcdma, kData},
-    {21, 0x6F, kGsm, kData},    {30, 0x64, kAntennaInfo, kInfo, Subscription::First},
+    {12, 7, k5gRsrp, kData},
+    {20, 0x6E, kWcdma, kData},
+    {21, 0x6F, kGsm, kData},
+    {30, 0x64, kAntennaInfo, kInfo, Subscription::First},
 };
+// clang-format on
 
 // The record that was fetched, read from front to back.
 class Record {

@@ -56,7 +56,11 @@ std::string hex_text(const void* bytes, size_t count) {
 
 bool switch_to_esim(Speaker speaker) {
   velmor_log(LogLevel::Debug, speaker, "switch to eSIM");
-  if (!power_cycle({0, kSlot, 0, 0}, {1, kSlot, 1, 1}, speaker)) return false;
+  constexpr UiccPowerParams kDown = {
+      .power_up = 0, .slot = kSlot, .ignore_hotswap = 0, .esim_enable = 0};
+  constexpr UiccPowerParams kUp = {
+      .power_up = 1, .slot = kSlot, .ignore_hotswap = 1, .esim_enable = 1};
+  if (!power_cycle(kDown, kUp, speaker)) return false;
   uint8_t eid[kEidBytes];
   if (!poll_eid(eid, 30, speaker)) {
     velmor_log(LogLevel::Debug, speaker, "get eid timeout");
@@ -74,7 +78,11 @@ bool switch_to_esim(Speaker speaker) {
 
 bool switch_to_sim2(Speaker speaker) {
   velmor_log(LogLevel::Debug, speaker, "switch to SIM2");
-  if (!power_cycle({0, kSlot, 0, 1}, {1, kSlot, 0, 0}, speaker)) return false;
+  constexpr UiccPowerParams kDown = {
+      .power_up = 0, .slot = kSlot, .ignore_hotswap = 0, .esim_enable = 1};
+  constexpr UiccPowerParams kUp = {
+      .power_up = 1, .slot = kSlot, .ignore_hotswap = 0, .esim_enable = 0};
+  if (!power_cycle(kDown, kUp, speaker)) return false;
   velmor_log(LogLevel::Debug, speaker, "SIM2 Power Up successfully");
   puts("value=SUCCEED");
   return true;
@@ -103,7 +111,7 @@ constexpr const char* kNothingToDelete = "08bf34038001019000";
 
 bool reset_euicc(Speaker speaker) {
   velmor_log(LogLevel::Debug, speaker, "Start eUICC Reset");
-  constexpr UimOpenChannelParams kOpen = {kSlot, 1};
+  constexpr UimOpenChannelParams kOpen = {.slot = kSlot, .file_control_information = 1};
   uint8_t channel_id = 0xFF;
   int res = velmor_uim_open_channel(&kOpen, &channel_id);
   velmor_log(LogLevel::Debug, speaker, "velmor_uim_open_channel res = %d, channel_id = %d", res,
@@ -112,10 +120,10 @@ bool reset_euicc(Speaker speaker) {
 
   // STORE DATA with EuiccMemoryReset (BF34), all three options set.
   const UimApduRequest reset = {
-      kSlot,
-      channel_id,
-      13,
-      {0x80, 0xE2, 0x91, 0x00, 0x07, 0xBF, 0x34, 0x04, 0x82, 0x02, 0x05, 0xE0, 0x00}};
+      .slot = kSlot,
+      .channel_id = channel_id,
+      .apdu_len = 13,
+      .apdu = {0x80, 0xE2, 0x91, 0x00, 0x07, 0xBF, 0x34, 0x04, 0x82, 0x02, 0x05, 0xE0, 0x00}};
   UimApduResponse response{};
   res = velmor_uim_send_apdu(&reset, &response);
   velmor_log(LogLevel::Debug, speaker, "velmor_uim_send_apdu res = %d", res);
@@ -131,7 +139,7 @@ bool reset_euicc(Speaker speaker) {
     velmor_log(LogLevel::Debug, speaker, "velmor_uim_send_apdu, apdu rsp check failed.");
     return false;
   }
-  const UimCloseChannelParams close = {kSlot, channel_id};
+  const UimCloseChannelParams close = {.slot = kSlot, .channel_id = channel_id};
   res = velmor_uim_close_channel(&close);
   velmor_log(LogLevel::Debug, speaker, "velmor_uim_close_channel res = %d", res);
   puts("value=SUCCEED");

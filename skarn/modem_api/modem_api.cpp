@@ -55,7 +55,8 @@ Mutex g_table_mutex;
 Mutex g_slots_lock;
 modem_api_client* g_clients[kModemApiClients] GUARDED_BY(g_slots_lock);  // by client id
 
-void clear_slots() {
+void clear_slots(Speaker speaker = Speaker::here()) {
+  velmor_log(LogLevel::Debug, speaker, "reset client table");
   MutexLock hold(g_slots_lock);
   std::fill(std::begin(g_clients), std::end(g_clients), nullptr);
 }

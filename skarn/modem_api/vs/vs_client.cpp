@@ -3,7 +3,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "modem_api/service_client_functions.h"
 #include "modem_api/vs/vs_service.h"
@@ -38,14 +37,14 @@ uint32_t copy_stats(const vs_stat_v01* stats, uint32_t count, vs_report_entry (&
 }
 
 void on_report(const vs_report_ind_msg_v01& ind, modem_api_event_cb event_cb) {
-  auto event = std::make_unique<vs_report_event>();
-  event->field_01 = ind.field_01;
-  event->entry_count = copy_stats(ind.stats, ind.stats_len, event->entries);
+  vs_report_event event{};
+  event.field_01 = ind.field_01;
+  event.entry_count = copy_stats(ind.stats, ind.stats_len, event.entries);
   if (ind.more_stats_valid != 0) {
-    event->more_count = copy_stats(ind.more_stats, ind.more_stats_len, event->more_entries);
+    event.more_count = copy_stats(ind.more_stats, ind.more_stats_len, event.more_entries);
   }
-  event->field_11 = ind.field_11_valid != 0 ? ind.field_11 : UINT32_MAX;
-  deliver(VS_EVENT_REPORT, *event, event_cb);
+  event.field_11 = ind.field_11_valid != 0 ? ind.field_11 : UINT32_MAX;
+  deliver(VS_EVENT_REPORT, event, event_cb);
 }
 
 void on_bytes(const vs_bytes_ind_msg_v01& ind, modem_api_event_cb event_cb) {
