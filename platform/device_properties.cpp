@@ -118,6 +118,10 @@ std::string property_store::get(const char* key) {
   return properties().get(key);
 }
 
+property_store::Pair property_store::get_both(const char* first, const char* second) {
+  return {get(first), get(second)};
+}
+
 bool property_store::set(const char* key, const char* value, std::string& problem) {
   return properties().set(key, value, problem);
 }

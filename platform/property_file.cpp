@@ -19,21 +19,14 @@ std::string properties_path() {
 // looks at its time and inode again.
 class PropertyFile {
  public:
-  std::string get(const char* key) {
+  property_store::Pair get(const char* first, const char* second) {
     MutexLock hold(lock_);
     refresh();
-    return state_files::find_or(values_, key, "");
+    return {state_files::find_or(values_, first, ""), state_files::find_or(values_, second, "")};
   }
 
  private:
-  // One look at the file serves the questions of one message: asking for both print flags takes
-  // less than this.
-  static constexpr std::chrono::microseconds kOneMessage{5};
-
   void refresh() REQUIRES(lock_) {
-    const auto time = timing::Clock::now();
-    if (time - looked_ < kOneMessage) return;
-    looked_ = time;
     struct stat now {};
     if (path_.empty() || stat(path_.c_str(), &now) != 0) {
       values_.clear();
@@ -50,7 +43,6 @@ class PropertyFile {
 
   const std::string path_ = properties_path();
   Mutex lock_;
-  timing::Deadline looked_ GUARDED_BY(lock_){};
   struct stat seen_ GUARDED_BY(lock_) {};
   state_files::KeyValues values_ GUARDED_BY(lock_);
 };
@@ -68,7 +60,11 @@ bool is_name_character(char c) {
 }  // namespace
 
 std::string property_store::get(const char* key) {
-  return property_file().get(key);
+  return property_file().get(key, key).first;
+}
+
+property_store::Pair property_store::get_both(const char* first, const char* second) {
+  return property_file().get(first, second);
 }
 
 const char* property_problem(const std::string& key, const std::string& value) {

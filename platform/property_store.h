@@ -3,11 +3,16 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 namespace property_store {
 
 // The value; empty when it is unset.
 std::string get(const char* key);
+
+// Two values of one moment, for the price of one where they are in a file.
+using Pair = std::pair<std::string, std::string>;
+Pair get_both(const char* first, const char* second);
 
 // False, with `problem` in words, when the value cannot be stored.
 bool set(const char* key, const char* value, std::string& problem);

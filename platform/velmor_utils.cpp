@@ -13,6 +13,7 @@
 
 #include "environment.h"
 #include "properties.h"
+#include "property_store.h"
 #include "system_log.h"
 
 std::atomic<uint8_t> g_velmor_shell_print_flag = 1;
@@ -21,10 +22,11 @@ namespace {
 
 std::atomic<uint8_t> g_instance_id = 255;
 
-uint8_t flag_property(const char* name) {
-  char value[PROPERTY_VALUE_MAX];
-  property_get(name, value, "1");
-  return static_cast<uint8_t>(strtol(value, nullptr, 10));
+constexpr const char* kPrint = "persist.vendor.velmor.print";
+constexpr const char* kShellPrint = "persist.vendor.velmor.shell_print";
+
+uint8_t flag_of(const std::string& value) {
+  return value.empty() ? 1 : static_cast<uint8_t>(strtol(value.c_str(), nullptr, 10));
 }
 
 void write_line(int fd, std::string_view line) {
@@ -58,12 +60,18 @@ void write_line(int fd, std::string_view line) {
 }  // namespace
 
 uint8_t velmor_utils_get_print_flag() {
-  return flag_property("persist.vendor.velmor.print");
+  return flag_of(property_store::get(kPrint));
 }
 
 uint8_t velmor_utils_get_shell_print_flag() {
   if (g_velmor_shell_print_flag == 0) return 0;
-  return flag_property("persist.vendor.velmor.shell_print");
+  return flag_of(property_store::get(kShellPrint));
+}
+
+velmor_print_flags velmor_utils_get_print_flags() {
+  if (g_velmor_shell_print_flag == 0) return {velmor_utils_get_print_flag(), 0};
+  const auto [print, shell_print] = property_store::get_both(kPrint, kShellPrint);
+  return {flag_of(print), flag_of(shell_print)};
 }
 
 uint8_t velmor_get_qcril_process_instance_id() {

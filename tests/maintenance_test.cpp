@@ -3,9 +3,11 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <memory>
 
 #include "support/cli_fixture.h"
+#include "velmor_utils.h"
 
 namespace {
 
@@ -393,6 +395,24 @@ TEST_F(SmartTest, TheTimerTestCountsSecondsUntilTheTimerExpires) {
   for (const auto& row : rows) {
     EXPECT_EQ(tovi(row.args), line("velmor_smart_test_do", row.note) + help("11: smart test"));
   }
+}
+
+TEST(PrintFlags, AreThoseOfTheMomentForEveryMessage) {
+  ScratchFolder folder;
+  setenv("TOVI_STATE", (folder / "state").c_str(), 1);
+  std::filesystem::create_directory(folder / "state");
+  const std::string off = folder / "off", file = folder / "state/properties";
+  write_file(off, "persist.vendor.velmor.print=0\npersist.vendor.velmor.shell_print=0\n");
+  int stale = 0;
+  for (int i = 0; i < 1000; ++i) {
+    ASSERT_EQ(link(off.c_str(), file.c_str()), 0);
+    velmor_print_flags flags = velmor_utils_get_print_flags();
+    stale += flags.print != 0 || flags.shell_print != 0;
+    ASSERT_EQ(unlink(file.c_str()), 0);
+    flags = velmor_utils_get_print_flags();
+    stale += flags.print != 1 || flags.shell_print != 1;
+  }
+  EXPECT_EQ(stale, 0);
 }
 
 }  // namespace

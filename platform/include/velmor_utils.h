@@ -11,6 +11,13 @@ uint8_t velmor_utils_get_print_flag();
 // persist.vendor.velmor.shell_print, or 0 once g_velmor_shell_print_flag is 0.
 uint8_t velmor_utils_get_shell_print_flag();
 
+// Both flags, of one look at the properties: what a message needs.
+struct velmor_print_flags {
+  uint8_t print;
+  uint8_t shell_print;
+};
+velmor_print_flags velmor_utils_get_print_flags();
+
 // Starts at 1; 0 switches the echo off for this process, nothing switches it on.
 extern std::atomic<uint8_t> g_velmor_shell_print_flag;
 

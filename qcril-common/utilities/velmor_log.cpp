@@ -32,8 +32,10 @@ void write_system_log(LogLevel level, const LogPlace& place, const char* body) {
 
 void velmor_log(LogLevel level, const LogPlace& place, const char* format, ...) {
   const bool always = level == LogLevel::Error;
-  const bool logged = always || velmor_utils_get_print_flag() == 1;
-  const bool echoed = always || velmor_utils_get_shell_print_flag() != 0;
+  const velmor_print_flags flags =
+      always ? velmor_print_flags{1, 1} : velmor_utils_get_print_flags();
+  const bool logged = flags.print == 1;
+  const bool echoed = flags.shell_print != 0;
   if (!logged && !echoed) return;
 
   char room[512];
