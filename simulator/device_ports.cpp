@@ -10,6 +10,7 @@
 
 #include <system_error>
 
+#include "accept_client.h"
 #include "modem.h"
 #include "sim_diag.h"
 #include "unix_address.h"
@@ -118,13 +119,15 @@ bool DevicePorts::make_at_port(std::string& problem) {
 }
 
 void DevicePorts::serve() {
+  timing::Deadline accept_again = timing::kNever;  // until then nobody can be accepted
   for (;;) {
-    std::vector<pollfd> fds = {
-        {stop_.descriptor(), POLLIN, 0},
-        {diag_clients_.size() < kMaxDiagClients ? diag_.get() : -1, POLLIN, 0},
-        {at_.get(), POLLIN, 0}};
+    if (timing::Clock::now() >= accept_again) accept_again = timing::kNever;
+    const bool accepts = accept_again == timing::kNever && diag_clients_.size() < kMaxDiagClients;
+    std::vector<pollfd> fds = {{stop_.descriptor(), POLLIN, 0},
+                               {accepts ? diag_.get() : -1, POLLIN, 0},
+                               {at_.get(), POLLIN, 0}};
     for (const qmi::Descriptor& client : diag_clients_) fds.push_back({client.get(), POLLIN, 0});
-    qmi::poll_until(fds.data(), fds.size(), timing::kNever);
+    qmi::poll_until(fds.data(), fds.size(), accept_again);
     if (fds[0].revents != 0) return;
     if (fds[2].revents != 0) answer_at();
     for (size_t i = fds.size(); i > 3; --i) {
@@ -133,11 +136,11 @@ void DevicePorts::serve() {
       }
     }
     if (fds[1].revents != 0) {
-      qmi::Descriptor client(accept4(diag_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+      qmi::Descriptor client = accept_client(diag_.get(), 0);
       if (client) {
         diag_clients_.push_back(std::move(client));
-      } else if (!diag_clients_.empty()) {
-        diag_clients_.erase(diag_clients_.begin());  // out of descriptors
+      } else if (errno != EAGAIN) {
+        accept_again = timing::Clock::now() + kAcceptPause;
       }
     }
   }

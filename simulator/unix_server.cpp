@@ -10,8 +10,10 @@
 #include <sys/uio.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <deque>
 
+#include "accept_client.h"
 #include "unix_address.h"
 
 namespace sim {
@@ -147,9 +149,11 @@ void UnixServer::watch(int descriptor, uint32_t events, bool known) {
 }
 
 void UnixServer::accept_client() {
-  qmi::Descriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  qmi::Descriptor socket = sim::accept_client(listener_.get(), SOCK_NONBLOCK);
   if (!socket) {
-    refuse_client();
+    if (errno == EAGAIN) return;
+    watch(listener_.get(), 0, true);
+    accept_again_ = timing::Clock::now() + kAcceptPause;
     return;
   }
   const int descriptor = socket.get();
@@ -157,24 +161,19 @@ void UnixServer::accept_client() {
   watch(descriptor, EPOLLIN, false);
 }
 
-// Out of descriptors: the reserve is given up for a moment to hang up on the client, who would
-// otherwise keep the listener ready for ever.
-void UnixServer::refuse_client() {
-  if (errno != EMFILE && errno != ENFILE) return;
-  reserve_ = qmi::Descriptor();
-  const qmi::Descriptor refused(accept(listener_.get(), nullptr, nullptr));
-  reserve_ = qmi::Descriptor(eventfd(0, EFD_CLOEXEC));
-}
-
 void UnixServer::run(int stop_descriptor) {
   watch(stop_descriptor, EPOLLIN, false);
   for (;;) {
     pollfd ready{epoll_.get(), POLLIN, 0};
-    const timing::Deadline due = router_.next_due();
+    const timing::Deadline due = std::min(router_.next_due(), accept_again_);
     if (due != timing::kNever) qmi::poll_until(&ready, 1, due);
     epoll_event events[64];
     const int count = epoll_wait(epoll_.get(), events, 64, due == timing::kNever ? -1 : 0);
     router_.run_due();
+    if (timing::Clock::now() >= accept_again_) {
+      accept_again_ = timing::kNever;
+      watch(listener_.get(), EPOLLIN, true);
+    }
     for (int i = 0; i < count; ++i) {
       const int descriptor = events[i].data.fd;
       if (descriptor == stop_descriptor) return;

@@ -29,13 +29,12 @@ class UnixServer {
   class Connection;
 
   void accept_client();
-  void refuse_client();
   void watch(int descriptor, uint32_t events, bool known);
 
   Router& router_;
   const qmi::Descriptor epoll_;
   qmi::Descriptor listener_;
-  qmi::Descriptor reserve_{eventfd(0, EFD_CLOEXEC)};
+  timing::Deadline accept_again_ = timing::kNever;  // until then nobody can be accepted
   std::string path_;
   ino_t inode_ = 0;
   std::map<int, std::unique_ptr<Connection>> connections_;  // by descriptor

@@ -1,7 +1,9 @@
 // The simulated modem as a program, its state folder, and several programs at once.
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <time.h>
 
 #include <filesystem>
 #include <sstream>
@@ -322,6 +324,71 @@ TEST_F(Simulator, WhyASocketCannotBeConnectedToIsSaidOnceAndNotWaitedForWithoutE
     EXPECT_NE(result.out.find("error_code(-102)"), std::string::npos) << result.out;
     EXPECT_LT(timing::Clock::now() - begin, std::chrono::seconds(10)) << row.path;
   }
+}
+
+qmi::Descriptor connected(const std::string& path) {
+  qmi::Descriptor client(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  EXPECT_EQ(connect_unix(client.get(), path), 0);
+  return client;
+}
+
+enum class Treatment { Served, HungUpOn, LeftWaiting };
+
+// What comes of asking the name service for everything.
+Treatment ask(const qmi::Descriptor& client) {
+  const uint32_t lookup[] = {1, 0xFFFFFFFE, 10, 0, 0, 0, 0};
+  send(client.get(), lookup, sizeof lookup, MSG_NOSIGNAL);
+  pollfd answer{client.get(), POLLIN, 0};
+  qmi::poll_until(&answer, 1, timing::Clock::now() + std::chrono::seconds(5));
+  char byte;
+  const ssize_t n = recv(client.get(), &byte, 1, MSG_DONTWAIT);
+  if (n > 0) return Treatment::Served;
+  return n == 0 || errno == ECONNRESET ? Treatment::HungUpOn : Treatment::LeftWaiting;
+}
+
+std::chrono::nanoseconds processor_time(pid_t pid) {
+  clockid_t clock;
+  timespec used{};
+  EXPECT_EQ(clock_getcpuclockid(pid, &clock), 0);
+  clock_gettime(clock, &used);
+  return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
+}
+
+TEST_F(Simulator, AServerThatRunsOutOfDescriptorsHangsUpOnClientsAndServesTheOthers) {
+  using namespace std::chrono_literals;
+  Program server(
+      "/bin/sh",
+      {"-c", "ulimit -n 40; exec " TOVI_BUILD_FOLDER "/tovi-modem serve --unix " + socket}, state);
+  server.wait_for_error_line("tovi-modem: ready\n");
+  for (const std::string& path : {socket, folder / "state/device/dev/diag"}) {
+    std::vector<qmi::Descriptor> clients;
+    for (int i = 0; i < 60; ++i) clients.push_back(connected(path));
+    int served = 0;
+    for (const qmi::Descriptor& client : clients) {
+      const Treatment treatment = ask(client);
+      EXPECT_NE(treatment, Treatment::LeftWaiting) << path;
+      served += treatment == Treatment::Served;
+    }
+    EXPECT_GE(served, 4) << path;
+    EXPECT_LE(served, 30) << path;
+    const auto before = processor_time(server.id());
+    qmi::poll_until(nullptr, 0, timing::Clock::now() + 300ms);
+    EXPECT_LT(processor_time(server.id()) - before, 50ms) << path;
+    clients.clear();
+    EXPECT_EQ(ask(connected(path)), Treatment::Served) << path;
+  }
+  // Not even one descriptor: whoever connects waits until there is one.
+  const rlimit none{3, 40}, some{40, 40};
+  prlimit(server.id(), RLIMIT_NOFILE, &none, nullptr);
+  const auto client = connected(socket), diag_client = connected(folder / "state/device/dev/diag");
+  const auto before = processor_time(server.id());
+  qmi::poll_until(nullptr, 0, timing::Clock::now() + 500ms);
+  EXPECT_LT(processor_time(server.id()) - before, 50ms);
+  prlimit(server.id(), RLIMIT_NOFILE, &some, nullptr);
+  EXPECT_EQ(ask(client), Treatment::Served);
+  EXPECT_EQ(ask(diag_client), Treatment::Served);
+  server.kill(SIGTERM);
+  EXPECT_EQ(server.wait().status, 0);
 }
 
 TEST_F(Simulator, WrongUsageEndsWithStatus2) {

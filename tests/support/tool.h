@@ -1,6 +1,8 @@
 // Runs the built programs as a user would, in a state folder of the test's own.
 #pragma once
 
+#include <sys/types.h>
+
 #include <map>
 #include <string>
 #include <vector>
@@ -38,6 +40,7 @@ class Program {
   // Waits until the program has written `text` to standard error.
   void wait_for_error_line(const std::string& text);
   void kill(int signal);
+  pid_t id() const { return pid_; }
   Result wait();
 
  private:
