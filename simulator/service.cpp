@@ -1,5 +1,6 @@
 #include "service.h"
 
+#include <algorithm>
 #include <iterator>
 
 #include "qcci/qmi_codec.h"
@@ -19,6 +20,9 @@ constexpr qmi::Field kResultOnly[] = {
     {0x02, qmi::Required, qmi::Result, QMI_FIELD(ResultOnly, resp)},
 };
 constexpr qmi::Message kRefusal(Kind::Response, 0, "refusal", 7, sizeof(ResultOnly), kResultOnly);
+
+// A TLV that no message table has, one byte long.
+constexpr uint8_t kUnnamedTlv[] = {0x3F, 1, 0, 0};
 
 // Storage for a C structure, aligned for any of them.
 std::vector<uint64_t> room_for(const qmi::Message& message) {
@@ -98,10 +102,15 @@ std::vector<Delivery> spoil(const Fault& fault, Packet response, std::vector<Del
 }  // namespace
 
 void Aftermath::indicate(uint16_t message, const void* c_struct, uint32_t delay_ms) {
-  const qmi::Message* known = service_.find(Kind::Indication, message);
-  if (known != nullptr) {
-    indications_.push_back({delay_ms, make_packet(Kind::Indication, 0, message, *known, c_struct)});
-  }
+  const qmi::Message* known = service_.description().find(Kind::Indication, message);
+  if (known == nullptr) return;
+  indications_.push_back({delay_ms, make_packet(Kind::Indication, service_.number_indication(),
+                                                message, *known, c_struct)});
+}
+
+uint16_t Service::number_indication() {
+  if (++indications_ == 0) ++indications_;
+  return indications_;
 }
 
 std::vector<uint8_t> Service::refusal(const qmi::Header& request, uint32_t error) const {
@@ -111,11 +120,25 @@ std::vector<uint8_t> Service::refusal(const qmi::Header& request, uint32_t error
 
 std::vector<uint8_t> make_packet(Kind kind, uint16_t transaction, uint16_t id,
                                  const qmi::Message& message, const void* c_struct) {
-  Packet packet(qmi::kHeaderBytes + message.wire_max);
-  const auto body = qmi::encode(message, c_struct, std::span(packet).subspan(qmi::kHeaderBytes));
-  packet.resize(qmi::kHeaderBytes + body.value_or(0));
-  const auto length = static_cast<uint16_t>(body.value_or(0));
-  qmi::write_header({kind, transaction, id, length}, packet.data());
+  std::vector<qmi::Field> rows(message.fields.begin(), message.fields.end());
+  const auto optional = std::ranges::stable_partition(
+      rows, [](const qmi::Field& row) { return row.presence == qmi::Required; });
+  std::ranges::sort(optional, std::ranges::greater(), &qmi::Field::tlv);
+
+  Packet packet(qmi::kHeaderBytes + message.wire_max + sizeof kUnnamedTlv);
+  const auto body = std::span(packet).subspan(qmi::kHeaderBytes);
+  const auto encode_at = [&](size_t at, std::span<const qmi::Field> part) {
+    qmi::Message partial = message;
+    partial.fields = part;
+    return qmi::encode(partial, c_struct, body.subspan(at)).value_or(0);
+  };
+  size_t size = encode_at(0, {rows.begin(), optional.begin()});
+  if (const size_t others = encode_at(size + sizeof kUnnamedTlv, optional); others > 0) {
+    memcpy(&body[size], kUnnamedTlv, sizeof kUnnamedTlv);
+    size += sizeof kUnnamedTlv + others;
+  }
+  packet.resize(qmi::kHeaderBytes + size);
+  qmi::write_header({kind, transaction, id, static_cast<uint16_t>(size)}, packet.data());
   return packet;
 }
 
@@ -133,7 +156,7 @@ Exchange carry_out(Service& service, qmi::Address client, std::span<const uint8_
   if (fault != nullptr && fault->action == Fault::Action::Error) {
     return {.deliveries = {{0, service.refusal(*header, fault->value.value_or(0))}}, .outage = {}};
   }
-  Aftermath aftermath(service.description());
+  Aftermath aftermath(service);
   Packet response =
       response_to(service, client, *header, packet.subspan(qmi::kHeaderBytes), aftermath);
   constexpr Fault kNone{Fault::Action::Delay, 0};

@@ -38,10 +38,12 @@ struct Outage {
   std::optional<uint32_t> back_after_ms;  // counted from their leaving
 };
 
+class Service;
+
 // What a request causes after its response: indications to its client, a restart of the modem.
 class Aftermath {
  public:
-  explicit Aftermath(const qmi_idl_service_object& service) : service_(service) {}
+  explicit Aftermath(Service& service) : service_(service) {}
 
   // An indication, from the C structure of indication `message`, `delay_ms` after the request.
   void indicate(uint16_t message, const void* c_struct, uint32_t delay_ms = 0);
@@ -55,7 +57,7 @@ class Aftermath {
   const std::optional<Outage>& outage() const { return outage_; }
 
  private:
-  const qmi_idl_service_object& service_;
+  Service& service_;
   std::vector<Delivery> indications_;
   std::optional<Outage> outage_;
 };
@@ -77,6 +79,12 @@ class Service {
   // Drops whatever was kept for a client that has gone, or for all of them.
   virtual void client_gone(qmi::Address client) = 0;
   virtual void all_clients_gone() = 0;
+
+  // The transaction of the next indication: 1, 2, 3, as phones number them.
+  uint16_t number_indication();
+
+ private:
+  uint16_t indications_ = 0;
 };
 
 // What comes of one packet of a client.
@@ -90,7 +98,8 @@ struct Exchange {
 Exchange carry_out(Service& service, qmi::Address client, std::span<const uint8_t> packet,
                    Faults& faults, std::minstd_rand& random);
 
-// The packet of a message: its header, and its C structure encoded.
+// The packet of a message: its header, and its C structure encoded as phones do it, the mandatory
+// TLVs first and the optional ones in descending order, with one among them that nobody knows.
 std::vector<uint8_t> make_packet(qmi::Kind kind, uint16_t transaction, uint16_t id,
                                  const qmi::Message& message, const void* c_struct);
 

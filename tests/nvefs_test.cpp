@@ -251,7 +251,7 @@ TEST_F(NvefsWithModem, AChunkQuotesTheInstanceItWasGivenAndMustFit) {
     const velmor_nvefs_req payload = {
         NvefsOp::EfsWrite, 0, id, 3, {'/', 'c', 'd'}, 20, send, offset, {}};
     memcpy(req.data, &payload, sizeof payload);
-    sim::Aftermath none(service_->description());
+    sim::Aftermath none(*service_);
     EXPECT_EQ(service_->answer({1, client}, 2, &req, &resp, none), 0u);
     velmor_nvefs_rsp rsp;
     memcpy(&rsp, resp.data, sizeof rsp);

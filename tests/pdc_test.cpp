@@ -37,7 +37,7 @@ class Pdc : public FakeModemTest {
     return packet(qmi::Kind::Response, transaction_of(request), id_of(request), bytes(tlvs));
   }
   static Bytes indication(uint16_t id, const std::string& tlvs) {
-    return packet(qmi::Kind::Indication, 0, id, bytes(tlvs));
+    return packet(qmi::Kind::Indication, 3, id, bytes(tlvs));
   }
   static uint16_t id_of(const Bytes& request) {
     return static_cast<uint16_t>(request[3] | request[4] << 8);
@@ -124,6 +124,8 @@ TEST_F(Pdc, TheOutcomeIsThatOfTheIndication) {
     int result;
   } rows[] = {
       {get, active, 0},
+      {get, std::string(kGood) + "3f 0100 00 12 0200 01 aa 11 1500 14" + kId + "10 0400 05000000",
+       0},
       {get, kGood, -6},
       {get, std::string(kGood) + "12 0200 01 aa", -6},
       {get, "01 0200 1000", -1},

@@ -9,6 +9,8 @@
 #include <sstream>
 
 #include "gtest/gtest.h"
+#include "sim_pdc.h"
+#include "sim_uim.h"
 #include "support/fake_modem.h"
 #include "support/tool.h"
 #include "unix_address.h"
@@ -76,6 +78,50 @@ TEST_F(Simulator, TheSameCommandsPrintTheSameOverBothEndpoints) {
               without_lines(run("tovi", args, embedded).out));
   }
   EXPECT_FALSE(exists(folder / "elsewhere"));
+}
+
+// The mandatory TLVs, one that nobody knows, the others in descending order; numbered indications.
+TEST_F(Simulator, SendsMessagesAsPhonesLayThemOut) {
+  std::string problem;
+  const auto modem = sim::Modem::open(folder / "phone", problem);
+  ASSERT_NE(modem, nullptr) << problem;
+  const Bytes second = bytes("1112131415161718191a1b1c1d1e1f2021222324");
+  ASSERT_TRUE(modem->configurations().select(1, 0, {second.begin(), second.end()}));
+  sim::UimService uim(*modem);
+  sim::PdcService pdc(modem->configurations());
+  const std::string isd_r = "a0000005591010ffffffff8900000100", accepted = "02 0400 00000000",
+                    ids =
+                        "3f 0100 00 12 1500 14 1112131415161718191a1b1c1d1e1f2021222324"
+                        "11 1500 14 0102030405060708090a0b0c0d0e0f1011121314",
+                    select_software_0 = "01 0400 01000000 10 0400 05000000 11 0400 00000000";
+  const struct {
+    sim::Service& service;
+    std::string request;
+    std::vector<std::string> messages;
+  } rows[] = {
+      {uim,
+       "00 0900 4200 1c00 01 0100 02 10 1100 10" + isd_r + "11 0100 01",
+       {"02 0900 4200 2c00" + accepted + "3f 0100 00 12 1500 14 6f128410" + isd_r +
+        "11 0200 9000 10 0100 01"}},
+      {pdc,
+       "00 0100 2200 1500" + select_software_0,
+       {"02 0100 2200 0700" + accepted,
+        "04 0100 2200 4000 01 0200 0000" + ids + "10 0400 05000000"}},
+      {pdc,
+       "00 0200 2200 1500" + select_software_0,
+       {"02 0200 2200 0700" + accepted,
+        "04 0200 2200 4000 01 0200 0000" + ids + "10 0400 05000000"}},
+  };
+  sim::Faults no_faults;
+  std::minstd_rand random;
+  for (const auto& row : rows) {
+    const auto sent =
+        sim::carry_out(row.service, {1, 1}, bytes(row.request), no_faults, random).deliveries;
+    ASSERT_EQ(sent.size(), row.messages.size()) << row.request;
+    for (size_t i = 0; i < sent.size(); ++i) {
+      EXPECT_EQ(hex(sent[i].packet), hex(bytes(row.messages[i]))) << row.request;
+    }
+  }
 }
 
 // Two hundred times: three indications of the extension service, and the one of an activation.

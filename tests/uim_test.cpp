@@ -311,7 +311,9 @@ TEST_F(Uim, CardsAreKeptAsFarAsTheyCanBeRead) {
       {head + "01 7f0000000000", "0] State = 127|", {127, 3}},
   };
   for (const auto& row : rows) {
-    reply(kSuccess + tlv("13", row.extended) + tlv("10", "0000 ffff ffff ffff 01 050000000000"));
+    reply(kSuccess + tlv("16", "02 01000000 01000000") + tlv("15", "02 0101") +
+          tlv("13", row.extended) + tlv("11", "02 0000") +
+          tlv("10", "0000 ffff ffff ffff 01 050000000000"));
     UimCardStatus out = {{9, 9}};
     const std::string echo = echo_of([&] { return velmor_uim_get_card_status(&out); });
     EXPECT_EQ(result, 0) << row.extended;
@@ -505,7 +507,7 @@ class SimulatedCards : public testing::Test {
     return hex({resp.apdu, resp.apdu_len});
   }
   uint32_t answer(uint16_t message, const void* req, void* resp, uint32_t client) {
-    sim::Aftermath none(service->description());
+    sim::Aftermath none(*service);
     return service->answer({1, client}, message, req, resp, none);
   }
 
