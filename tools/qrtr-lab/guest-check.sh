@@ -45,6 +45,26 @@ else
   diff /tmp/embedded.out /tmp/served.out | head -20
 fi
 
+# Every socket that has sent costs the kernel's grace period when it closes.
+while read -r wanted command; do
+  count=$(strace -f -e trace=socket ./tovi $command 2>&1 >/dev/null | grep -c QIPCRTR)
+  [ "$count" = "$wanted" ] && passed "$count socket: $command" || failed "$count sockets: $command"
+done <<END
+1 3 1
+1 4 1 0 550
+1 5 1
+1 5 5
+1 5 10 1 0
+1 5 10 4 0
+1 6 4 0x23 0 0 0
+1 7 1 1
+1 9 8 0
+1 10 0 3
+1 11 2
+1 12 0
+2 10 1 3
+END
+
 serving=$(sockets)
 [ "$serving" -gt "$idle" ] && passed "the server's sockets are counted" || failed "no socket counted"
 i=0
