@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <memory>
 #include <string_view>
 
@@ -21,9 +22,15 @@ using namespace std::string_view_literals;
 using state_files::FolderLock;
 using state_files::LockPart;
 
+// The file `version`: "VERSION REVISION". Another version is another layout, which is refused. The
+// revision counts what was added to the factory content; a folder of a lower one gets the factory
+// files of the higher ones that it lacks. Builds that had no revision wrote the version alone: 0.
 constexpr std::string_view kVersion = "1";
+constexpr unsigned int kRevision = 1;
+constexpr unsigned int kStatisticsRevision = 1;
 
 struct FactoryFile {
+  unsigned int revision;  // the one that it came with
   const char* path;
   std::string_view bytes;
 };
@@ -68,30 +75,32 @@ constexpr std::array<char, 100> kShareMemory = {1, 2, 3, 4, 5};
 // clang-format off
 constexpr FactoryFile kFactoryFiles[] = {
   // NV 10: preferred mode, automatic. NV 550: the IMEI, one digit a nibble.
-  { "nv/0/10",                                             "\x00\x04\x00"sv                         },
-  { "nv/0/550",                                            "\x08\x0a\x10\x10\x32\x54\x76\x98\x20"sv },
-  { "nv/1/10",                                             "\x00\x04\x00"sv                         },
-  { "nv/1/550",                                            "\x08\x0a\x10\x10\x32\x54\x76\x98\x01"sv },
-  { "efs/0/nv/item_files/modem/mmode/device_mode",         "\x02"sv                                 },
-  { "efs/0/nv/item_files/modem/mmode/lte_bandpref",        "\xdf\x18\x0a\x00\x42\x00\x00\x00"sv     },
-  { "efs/0/nv/item_files/ims/IMS_enable",                  "\x01"sv                                 },
-  { "efs/1/nv/item_files/modem/mmode/device_mode",         "\x02"sv                                 },
-  { "efs/1/nv/item_files/modem/mmode/lte_bandpref",        "\x05\x00\x08\x00\x40\x00\x00\x00"sv     },
-  { "efs/1/nv/item_files/ims/IMS_enable",                  "\x00"sv                                 },
-  { "efs/1/nv/item_files/modem/uim/uimdrv/esim_enable",    "\x01\x00\x00\x00"sv                     },
-  { "slot/1",                                              kSlot1                                   },
-  { "slot/2",                                              kSlot2                                   },
-  { "euicc",                                               kEuicc                                   },
-  { "pdc/configs",                                         kConfigs                                 },
-  { "pdc/platform/0",                                      kPlatform                                },
-  { "pdc/platform/1",                                      kPlatform                                },
-  { "pdc/software/0",                                      kSoftware0                               },
-  { "pdc/software/1",                                      kSoftware1                               },
-  { "device/data/vendor/modem/share_memory",               {kShareMemory.data(), kShareMemory.size()} },
-  { "sar",                                                 "# DSI, 0 to 20\ndsi=3\n"sv              },
-  { "properties",                                          "# One property a line: name=value\n"sv  },
+  { 1, "nv/0/10",                                             "\x00\x04\x00"sv                         },
+  { 1, "nv/0/550",                                            "\x08\x0a\x10\x10\x32\x54\x76\x98\x20"sv },
+  { 1, "nv/1/10",                                             "\x00\x04\x00"sv                         },
+  { 1, "nv/1/550",                                            "\x08\x0a\x10\x10\x32\x54\x76\x98\x01"sv },
+  { 1, "efs/0/nv/item_files/modem/mmode/device_mode",         "\x02"sv                                 },
+  { 1, "efs/0/nv/item_files/modem/mmode/lte_bandpref",        "\xdf\x18\x0a\x00\x42\x00\x00\x00"sv     },
+  { 1, "efs/0/nv/item_files/ims/IMS_enable",                  "\x01"sv                                 },
+  { 1, "efs/1/nv/item_files/modem/mmode/device_mode",         "\x02"sv                                 },
+  { 1, "efs/1/nv/item_files/modem/mmode/lte_bandpref",        "\x05\x00\x08\x00\x40\x00\x00\x00"sv     },
+  { 1, "efs/1/nv/item_files/ims/IMS_enable",                  "\x00"sv                                 },
+  { 1, "efs/1/nv/item_files/modem/uim/uimdrv/esim_enable",    "\x01\x00\x00\x00"sv                     },
+  { 1, "slot/1",                                              kSlot1                                   },
+  { 1, "slot/2",                                              kSlot2                                   },
+  { 1, "euicc",                                               kEuicc                                   },
+  { 1, "pdc/configs",                                         kConfigs                                 },
+  { 1, "pdc/platform/0",                                      kPlatform                                },
+  { 1, "pdc/platform/1",                                      kPlatform                                },
+  { 1, "pdc/software/0",                                      kSoftware0                               },
+  { 1, "pdc/software/1",                                      kSoftware1                               },
+  { 1, "device/data/vendor/modem/share_memory",               {kShareMemory.data(), kShareMemory.size()} },
+  { 1, "sar",                                                 "# DSI, 0 to 20\ndsi=3\n"sv              },
+  { 1, "properties",                                          "# One property a line: name=value\n"sv  },
 };
 // clang-format on
+static_assert(std::all_of(std::begin(kFactoryFiles), std::end(kFactoryFiles),
+                          [](const FactoryFile& file) { return file.revision <= kRevision; }));
 
 std::string failure(const std::string& path) {
   return path + ": " + strerror(errno);
@@ -101,9 +110,19 @@ bool exists(const std::string& path) {
   return access(path.c_str(), F_OK) == 0;
 }
 
-bool check_version(const std::string& folder, std::string& problem) {
-  const auto version = state_files::read(folder + "/version");
-  if (version && state_files::trim(*version) == kVersion) return true;
+// The revision of what a folder holds, 0 where there is nothing yet. False for another version.
+bool read_revision(const std::string& folder, unsigned int& revision, std::string& problem) {
+  revision = 0;
+  if (!exists(folder + "/version")) return true;
+  const auto content = state_files::read(folder + "/version");
+  const std::string_view words = content ? state_files::trim(*content) : "";
+  const size_t blank = std::min(words.find(' '), words.size());
+  const char* const end = words.data() + words.size();
+  if (words.substr(0, blank) == kVersion) {
+    if (blank == words.size()) return true;
+    const auto [rest, error] = std::from_chars(words.data() + blank + 1, end, revision);
+    if (error == std::errc() && rest == end) return true;
+  }
   problem = folder + ": holds the state of another version of this program";
   return false;
 }
@@ -123,7 +142,8 @@ bool holds_only_state(const std::string& folder) {
   return true;
 }
 
-// The version comes last: until it is there, the next process begins again.
+// Adds the factory files that came after what the folder holds. The version comes last: until it is
+// there, the next process begins again.
 bool write_factory_content(const std::string& folder, std::string& problem) {
   if (!exists(folder + "/version") && !holds_only_state(folder)) {
     problem = folder + ": holds other things than a modem's state";
@@ -138,22 +158,23 @@ bool write_factory_content(const std::string& folder, std::string& problem) {
     problem = failure(folder + "/lock");
     return false;
   }
-  if (exists(folder + "/version")) return true;
+  unsigned int held = 0;
+  if (!read_revision(folder, held, problem)) return false;
+  if (held >= kRevision) return true;  // another process was faster
+  const auto add = [&](unsigned int revision, const std::string& name, std::string_view bytes) {
+    const std::string path = folder + "/" + name;
+    if (revision <= held || exists(path) || state_files::write(folder, path, bytes)) return true;
+    problem = failure(path);
+    return false;
+  };
   for (const FactoryFile& file : kFactoryFiles) {
-    const std::string path = folder + "/" + file.path;
-    if (!exists(path) && !state_files::write(folder, path, file.bytes)) {
-      problem = failure(path);
-      return false;
-    }
+    if (!add(file.revision, file.path, file.bytes)) return false;
   }
   for (const auto& [name, text] : Statistics::factory_files()) {
-    const std::string path = folder + "/" + name;
-    if (!exists(path) && !state_files::write(folder, path, text)) {
-      problem = failure(path);
-      return false;
-    }
+    if (!add(kStatisticsRevision, name, text)) return false;
   }
-  if (state_files::write(folder, folder + "/version", std::string(kVersion) + "\n")) return true;
+  const std::string version = std::string(kVersion) + " " + std::to_string(kRevision) + "\n";
+  if (state_files::write(folder, folder + "/version", version)) return true;
   problem = failure(folder + "/version");
   return false;
 }
@@ -184,8 +205,9 @@ bool remove_tree(const std::string& path) {
 }  // namespace
 
 bool prepare_state_folder(const std::string& folder, std::string& problem) {
-  if (!exists(folder + "/version") && !write_factory_content(folder, problem)) return false;
-  return check_version(folder, problem);
+  unsigned int revision = 0;
+  if (!read_revision(folder, revision, problem)) return false;
+  return revision >= kRevision || write_factory_content(folder, problem);
 }
 
 bool empty_state_folder(const std::string& folder, std::string& problem) {
@@ -194,7 +216,8 @@ bool empty_state_folder(const std::string& folder, std::string& problem) {
     problem = folder + ": not a state folder (it has no file version)";
     return false;
   }
-  if (!check_version(folder, problem)) return false;
+  unsigned int revision = 0;
+  if (!read_revision(folder, revision, problem)) return false;
   const FolderLock no_server(folder, LockPart::Serving, FolderLock::Mode::Exclusive,
                              FolderLock::Wait::No);
   if (!no_server.held()) {

@@ -5,8 +5,9 @@
 
 namespace sim {
 
-// Makes sure that `folder` holds a modem's state, with factory content when it is new. False, with
-// `problem` in words, when that cannot be done.
+// Makes sure that `folder` holds a modem's state, with factory content when it is new, and with
+// what the factory content has gained since an earlier build made it. False, with `problem` in
+// words, when that cannot be done.
 bool prepare_state_folder(const std::string& folder, std::string& problem);
 
 // Removes all that `folder` holds, but for its lock file; a new one has nothing to remove. False,

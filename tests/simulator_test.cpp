@@ -267,9 +267,43 @@ TEST_F(Simulator, ResetEmptiesOnlyAStateFolderThatNoServerUses) {
   EXPECT_FALSE(exists(folder / "state/precious"));
   EXPECT_TRUE(exists(folder / "outside"));
   EXPECT_NE(run("tovi", {"4", "1", "0", "550"}, state).out.find("data len(9)"), std::string::npos);
-  write_file(folder / "state/version", "999\n");
-  EXPECT_NE(run("tovi", {"4", "1", "0", "550"}, state).err.find("another version"),
-            std::string::npos);
+  for (const char* version : {"999\n", "", "1 x\n", "1 1 1\n", "1 -1\n", "11\n", "2 1\n"}) {
+    write_file(folder / "state/version", version);
+    EXPECT_NE(run("tovi", {"4", "1", "0", "550"}, state).err.find("another version"),
+              std::string::npos)
+        << version;
+  }
+}
+
+TEST_F(Simulator, AFolderOfAnEarlierBuildGetsWhatItLacksOnce) {
+  run("tovi", {"4", "1", "0", "550"}, state);
+  const std::string current = read_file(folder / "state/version");
+  EXPECT_EQ(current, "1 1\n");
+  const std::string record = read_file(folder / "state/stats/1/110");
+  const struct {
+    const char* version;
+    bool completes;
+    std::string afterwards;
+  } rows[] = {{"1\n", true, current},
+              {"1 0\n", true, current},
+              {"1 1\n", false, current},
+              {"1 999\n", false, "1 999\n"}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.version);
+    write_file(folder / "state/version", row.version);
+    write_file(folder / "state/nv/0/550", "mine");
+    std::filesystem::remove(folder / "state/sar");
+    std::filesystem::remove_all(folder / "state/stats");
+    EXPECT_EQ(run("tovi", {"4", "1", "0", "550"}, state).err, "");
+    EXPECT_EQ(exists(folder / "state/sar"), row.completes);
+    EXPECT_EQ(exists(folder / "state/stats/1/110"), row.completes);
+    EXPECT_EQ(read_file(folder / "state/nv/0/550"), "mine");
+    EXPECT_EQ(read_file(folder / "state/version"), row.afterwards);
+    if (row.completes) {
+      EXPECT_EQ(read_file(folder / "state/stats/1/110"), record);
+      EXPECT_EQ(read_file(folder / "state/sar"), "# DSI, 0 to 20\ndsi=3\n");
+    }
+  }
 }
 
 TEST_F(Simulator, AFolderOfSomebodysOwnNeverBecomesAStateFolder) {
