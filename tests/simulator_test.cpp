@@ -488,4 +488,27 @@ TEST_F(Simulator, WrongUsageEndsWithStatus2) {
   EXPECT_TRUE(modem({"--version"}).out.starts_with("tovi-modem "));
 }
 
+// A tree of the script and of a build that copies one file, in place of the real one.
+TEST(Run, SaysThatItBuildsOnlyWhenThereIsSomethingToBuild) {
+  const ScratchFolder folder;
+  const std::string script = folder / "run";
+  std::filesystem::copy(TOVI_TEST_DATA "/../run", folder.path());
+  write_file(folder / "build/release/build.ninja",
+             "rule copy\n command = cp $in $out && chmod +x $out\n"
+             "build tovi: copy source\nbuild tovi-modem: copy source\n");
+  const Variables path = {{"PATH", getenv("PATH")}};
+  for (const std::string word : {"one", "two"}) {
+    write_file(folder / "build/release/source", "#!/bin/sh\necho " + word + " $1\n");
+    for (const char* said : {"run: building what has changed\n", ""}) {
+      const Result result = run(script, {"x"}, path);
+      EXPECT_EQ(result.out, word + " x\n");
+      EXPECT_EQ(result.err, said);
+    }
+  }
+  std::filesystem::remove(folder / "build/release/source");
+  const Result broken = run(script, {"x"}, path);
+  EXPECT_EQ(broken.status, 1);
+  EXPECT_NE(broken.err.find("run: the build failed:\n"), std::string::npos) << broken.err;
+}
+
 }  // namespace
