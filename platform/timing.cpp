@@ -18,11 +18,6 @@ std::chrono::nanoseconds multiply(double ms, double factor) {
   return std::chrono::nanoseconds(static_cast<int64_t>(ns));
 }
 
-bool wait_until_readable(int fd, Deadline deadline) {
-  pollfd watched{fd, POLLIN, 0};
-  return qmi::poll_until(&watched, 1, deadline) == 1;
-}
-
 // Bytes that a read would find.
 int readable(int fd) {
   int bytes = 0;
@@ -44,13 +39,10 @@ Deadline peer_deadline(uint32_t ms) {
   return Clock::now() + std::max(scaled(ms), least);
 }
 
-bool wait_readable(int fd, uint32_t ms) {
-  return wait_until_readable(fd, peer_deadline(ms));
-}
-
 void wait_quiet(int fd, uint32_t quiet_ms, uint32_t ms) {
   const Deadline deadline = peer_deadline(ms);
-  if (!wait_until_readable(fd, deadline)) return;
+  pollfd watched{fd, POLLIN, 0};
+  if (qmi::poll_until(&watched, 1, deadline) != 1) return;
   const auto quiet = std::max(scaled(quiet_ms), multiply(quiet_ms, 1.0));
   int before;
   int now = readable(fd);

@@ -146,13 +146,16 @@ void DevicePorts::serve() {
   }
 }
 
-// Takes one command. False when the client has gone.
+// Takes one command; every client hears what the modem says. False when the client has gone.
 bool DevicePorts::answer_diag(int client) {
   uint8_t command[kMaxDiagCommand];
   const ssize_t n = recv(client, command, sizeof command, MSG_DONTWAIT);
   if (n <= 0) return false;
-  const auto answer = diag_answer(modem_, {command, static_cast<size_t>(n)});
-  send(client, answer.data(), answer.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  for (const std::string& packet : diag_packets(modem_, {command, static_cast<size_t>(n)})) {
+    for (const qmi::Descriptor& hearer : diag_clients_) {
+      send(hearer.get(), packet.data(), packet.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    }
+  }
   return true;
 }
 

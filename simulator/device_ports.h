@@ -1,6 +1,6 @@
 // The ports of the simulated modem that do not speak QMI, in the device tree of the state folder:
-// dev/diag, a socket that takes diag commands and answers each with one packet, and dev/smd8, the
-// AT port, a link to a pseudo-terminal.
+// dev/diag, a socket that takes diag commands and tells every client what the modem says, and
+// dev/smd8, the AT port, a link to a pseudo-terminal.
 #pragma once
 
 #include <string>

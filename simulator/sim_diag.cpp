@@ -69,13 +69,28 @@ constexpr Command kCommands[] = {
     {kExtendedBuildId, extended_build_id},
 };
 
-}  // namespace
-
-std::string diag_answer(const Modem& modem, std::span<const uint8_t> command) {
+std::string answer(const Modem& modem, std::span<const uint8_t> command) {
   for (const Command& known : kCommands) {
     if (!command.empty() && command[0] == known.code) return known.answer(modem, command);
   }
   return refused(kBadCommand, command);
+}
+
+// A log packet without data: twice its length, which log it is, when it was made.
+std::string log_packet() {
+  return "\x10\x00\x0c\x00\x0c\x00\x01\x10\x00\x00\x00\x00\x00\x00\x00\x00"s;
+}
+
+// One that cannot be taken for the answer to `command`.
+std::string answer_to_somebody_else(const Modem& modem, std::span<const uint8_t> command) {
+  const bool asks_version = !command.empty() && command[0] == kVersion;
+  return asks_version ? extended_build_id(modem, {}) : version(modem, {});
+}
+
+}  // namespace
+
+std::vector<std::string> diag_packets(const Modem& modem, std::span<const uint8_t> command) {
+  return {log_packet(), answer_to_somebody_else(modem, command), answer(modem, command)};
 }
 
 }  // namespace sim

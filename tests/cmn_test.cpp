@@ -211,6 +211,32 @@ TEST_F(Cmn, DiagCommandsInEachOfTheFourWays) {
   EXPECT_FALSE(exists(folder / "state/device/dev/diag"));
 }
 
+// Also who asked for nothing.
+TEST_F(Cmn, TheDiagPortTellsEveryClientWhatTheModemSays) {
+  Program server("tovi-modem", {"serve", "--unix", folder / "socket"}, variables);
+  server.wait_for_error_line("tovi-modem: ready\n");
+  const auto client = [&] {
+    qmi::Descriptor port(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(connect_unix(port.get(), folder / "state/device/dev/diag"), 0);
+    return port;
+  };
+  const auto heard = [](const qmi::Descriptor& port) {
+    char bytes[256];
+    return std::string(
+        bytes, static_cast<size_t>(std::max<ssize_t>(recv(port.get(), bytes, sizeof bytes, 0), 0)));
+  };
+  const qmi::Descriptor listens = client(), asks = client();
+  for (const char* command : {"\x26", ""}) {
+    EXPECT_EQ(send(asks.get(), command, 1, 0), 1);
+    for (const qmi::Descriptor* port : {&listens, &asks}) {
+      const std::string log = heard(*port), others = heard(*port), answer = heard(*port);
+      EXPECT_EQ(log, std::string("\x10\0\x0c\0\x0c\0\x01\x10\0\0\0\0\0\0\0\0", 16));
+      EXPECT_EQ(others.substr(0, 1), *command != 0 ? std::string(1, '\0') : "\x7c");
+      EXPECT_EQ(answer.substr(0, 2), *command != 0 ? "\x15\x26" : std::string("\0J", 2));
+    }
+  }
+}
+
 // A diag port that answers one command with `size` bytes, or hangs up.
 TEST_F(Cmn, DiagAnswersAreCutAndWithoutOneThereIsAnError) {
   const std::string path = folder / "dev/diag";
@@ -235,7 +261,7 @@ TEST_F(Cmn, DiagAnswersAreCutAndWithoutOneThereIsAnError) {
       const qmi::Descriptor client(accept(listener.get(), nullptr, nullptr));
       char byte;
       EXPECT_EQ(recv(client.get(), &byte, 1, 0), 1);
-      const std::string answer(static_cast<size_t>(std::max(size, 0)), '\x5a');
+      const std::string answer(static_cast<size_t>(std::max(size, 0)), '\x01');
       if (size > 0) send(client.get(), answer.data(), answer.size(), 0);
       if (size >= 0) recv(client.get(), &byte, 1, 0);  // until the other side gives up
     });
@@ -245,7 +271,7 @@ TEST_F(Cmn, DiagAnswersAreCutAndWithoutOneThereIsAnError) {
       EXPECT_EQ(out, failure);
     } else {
       EXPECT_EQ(count(out, "rsp data len(10240)\n"), 1u) << size;
-      EXPECT_EQ(count(out, " 0x5A"), 10240u);
+      EXPECT_EQ(count(out, " 0x01"), 10240u);
     }
   }
 }

@@ -24,10 +24,6 @@ std::chrono::nanoseconds scaled_s(uint64_t s);
 // than `ms` or 50 ms, whichever is less: the peer does not run faster for it.
 Deadline peer_deadline(uint32_t ms);
 
-// Waits until there is something to read at `fd`, or for `ms` as for a peer. False when there is
-// not.
-bool wait_readable(int fd, uint32_t ms);
-
 // Waits, at most `ms` as for a peer, until there is something to read at `fd` that has not grown
 // for `quiet_ms`: what comes in pieces is whole then. Scaling never makes the quiet shorter.
 void wait_quiet(int fd, uint32_t quiet_ms, uint32_t ms);

@@ -1,7 +1,9 @@
-// The maker's diag library: commands to the modem's diag port.
+// The maker's diag library: commands to the modem's diag port. On a device that is its diag router,
+// where one runs, else the socket /dev/diag.
 //
-// Each call returns 0, or -1 when the port cannot be opened, does not take the command within
-// `time_out_ms` (or a second), or (with result) gives no answer within `time_out_ms` after that.
+// Each call returns 0, or -1 when the port cannot be opened, or when not all of it is done within
+// `time_out_ms` (without result: a second). What the port says that is no answer to the command is
+// skipped until then.
 // The two ways of the phone's library, by callback and through the DCI, make no difference on the
 // one port that stands for both here.
 #pragma once
