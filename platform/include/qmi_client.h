@@ -103,8 +103,8 @@ qmi_client_error_type qmi_client_register_notify_cb(qmi_client_type notifier,
 // QMI_SERVICE_ERR when the service goes away; QMI_INTERNAL_ERR for an unknown message, wrong sizes
 // or a malformed response. `resp` is untouched unless a response arrived; of a malformed one it
 // holds nothing. Callbacks of the handle for what arrived before the response, or the end of the
-// wait, have run when this returns, unless it is called from a callback: so a lock that a callback
-// takes must not be held over it.
+// wait, have run when this returns, unless it is called from a callback; one that does not end is
+// waited for 3 s, so a lock that a callback takes should not be held over this.
 qmi_client_error_type qmi_client_send_msg_sync(qmi_client_type handle, unsigned int msg_id,
                                                void* req, unsigned int req_len, void* resp,
                                                unsigned int resp_len, unsigned int time_out_ms);

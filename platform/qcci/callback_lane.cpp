@@ -5,6 +5,8 @@
 namespace qmi {
 namespace {
 
+constexpr std::chrono::seconds kSettleLimit{3};
+
 // Whether this thread runs callbacks.
 thread_local bool t_runs_callbacks = false;
 
@@ -68,7 +70,9 @@ void CallbackLane::settle() {
   if (t_runs_callbacks) return;
   MutexLock hold(lock_);
   const uint64_t queued = posted_;
-  while (active_ && ended_ < queued) finished_.wait(lock_);
+  const timing::Deadline limit = timing::Clock::now() + kSettleLimit;
+  while (active_ && ended_ < queued && finished_.wait_until(lock_, limit)) {
+  }
 }
 
 void CallbackLane::run() {

@@ -18,7 +18,8 @@ class CallbackLane : public std::enable_shared_from_this<CallbackLane> {
   // Queues a callback. Dropped once the lane is closed, or when no thread can be had.
   void post(std::function<void()> callback);
 
-  // Waits until every callback that is queued by now has run. Called from a callback, of this lane
+  // Waits until every callback that is queued by now has run, but no more than a few seconds for
+  // one that does not end: it may itself wait for the caller. Called from a callback, of this lane
   // or another, it does not wait: two callbacks could wait for each other.
   void settle();
 
