@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <functional>
 #include <regex>
 
@@ -212,7 +213,7 @@ class Trial {
       : what_(std::string(operation.name) + " " + rule) {
     for (unsigned int i = 0; i < kFileBytes; ++i) file_ += static_cast<char>(pattern(i));
     Variables variables = {{"TOVI_STATE", folder_ / "state"}, {"TOVI_TIME_SCALE", time_scale}};
-    EXPECT_EQ(run("tovi-modem", {"setprop", "a", "1"}, variables).status, 0);  // makes the state
+    std::filesystem::copy(new_state(), folder_ / "state", std::filesystem::copy_options::recursive);
     write_file(folder_ / "state/nv/0/7", file_.substr(0, 200));
     write_file(folder_ / "state/efs/0/file", file_);
     if (served) {
@@ -249,6 +250,15 @@ class Trial {
   bool file_is_whole() const { return read_file(folder_ / "state/efs/0/file") == file_; }
 
  private:
+  // A folder of factory content: to copy it is faster than to have it made, safely, each time.
+  static std::string new_state() {
+    static const ScratchFolder folder;
+    static const Result made =
+        run("tovi-modem", {"setprop", "a", "1"}, {{"TOVI_STATE", folder / "state"}});
+    EXPECT_EQ(made.status, 0) << made.err;
+    return folder / "state";
+  }
+
   static Outcome carry_out(const Operation& operation) {
     dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
     g_velmor_shell_print_flag = 0;
@@ -292,8 +302,9 @@ class FaultLoop : public testing::TestWithParam<bool> {
     };
     std::vector<Case> cases;
     for (const Operation& operation : kOperations) {
-      // A sanitizer is slow to start: there the first and the last will do.
-      const int step = kSlow ? std::max(1, operation.exchanges - 1) : 1;
+      // A sanitizer is slow to start, and cuts are many: there the first and the last will do.
+      const bool ends_only = kSlow || action.starts_with("short");
+      const int step = ends_only ? std::max(1, operation.exchanges - 1) : 1;
       for (int n = 1; n <= operation.exchanges; n += step) {
         const std::string rule = "ffe4/2#" + std::to_string(n) + "=" + action;
         cases.push_back(
