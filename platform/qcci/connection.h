@@ -21,7 +21,8 @@
 namespace qmi {
 
 // The one lock of the library, for its connections, its directory, its clients and notifiers. It is
-// not held while a thread waits for a packet, sends a request or runs a callback. Under it come
+// not held while a thread waits for a packet, sends a request or runs a callback; only to be let
+// in, and to ask the name service, may take its limit of a second with the lock held. Under it come
 // only the leaves: a lane's, and those of the reading threads, the callback threads, the signals
 // and the handles. The program's own locks are taken before it.
 extern Mutex bus_lock;

@@ -81,21 +81,18 @@ qmi_client_error_type Directory::refresh(Service& service) {
   }
   if (!service.answered && !service.waited_for) {
     connection_->wait(deadline, [&]() REQUIRES(bus_lock) { return service.answered; });
-    service.waited_for = !service.answered;
-    if (!service.answered) give_up(service);
+    if (!service.answered && connection_->is_open()) give_up(service);
   }
   connection_->hand_over();
   return QMI_NO_ERR;
 }
 
-// The end marker of its lookup will not come, or will be one too many.
+// Its end marker may still come, so the lookup keeps its place among the unanswered: a marker tells
+// only by its order what it ends.
 void Directory::give_up(Service& service) {
   static std::atomic_flag said;
-  std::erase(unanswered_, service.id);
-  if (connection_->is_open()) {
-    environment::complain_once(said, "TOVI_MODEM=%s: no answer",
-                               environment::modem()->text.c_str());
-  }
+  service.waited_for = true;
+  environment::complain_once(said, "TOVI_MODEM=%s: no answer", environment::modem()->text.c_str());
 }
 
 qmi_client_error_type Directory::list(const qmi_idl_service_object& object,
