@@ -43,14 +43,13 @@ using result_ind       = pdc_result_ind_msg_v01;
 using opaque_ind       = pdc_opaque_ind_msg_v01;
 using any_resp         = pdc_resp_msg_v01;
 
-// Numbers marked (*) stand in no public description; confirm them on hardware before use. First of
-// all that of deactivation: a wrong one may deactivate the other subscription. The indications of
-// delete and of the feature, and the request of the feature, are taken to be like the others.
+// What is marked (*) stands in no open description. The slots, the kind of an activation and what
+// 0x24 has in 0x12 stand in one open source each; no other source and no hardware confirms them.
 constexpr Field kGetSelectedReq[] = {
   { 0x01, Required, U32, QMI_FIELD(get_selected_req, config_type)        },
   { 0x10, Optional, U32, QMI_OPTIONAL(get_selected_req, ind_token)       },
-  { 0x11, Optional, U32, QMI_OPTIONAL(get_selected_req, subscription_id) },  // (*)
-  { 0x12, Optional, U32, QMI_OPTIONAL(get_selected_req, slot_id)         },  // (*)
+  { 0x11, Optional, U32, QMI_OPTIONAL(get_selected_req, subscription_id) },
+  { 0x12, Optional, U32, QMI_OPTIONAL(get_selected_req, slot_id)         },
 };
 constexpr Field kGetSelectedInd[] = {
   { 0x01, Required, U16as32, QMI_FIELD(get_selected_ind, error)                     },
@@ -61,19 +60,19 @@ constexpr Field kGetSelectedInd[] = {
 constexpr Field kSetSelectedReq[] = {
   { 0x01, Required, ConfigInfo, QMI_FIELD(set_selected_req, new_config_info)    },
   { 0x10, Optional, U32,        QMI_OPTIONAL(set_selected_req, ind_token)       },
-  { 0x11, Optional, U32,        QMI_OPTIONAL(set_selected_req, subscription_id) },  // (*)
-  { 0x12, Optional, U32,        QMI_OPTIONAL(set_selected_req, slot_id)         },  // (*)
+  { 0x11, Optional, U32,        QMI_OPTIONAL(set_selected_req, subscription_id) },
+  { 0x12, Optional, U32,        QMI_OPTIONAL(set_selected_req, slot_id)         },
 };
 constexpr Field kListReq[] = {
   { 0x10, Optional, U32, QMI_OPTIONAL(list_req, ind_token)   },
   { 0x11, Optional, U32, QMI_OPTIONAL(list_req, config_type) },
-  { 0x12, Optional, U8,  QMI_OPTIONAL(list_req, next_page)   },  // (*)
+  { 0x12, Optional, U8,  QMI_OPTIONAL(list_req, next_page)   },
 };
 constexpr Field kListInd[] = {
   { 0x01, Required, U16as32,                           QMI_FIELD(list_ind, error)               },
   { 0x10, Optional, U32,                               QMI_OPTIONAL(list_ind, ind_token)        },
   { 0x11, Optional, Counted8(ConfigInfo, kPdcMaxList), QMI_OPTIONAL_LIST(list_ind, config_list) },
-  { 0x12, Optional, U8,                                QMI_OPTIONAL(list_ind, more_available)   },  // (*)
+  { 0x12, Optional, U8,                                QMI_OPTIONAL(list_ind, more_available)   },
 };
 constexpr Field kDeleteReq[] = {
   { 0x01, Required, U32, QMI_FIELD(delete_req, config_type)       },
@@ -94,9 +93,9 @@ constexpr Field kLoadInd[] = {
 constexpr Field kActivateReq[] = {
   { 0x01, Required, U32, QMI_FIELD(activate_req, config_type)        },
   { 0x10, Optional, U32, QMI_OPTIONAL(activate_req, ind_token)       },
-  { 0x11, Optional, U32, QMI_OPTIONAL(activate_req, activation_type) },  // (*)
-  { 0x12, Optional, U32, QMI_OPTIONAL(activate_req, subscription_id) },  // (*)
-  { 0x13, Optional, U32, QMI_OPTIONAL(activate_req, slot_id)         },  // (*)
+  { 0x11, Optional, U32, QMI_OPTIONAL(activate_req, activation_type) },
+  { 0x12, Optional, U32, QMI_OPTIONAL(activate_req, subscription_id) },
+  { 0x13, Optional, U32, QMI_OPTIONAL(activate_req, slot_id)         },
 };
 constexpr Field kInfoReq[] = {
   { 0x01, Required, ConfigInfo, QMI_FIELD(info_req, config_info)  },
@@ -111,16 +110,16 @@ constexpr Field kInfoInd[] = {
   { 0x16, Optional, U32,         QMI_OPTIONAL(info_ind, base_version)     },
 };
 constexpr Field kDefaultInd[] = {
-  { 0x01, Required, U16as32,     QMI_FIELD(default_ind, error)               },  // (*)
-  { 0x10, Optional, U32,         QMI_OPTIONAL(default_ind, ind_token)        },  // (*)
-  { 0x11, Optional, U32,         QMI_OPTIONAL(default_ind, config_version)   },  // (*)
-  { 0x12, Optional, U32,         QMI_OPTIONAL(default_ind, total_size)       },  // (*)
-  { 0x13, Optional, Description, QMI_OPTIONAL_LIST(default_ind, config_desc) },  // (*)
+  { 0x01, Required, U16as32,     QMI_FIELD(default_ind, error)               },
+  { 0x10, Optional, U32,         QMI_OPTIONAL(default_ind, ind_token)        },
+  { 0x11, Optional, U32,         QMI_OPTIONAL(default_ind, config_version)   },
+  { 0x12, Optional, U32,         QMI_OPTIONAL(default_ind, total_size)       },
+  { 0x13, Optional, Description, QMI_OPTIONAL_LIST(default_ind, config_desc) },
 };
 constexpr Field kDeactivateReq[] = {
   { 0x01, Required, U32, QMI_FIELD(deactivate_req, config_type)        },
   { 0x10, Optional, U32, QMI_OPTIONAL(deactivate_req, ind_token)       },
-  { 0x11, Optional, U32, QMI_OPTIONAL(deactivate_req, subscription_id) },  // (*)
+  { 0x11, Optional, U32, QMI_OPTIONAL(deactivate_req, subscription_id) },
 };
 constexpr Field kTypeReq[] = {
   { 0x01, Required, U32, QMI_FIELD(type_req, config_type)  },
@@ -162,9 +161,9 @@ constexpr Message kMessages[] = {
   { Kind::Request,    0x2B, "deactivate",       21,    sizeof(deactivate_req),   kDeactivateReq  },
   { Kind::Response,   0x2B, "deactivate",       7,     sizeof(any_resp),         kAnyResp        },
   { Kind::Indication, 0x2B, "deactivate",       12,    sizeof(result_ind),       kResultInd      },
-  { Kind::Request,    0x2E, "set_feature",      14,    sizeof(type_req),         kTypeReq        },
-  { Kind::Response,   0x2E, "set_feature",      7,     sizeof(any_resp),         kAnyResp        },
-  { Kind::Indication, 0x2E, "set_feature",      12,    sizeof(result_ind),       kResultInd      },
+  { Kind::Request,    0x2E, "set_feature",      14,    sizeof(type_req),         kTypeReq        },  // (*)
+  { Kind::Response,   0x2E, "set_feature",      7,     sizeof(any_resp),         kAnyResp        },  // (*)
+  { Kind::Indication, 0x2E, "set_feature",      12,    sizeof(result_ind),       kResultInd      },  // (*)
   { Kind::Indication, 0x20, "register",         sizeof(opaque_ind) },
   { Kind::Indication, 0x21, "config_change",    sizeof(opaque_ind) },
   { Kind::Indication, 0x29, "get_limits",       sizeof(opaque_ind) },

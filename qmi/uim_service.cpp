@@ -103,9 +103,9 @@ using open_resp   = uim_open_logical_channel_resp_msg_v01;
 using eid_req     = uim_get_eid_req_msg_v01;
 using eid_resp    = uim_get_eid_resp_msg_v01;
 
-// Widths and numbers marked (*) stand in no public description; confirm them on hardware.
+// What is marked (*) stands in no open description; confirm it on hardware.
 constexpr Field kStatusReq[] = {
-  { 0x10, Optional, U8,         QMI_OPTIONAL(status_req, extended_card_status)          },  // (*) width
+  { 0x10, Optional, U8,         QMI_OPTIONAL(status_req, extended_card_status)          },
 };
 constexpr Field kStatusResp[] = {
   { 0x02, Required, Result,     QMI_FIELD(status_resp, resp)                            },
@@ -120,7 +120,7 @@ constexpr Field kDownResp[] = {
 };
 constexpr Field kUpReq[] = {
   { 0x01, Required, U8as32,     QMI_FIELD(up_req, slot)                                 },
-  { 0x10, Optional, U8,         QMI_OPTIONAL(up_req, ignore_hot_swap_switch)            },  // (*) width
+  { 0x10, Optional, U8,         QMI_OPTIONAL(up_req, ignore_hot_swap_switch)            },
   { 0x11, Optional, U8as32,     QMI_OPTIONAL(up_req, mode)                              },  // (*) width
 };
 constexpr Field kUpResp[] = {
