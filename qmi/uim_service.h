@@ -22,8 +22,6 @@ inline constexpr unsigned int kUimMaxApdu = 1024;
 inline constexpr unsigned int kUimMaxSelectResponse = 255;
 inline constexpr unsigned int kUimEidBytes = 16;
 
-enum uim_slot_enum_v01 : uint32_t { UIM_SLOT_1_V01 = 1, UIM_SLOT_2_V01 = 2 };
-
 enum uim_card_state_enum_v01 : uint32_t {
   UIM_CARD_STATE_ABSENT_V01 = 0,
   UIM_CARD_STATE_PRESENT_V01 = 1,

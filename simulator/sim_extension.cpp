@@ -17,7 +17,9 @@ constexpr int kNvNotActive = 5;
 constexpr int kNvBadParameter = 6;
 
 constexpr size_t kMaxOpenWrites = 16;
-constexpr int kMaxInstance = 254;  // 255 asks for a new one
+// Beyond 8 bits, of which 255 asks for a new one: a client that cuts an id quotes a wrong one.
+constexpr int kFirstInstance = 1000;
+constexpr int kLastInstance = 9999;
 constexpr size_t kMaxFileBytes = 1 << 20;
 
 constexpr int32_t kCommonNotSupported = 94;
@@ -159,7 +161,7 @@ ExtensionService::OpenWrite* ExtensionService::begin_write(qmi::Address client,
   if (!Modem::is_efs_path(path_of(req))) return nullptr;
   if (open_writes_.size() == kMaxOpenWrites) open_writes_.pop_front();
   do {
-    last_instance_ = last_instance_ % kMaxInstance + 1;
+    last_instance_ = last_instance_ < kLastInstance ? last_instance_ + 1 : kFirstInstance;
   } while (std::any_of(open_writes_.begin(), open_writes_.end(), [this](const OpenWrite& write) {
     return write.instance == last_instance_;
   }));

@@ -59,7 +59,7 @@ class ExtensionService final : public Service {
 
   Modem& modem_;
   std::deque<OpenWrite> open_writes_;  // the oldest first
-  int last_instance_ = 0;
+  int last_instance_ = 999;            // the first is 1000
 };
 
 }  // namespace sim
