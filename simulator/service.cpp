@@ -121,9 +121,11 @@ std::vector<uint8_t> Service::refusal(const qmi::Header& request, uint32_t error
 std::vector<uint8_t> make_packet(Kind kind, uint16_t transaction, uint16_t id,
                                  const qmi::Message& message, const void* c_struct) {
   std::vector<qmi::Field> rows(message.fields.begin(), message.fields.end());
-  const auto optional = std::ranges::stable_partition(
-      rows, [](const qmi::Field& row) { return row.presence == qmi::Required; });
-  std::ranges::sort(optional, std::ranges::greater(), &qmi::Field::tlv);
+  const auto optional = std::stable_partition(rows.begin(), rows.end(), [](const qmi::Field& row) {
+    return row.presence == qmi::Required;
+  });
+  std::sort(optional, rows.end(),
+            [](const qmi::Field& a, const qmi::Field& b) { return a.tlv > b.tlv; });
 
   Packet packet(qmi::kHeaderBytes + message.wire_max + sizeof kUnnamedTlv);
   const auto body = std::span(packet).subspan(qmi::kHeaderBytes);
@@ -132,8 +134,9 @@ std::vector<uint8_t> make_packet(Kind kind, uint16_t transaction, uint16_t id,
     partial.fields = part;
     return qmi::encode(partial, c_struct, body.subspan(at)).value_or(0);
   };
-  size_t size = encode_at(0, {rows.begin(), optional.begin()});
-  if (const size_t others = encode_at(size + sizeof kUnnamedTlv, optional); others > 0) {
+  size_t size = encode_at(0, {rows.begin(), optional});
+  if (const size_t others = encode_at(size + sizeof kUnnamedTlv, {optional, rows.end()});
+      others > 0) {
     memcpy(&body[size], kUnnamedTlv, sizeof kUnnamedTlv);
     size += sizeof kUnnamedTlv + others;
   }
