@@ -41,26 +41,37 @@ std::string_view take_line(std::string_view& text) {
 
 }  // namespace
 
-std::optional<std::string> read(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return std::nullopt;
-  struct stat status {};
-  std::string bytes;
-  bool ok = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
-  if (ok) {
-    bytes.resize(static_cast<size_t>(status.st_size));
-    size_t filled = 0;
-    while (filled < bytes.size()) {
-      const ssize_t n = ::read(fd, bytes.data() + filled, bytes.size() - filled);
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) break;
-      filled += static_cast<size_t>(n);
-    }
-    bytes.resize(filled);
+std::optional<std::string> read(const std::string& path, size_t max_bytes) {
+  size_t size;
+  const qmi::Descriptor file = open_regular(path, max_bytes, size);
+  if (!file) return std::nullopt;
+  std::string bytes(size, '\0');
+  size_t filled = 0;
+  while (filled < size) {
+    const ssize_t n = ::read(file.get(), bytes.data() + filled, size - filled);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return std::nullopt;
+    if (n == 0) break;
+    filled += static_cast<size_t>(n);
   }
-  close(fd);
-  if (!ok) return std::nullopt;
+  bytes.resize(filled);
   return bytes;
+}
+
+// Without O_NONBLOCK a FIFO would wait for its writer.
+qmi::Descriptor open_regular(const std::string& path, size_t max_bytes, size_t& size) {
+  qmi::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  struct stat status {};
+  if (!file || fstat(file.get(), &status) != 0) return qmi::Descriptor();
+  size = static_cast<size_t>(status.st_size);
+  const int problem = S_ISDIR(status.st_mode)    ? EISDIR
+                      : !S_ISREG(status.st_mode) ? EINVAL
+                      : size > max_bytes         ? EFBIG
+                                                 : 0;
+  if (problem == 0) return file;
+  file = qmi::Descriptor();
+  errno = problem;
+  return file;
 }
 
 bool write(const std::string& folder, const std::string& path, std::string_view bytes) {
@@ -188,7 +199,10 @@ FolderLock::~FolderLock() {
 bool set_value(const std::string& folder, const std::string& path, std::string_view key,
                std::string_view value) {
   const FolderLock lock(folder, LockPart::Writing);
-  return lock.held() && write(folder, path, with_value(read(path).value_or(""), key, value));
+  if (!lock.held()) return false;
+  const auto text = read(path);
+  if (!text && !means_absent(errno)) return false;
+  return write(folder, path, with_value(text.value_or(""), key, value));
 }
 
 }  // namespace state_files

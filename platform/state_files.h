@@ -2,16 +2,32 @@
 // lock file, and the one parser of `key=value` lines.
 #pragma once
 
+#include <errno.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "qcci/descriptor.h"
+
 namespace state_files {
 
-// The whole file, or nothing when it cannot be read.
-std::optional<std::string> read(const std::string& path);
+// The most that a file of `key=value` lines may hold.
+inline constexpr size_t kMaxTextBytes = 1 << 20;
+
+// Whether an errno value says that a file is not there. Any other says that nobody knows.
+constexpr bool means_absent(int error) {
+  return error == ENOENT || error == ENOTDIR;
+}
+
+// The whole file. Nothing, with errno set, when it cannot be read, is no regular file (EISDIR,
+// EINVAL) or holds more than `max_bytes` (EFBIG).
+std::optional<std::string> read(const std::string& path, size_t max_bytes = kMaxTextBytes);
+
+// The same file, opened for reading, and its size.
+qmi::Descriptor open_regular(const std::string& path, size_t max_bytes, size_t& size);
 
 // Replaces `path`, a file somewhere in `folder`, through a temporary file in folder/tmp. The
 // folders on the way are made. False, with errno set, when that fails.

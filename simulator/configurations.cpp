@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "hex.h"
-#include "state_files.h"
+#include "state_reader.h"
 
 namespace sim {
 namespace {
@@ -40,7 +40,7 @@ std::optional<Configuration> read_line(const std::string& key, const std::string
 
 std::vector<Configuration> Configurations::list(uint32_t type) const {
   std::vector<Configuration> all;
-  for (const auto& [key, value] : state_files::read_values(configs_path())) {
+  for (const auto& [key, value] : read_state_values(configs_path())) {
     const auto configuration = read_line(key, value);
     if (configuration && configuration->type == type) all.push_back(*configuration);
   }
@@ -64,7 +64,7 @@ bool Configurations::add(const Configuration& configuration) {
 
 bool Configurations::remove(uint32_t type, const std::string& id) {
   const FolderLock lock(folder_, LockPart::Writing);
-  const std::string all = state_files::read(configs_path()).value_or("");
+  const std::string all = read_state(configs_path()).value_or("");
   std::string text;
   for (size_t at = 0, end; at < all.size(); at = end + 1) {
     end = std::min(all.find('\n', at), all.size());
@@ -83,7 +83,7 @@ std::string Configurations::selection_path(uint32_t type, uint32_t sub) const {
 }
 
 Selection Configurations::selection(uint32_t type, uint32_t sub) const {
-  const auto values = state_files::read_values(selection_path(type, sub));
+  const auto values = read_state_values(selection_path(type, sub));
   const auto id = [&](std::string_view key) {
     return from_hex(state_files::find_or(values, key, "")).value_or("");
   };

@@ -7,11 +7,27 @@
 #include <unistd.h>
 
 #include "hex.h"
-#include "state_files.h"
 #include "state_folder.h"
+#include "state_reader.h"
 #include "velmor_efs_files.h"
 
 namespace sim {
+namespace {
+
+// What the modem says of its own failures; what is wrong with a path, or with there being no room,
+// is for the client to know.
+int efs_error(int error) {
+  switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+    case EISDIR:
+    case ENAMETOOLONG:
+    case ENOSPC: return -error;
+    default: return -EIO;
+  }
+}
+
+}  // namespace
 
 std::unique_ptr<Modem> Modem::open(const std::string& folder, std::string& problem) {
   if (!prepare_state_folder(folder, problem)) return nullptr;
@@ -27,7 +43,7 @@ std::string Modem::nv_path(unsigned int sub, unsigned int id) const {
 }
 
 std::optional<std::string> Modem::nv_read(unsigned int sub, unsigned int id) const {
-  return state_files::read(nv_path(sub, id));
+  return read_state(nv_path(sub, id), kMaxNvBytes);
 }
 
 bool Modem::nv_write(unsigned int sub, unsigned int id, std::string_view value) {
@@ -35,7 +51,9 @@ bool Modem::nv_write(unsigned int sub, unsigned int id, std::string_view value) 
 }
 
 bool Modem::nv_delete(unsigned int sub, unsigned int id) {
-  return unlink(nv_path(sub, id).c_str()) == 0;
+  if (unlink(nv_path(sub, id).c_str()) == 0) return true;
+  if (!state_files::means_absent(errno)) throw StateError();
+  return false;
 }
 
 bool Modem::is_efs_path(std::string_view path) {
@@ -60,35 +78,29 @@ int Modem::efs_read(unsigned int sub, std::string_view path, size_t offset, size
                     EfsChunk& chunk) const {
   const auto file = efs_path(sub, path);
   if (!file) return -EINVAL;
-  const int fd = ::open(file->c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return -errno;
-  struct stat status {};
-  int result = fstat(fd, &status) != 0 ? -errno : S_ISDIR(status.st_mode) ? -EISDIR : 0;
-  if (result == 0) {
-    chunk.file_size = static_cast<size_t>(status.st_size);
-    chunk.bytes.resize(limit);
-    const ssize_t n = pread(fd, chunk.bytes.data(), limit, static_cast<off_t>(offset));
-    if (n < 0) result = -errno;
-    chunk.bytes.resize(n > 0 ? static_cast<size_t>(n) : 0);
-  }
-  close(fd);
-  return result;
+  const auto opened = state_files::open_regular(*file, kMaxEfsBytes, chunk.file_size);
+  if (!opened) return efs_error(errno);
+  chunk.bytes.resize(limit);
+  const ssize_t n = pread(opened.get(), chunk.bytes.data(), limit, static_cast<off_t>(offset));
+  if (n < 0) return efs_error(errno);
+  chunk.bytes.resize(static_cast<size_t>(n));
+  return 0;
 }
 
 int Modem::efs_write(unsigned int sub, std::string_view path, std::string_view bytes) {
   const auto file = efs_path(sub, path);
   if (!file) return -EINVAL;
-  return state_files::write(folder_, *file, bytes) ? 0 : -errno;
+  return state_files::write(folder_, *file, bytes) ? 0 : efs_error(errno);
 }
 
 int Modem::efs_delete(unsigned int sub, std::string_view path) {
   const auto file = efs_path(sub, path);
   if (!file) return -EINVAL;
-  return unlink(file->c_str()) == 0 ? 0 : -errno;
+  return unlink(file->c_str()) == 0 ? 0 : efs_error(errno);
 }
 
 std::string Modem::value(const std::string& file, std::string_view key) const {
-  return state_files::find_or(state_files::read_values(folder_ + "/" + file), key, "");
+  return state_files::find_or(read_state_values(folder_ + "/" + file), key, "");
 }
 
 bool Modem::set_value(const std::string& file, std::string_view key, std::string_view value) {
@@ -104,7 +116,7 @@ std::string slot_file(unsigned int number) {
 }  // namespace
 
 Slot Modem::slot(unsigned int number) const {
-  const auto values = state_files::read_values(folder_ + "/" + slot_file(number));
+  const auto values = read_state_values(folder_ + "/" + slot_file(number));
   const bool powered = state_files::find_or(values, "power", "") == "on";
   if (state_files::find_or(values, "holds", "") == "esim") return {Card::Euicc, powered};
   const std::string sim = state_files::find_or(values, "sim", "");
@@ -118,7 +130,8 @@ bool Modem::power_down(unsigned int number) {
 bool Modem::power_up(unsigned int number) {
   if (number == 2) {
     EfsChunk enable;
-    efs_read(1, kEfsEsimEnable.path, 0, 1, enable);
+    const int result = efs_read(1, kEfsEsimEnable.path, 0, 1, enable);
+    if (result != 0 && !state_files::means_absent(-result)) throw StateError();
     const bool esim = !enable.bytes.empty() && enable.bytes[0] != 0;
     if (!set_value(slot_file(number), "holds", esim ? "esim" : "sim")) return false;
   }

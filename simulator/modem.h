@@ -17,6 +17,8 @@ namespace sim {
 
 inline constexpr unsigned int kSubscriptions = 2;
 inline constexpr unsigned int kSlots = 2;
+inline constexpr size_t kMaxNvBytes = 424;
+inline constexpr size_t kMaxEfsBytes = 102410;
 
 // What answers in a card slot.
 enum class Card { Absent, Sim, Euicc, Faulty };
@@ -29,6 +31,7 @@ struct Slot {
   bool answers() const { return powered && has_card(); }
 };
 
+// What cannot be read is told by a StateError of any of these, unless another result is named.
 class Modem {
  public:
   // Opens the state folder, with factory content when it is new. Null, with `problem` in words,
@@ -46,7 +49,7 @@ class Modem {
   bool nv_delete(unsigned int sub, unsigned int id);
 
   // EFS files. 0, or a negative errno value: a path with an empty component, `.` or `..` is
-  // -EINVAL, one that runs through a file -ENOTDIR.
+  // -EINVAL, one that runs through a file -ENOTDIR, what cannot be read or is too large -EIO.
   struct EfsChunk {
     size_t file_size = 0;
     std::string bytes;

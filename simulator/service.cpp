@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "qcci/qmi_codec.h"
+#include "state_reader.h"
 
 namespace sim {
 namespace {
@@ -39,8 +40,13 @@ Packet response_to(Service& service, qmi::Address client, const qmi::Header& hea
     return service.refusal(header, kQmiMalformedMessage);
   }
   auto response_struct = room_for(*response);
-  const uint32_t error = service.answer(client, header.message, request_struct.data(),
-                                        response_struct.data(), aftermath);
+  uint32_t error;
+  try {
+    error = service.answer(client, header.message, request_struct.data(), response_struct.data(),
+                           aftermath);
+  } catch (const StateError&) {
+    error = kQmiInternal;
+  }
   if (error != 0) return service.refusal(header, error);
   return make_packet(Kind::Response, header.transaction, header.message, *response,
                      response_struct.data());

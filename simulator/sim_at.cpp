@@ -3,7 +3,7 @@
 #include <strings.h>
 
 #include "modem.h"
-#include "state_files.h"
+#include "state_reader.h"
 
 namespace sim {
 namespace {
@@ -86,9 +86,13 @@ std::string response(AtTwin& port, const std::string& command) {
   if (command.empty()) return "";
   for (const Command& known : kCommands) {
     if (strcasecmp(known.name, command.c_str()) != 0) continue;
-    const std::string text = known.text(port);
-    if (text.empty() && known.needs_text) break;
-    return framed(known.unasked(port)) + framed(text) + framed("OK");
+    try {
+      const std::string text = known.text(port);
+      if (text.empty() && known.needs_text) break;
+      return framed(known.unasked(port)) + framed(text) + framed("OK");
+    } catch (const StateError&) {
+      break;
+    }
   }
   return framed("ERROR");
 }

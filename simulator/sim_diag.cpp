@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "modem.h"
+#include "state_reader.h"
 
 namespace sim {
 namespace {
@@ -15,6 +16,7 @@ enum : uint8_t {
   kExtendedBuildId = 0x7C,
 };
 
+constexpr char kNvFail = 4;
 constexpr char kNvNotActive = 5;
 
 using namespace std::string_literals;
@@ -49,12 +51,13 @@ std::string nv_read(const Modem& modem, std::span<const uint8_t> command) {
   std::string answer(1 + 2 + kNvValueBytes + 2, '\0');
   if (command.size() < 3 || command.size() > answer.size()) return refused(kBadLength, command);
   std::copy(command.begin(), command.begin() + 3, answer.begin());
-  const auto value = modem.nv_read(0, command[1] | uint32_t{command[2]} << 8);
-  if (value) {
-    const size_t size = std::min(value->size(), kNvValueBytes);
-    std::copy_n(value->begin(), size, answer.begin() + 3);
-  } else {
-    answer[3 + kNvValueBytes] = kNvNotActive;
+  try {
+    const auto value = modem.nv_read(0, command[1] | uint32_t{command[2]} << 8);
+    const std::string bytes = value.value_or("");
+    std::copy_n(bytes.begin(), std::min(bytes.size(), kNvValueBytes), answer.begin() + 3);
+    if (!value) answer[3 + kNvValueBytes] = kNvNotActive;
+  } catch (const StateError&) {
+    answer[3 + kNvValueBytes] = kNvFail;
   }
   return answer;
 }

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "state_reader.h"
+
 namespace sim {
 namespace {
 
@@ -20,7 +22,6 @@ constexpr size_t kMaxOpenWrites = 16;
 // Beyond 8 bits, of which 255 asks for a new one: a client that cuts an id quotes a wrong one.
 constexpr int kFirstInstance = 1000;
 constexpr int kLastInstance = 9999;
-constexpr size_t kMaxFileBytes = 1 << 20;
 
 constexpr int32_t kCommonNotSupported = 94;
 constexpr int32_t kCommonInvalidArgument = 48;
@@ -50,6 +51,14 @@ void put_payload(const void* bytes, size_t size, velmor_extend_send_data_resp_ms
   memcpy(response.data, bytes, size);
 }
 
+// The modem cannot say: its state cannot be read.
+template <typename Rsp>
+void put_failure(velmor_extend_send_data_resp_msg_v01& response) {
+  Rsp rsp{};
+  rsp.result = -EIO;
+  put_payload(&rsp, offsetof(Rsp, data), response);
+}
+
 }  // namespace
 
 const qmi_idl_service_object& ExtensionService::description() const {
@@ -63,10 +72,18 @@ uint32_t ExtensionService::answer(qmi::Address client, uint16_t message, const v
   const auto& req = *static_cast<const velmor_extend_send_data_req_msg_v01*>(request);
   auto& resp = *static_cast<velmor_extend_send_data_resp_msg_v01*>(response);
   const Payload payload(req.data);
-  switch (req.request_id) {
-    case REQUEST_ID_EFS: answer_nvefs(client, payload, resp); break;
-    case REQUEST_ID_COMMON: answer_common(payload, resp, aftermath); break;
-    default: resp.result = kRefused; break;
+  try {
+    switch (req.request_id) {
+      case REQUEST_ID_EFS: answer_nvefs(client, payload, resp); break;
+      case REQUEST_ID_COMMON: answer_common(payload, resp, aftermath); break;
+      default: resp.result = kRefused; break;
+    }
+  } catch (const StateError&) {
+    if (req.request_id == REQUEST_ID_EFS) {
+      put_failure<velmor_nvefs_rsp>(resp);
+    } else {
+      put_failure<velmor_common_rsp>(resp);
+    }
   }
   return 0;
 }
@@ -157,7 +174,7 @@ int ExtensionService::efs_write(qmi::Address client, const velmor_nvefs_req& req
 
 ExtensionService::OpenWrite* ExtensionService::begin_write(qmi::Address client,
                                                            const velmor_nvefs_req& req) {
-  if (req.data_len_all < 1 || req.data_len_all > kMaxFileBytes) return nullptr;
+  if (req.data_len_all < 1 || req.data_len_all > kMaxEfsBytes) return nullptr;
   if (!Modem::is_efs_path(path_of(req))) return nullptr;
   if (open_writes_.size() == kMaxOpenWrites) open_writes_.pop_front();
   do {

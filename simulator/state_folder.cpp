@@ -106,16 +106,21 @@ std::string failure(const std::string& path) {
   return path + ": " + strerror(errno);
 }
 
+// What nobody can tell is taken to exist: nothing is put in its place.
 bool exists(const std::string& path) {
-  return access(path.c_str(), F_OK) == 0;
+  return access(path.c_str(), F_OK) == 0 || !state_files::means_absent(errno);
 }
 
 // The revision of what a folder holds, 0 where there is nothing yet. False for another version.
 bool read_revision(const std::string& folder, unsigned int& revision, std::string& problem) {
   revision = 0;
-  if (!exists(folder + "/version")) return true;
   const auto content = state_files::read(folder + "/version");
-  const std::string_view words = content ? state_files::trim(*content) : "";
+  if (!content && state_files::means_absent(errno)) return true;
+  if (!content) {
+    problem = failure(folder + "/version");
+    return false;
+  }
+  const std::string_view words = state_files::trim(*content);
   const size_t blank = std::min(words.find(' '), words.size());
   const char* const end = words.data() + words.size();
   if (words.substr(0, blank) == kVersion) {

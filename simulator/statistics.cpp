@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <span>
 
-#include "state_files.h"
+#include "state_reader.h"
 
 namespace sim {
 namespace {
@@ -145,7 +145,7 @@ std::optional<std::string> Statistics::record(unsigned int sub, uint32_t id) con
   const auto* layout = std::find_if(std::begin(kLayouts), std::end(kLayouts),
                                     [&](const Layout& known) { return known.id == id; });
   const auto text =
-      state_files::read(folder_ + "/stats/" + std::to_string(sub) + "/" + std::to_string(id));
+      read_state(folder_ + "/stats/" + std::to_string(sub) + "/" + std::to_string(id));
   if (layout == std::end(kLayouts) || !text) return std::nullopt;
   const auto values = state_files::parse(*text);
   std::string bytes;
@@ -165,7 +165,7 @@ std::optional<std::string> Statistics::record(unsigned int sub, uint32_t id) con
 }
 
 std::string Statistics::debug_info() const {
-  const auto values = state_files::read_values(folder_ + "/stats/debug");
+  const auto values = read_state_values(folder_ + "/stats/debug");
   const int version = atoi(state_files::find_or(values, "version", "0").c_str());
   std::string bytes;
   append(bytes, &version, 1);
@@ -180,7 +180,7 @@ std::string Statistics::debug_info() const {
 }
 
 std::vector<uint16_t> Statistics::unsupported_logs() const {
-  const auto values = state_files::read_values(folder_ + "/stats/debug");
+  const auto values = read_state_values(folder_ + "/stats/debug");
   const std::string list = state_files::find_or(values, "unsupported", "");
   std::vector<uint16_t> logs;
   for (const char* at = list.c_str(); *at != '\0';) {

@@ -2,6 +2,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <time.h>
 
@@ -350,6 +351,60 @@ kill $! && wait $!)";
   for (std::string line; std::getline(log, line);) {
     EXPECT_TRUE(line.starts_with("D [tovi]") || line == "D ") << line;
   }
+}
+
+TEST_F(Simulator, WhatCannotBeReadIsTheModemsOwnFailureAndStopsNobody) {
+  using std::filesystem::path;
+  const struct {
+    const char* file;
+    Args args;
+    const char* found;    // in what is printed and traced when the file cannot be read
+    uintmax_t too_large;  // 0: there is no limit below that of every file
+  } rows[] = {
+      {"nv/0/550", {"4", "1", "0", "550"}, "rsp.result = -5\n", 425},
+      {"efs/0/nv/item_files/ims/IMS_enable",
+       {"4", "4", "0", "/nv/item_files/ims/IMS_enable"},
+       "error_code(-5)",
+       102411},
+      {"slot/1", {"5", "2", "0"}, "rsp.result = -5\n", 0},
+      {"slot/1", {"8", "AT+CPIN?"}, "ERROR", 0},
+      {"sar", {"5", "5"}, "resp = {result = 1, error = 3}", 0},
+      {"stats/0/82", {"9", "0", "0"}, "resp = {result = 1, error = 3}", 0},
+      {"pdc/software/0", {"10", "1", "1"}, "resp = {result = 1, error = 3}", 0},
+      {"version", {"5", "2", "0"}, "/version: ", 0},
+  };
+  Variables traced = state;
+  traced["TOVI_TRACE"] = "stderr";
+  traced["TOVI_TIME_SCALE"] = "0.1";
+  EXPECT_EQ(run("tovi", {"5", "2", "0"}, state).status, 0);
+  for (const auto& row : rows) {
+    const path file = path(folder / "state") / row.file;
+    const auto put = [&](int kind) {
+      switch (kind) {
+        case 0: std::filesystem::create_symlink(file.filename(), file); break;
+        case 1: EXPECT_EQ(mkfifo(file.c_str(), 0600), 0); break;
+        default: write_file(file, "");
+      }
+      if (kind == 2) std::filesystem::resize_file(file, uintmax_t{1} << 40);
+      if (kind == 3) std::filesystem::resize_file(file, row.too_large);
+    };
+    std::filesystem::rename(file, file.string() + ".kept");
+    for (int kind = 0; kind < (row.too_large != 0 ? 4 : 3); ++kind) {
+      put(kind);
+      const Result result = run("tovi", row.args, traced);
+      EXPECT_NE((result.out + result.err).find(row.found), std::string::npos)
+          << row.file << " " << kind << "\n"
+          << result.out << result.err;
+      std::filesystem::remove(file);
+    }
+    std::filesystem::rename(file.string() + ".kept", file);
+  }
+  // A setting is not lost for one that could not be read.
+  const std::string properties = folder / "state/properties";
+  std::filesystem::remove(properties);
+  ASSERT_EQ(mkfifo(properties.c_str(), 0600), 0);
+  EXPECT_EQ(modem({"setprop", "a", "1"}).status, 1);
+  EXPECT_TRUE(std::filesystem::is_fifo(properties));
 }
 
 TEST_F(Simulator, PropertiesKeepWhatAPersonWroteAroundThem) {

@@ -1,0 +1,15 @@
+#include "state_reader.h"
+
+namespace sim {
+
+std::optional<std::string> read_state(const std::string& path, size_t max_bytes) {
+  auto bytes = state_files::read(path, max_bytes);
+  if (!bytes && !state_files::means_absent(errno)) throw StateError();
+  return bytes;
+}
+
+state_files::KeyValues read_state_values(const std::string& path) {
+  return state_files::parse(read_state(path).value_or(""));
+}
+
+}  // namespace sim
