@@ -51,7 +51,7 @@ void unpack(std::span<const uint8_t> body) {
   Unpacker unpacker(payload.get(), std::clamp(numbers[0], 0, kUnpkDataMax), false);
   uint64_t value;
   if (unpacker.go_to("f", numbers[1], numbers[2])) {
-    unpacker.extract("f", "f_tmp1", "f_tmp2", numbers[1], numbers[2], value);
+    unpacker.extract("f", numbers[1], numbers[2], value);
   }
 }
 

@@ -696,8 +696,7 @@ TEST(Unpacker, EveryCheckEndsTheParseWithItsLine) {
        "DATA_UNPK, (base + cnt)(0) is can not >= 0 for v, id(0x0)\n"},
       {with(2000,
             [&](Unpacker& u) {
-              return u.go_to("f", 1999 * 8 + 1, 64) &&
-                     u.extract("f", "f_tmp1", "f_tmp2", 1999 * 8 + 1, 64, value);
+              return u.go_to("f", 1999 * 8 + 1, 64) && u.extract("f", 1999 * 8 + 1, 64, value);
             }),
        "DATA_UNPK, (base + cnt)(2007) is can not >= 2000 for f_tmp2, id(0x0)\n"},
       {with(2000, [&](Unpacker& u) { return u.go_to("f", 16000, 8); }),

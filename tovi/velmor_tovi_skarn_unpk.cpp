@@ -4,7 +4,7 @@
 #include <string.h>
 
 #include <algorithm>
-#include <type_traits>
+#include <string>
 
 uint64_t g_unpk_version_not_support_num;
 
@@ -13,52 +13,45 @@ namespace {
 constexpr int kRecordId = 0;
 constexpr int kWordBits = 64;
 
-modem_stats_single_data_common_type g_record;
-
 constexpr int kVersions = 4;
 constexpr uint32_t kKnownVersions[kVersions] = {4, 0x30000, 0x30001, 0x30002};
 
-// One field: its width, and its position in each version, in bits after the version.
+using Record = modem_stats_single_data_common_type;
+
+Record g_record;
+
+// One field: its place in the record that is filled, its width in bits, and its position in each
+// version, in bits after the version.
 struct UnpkField {
   const char* name;
-  const char* frame_1;  // what its two frame words are called
-  const char* frame_2;
+  size_t offset;
   int width;
   int pos[kVersions];
-  void (*store)(modem_stats_single_data_common_type& record, uint64_t value);
 };
-
-// Stores into a member of the record, cut to its size.
-template <auto member>
-void store(modem_stats_single_data_common_type& record, uint64_t value) {
-  auto& field = record.*member;
-  field = static_cast<std::remove_reference_t<decltype(field)>>(value);
-}
-
-#define UNPK_FIELD(name, width, ...)                                        \
-  {                                                                         \
-#name, #name "_tmp1", #name "_tmp2", width,                             \
-        {__VA_ARGS__ }, store < &modem_stats_single_data_common_type::name> \
-  }
 
 // In the order in which they are printed.
 // clang-format off
 constexpr UnpkField kFields[] = {
-  //                        4    0x30000 0x30001 0x30002
-  UNPK_FIELD(mcc,           16, 176, 240, 250, 264),
-  UNPK_FIELD(mnc_num,        8, 192, 256, 266, 280),
-  UNPK_FIELD(mnc,           16, 200, 264, 274, 288),
-  UNPK_FIELD(tac,           32, 224, 288, 298, 312),
-  UNPK_FIELD(cgi,           64, 112, 176, 186, 200),
-  UNPK_FIELD(pci,           16,   0,   0,  10,  24),
-  UNPK_FIELD(freq_band_ind, 16, 256, 320, 330, 344),
-  UNPK_FIELD(dl_earfcn,     32,  16,  80,  90, 104),
-  UNPK_FIELD(dl_bw,         16,  80, 144, 154, 168),
-  UNPK_FIELD(ul_earfcn,     32,  48, 112, 122, 136),
-  UNPK_FIELD(ul_bw,         16,  96, 160, 170, 184),
-  UNPK_FIELD(allow_access,   8, 216, 280, 290, 304),
+  // versions:                                            4, 0x30000, 0x30001, 0x30002
+  { "mcc",           offsetof(Record, mcc),           16, { 176, 240, 250, 264 } },
+  { "mnc_num",       offsetof(Record, mnc_num),        8, { 192, 256, 266, 280 } },
+  { "mnc",           offsetof(Record, mnc),           16, { 200, 264, 274, 288 } },
+  { "tac",           offsetof(Record, tac),           32, { 224, 288, 298, 312 } },
+  { "cgi",           offsetof(Record, cgi),           64, { 112, 176, 186, 200 } },
+  { "pci",           offsetof(Record, pci),           16, {   0,   0,  10,  24 } },
+  { "freq_band_ind", offsetof(Record, freq_band_ind), 16, { 256, 320, 330, 344 } },
+  { "dl_earfcn",     offsetof(Record, dl_earfcn),     32, {  16,  80,  90, 104 } },
+  { "dl_bw",         offsetof(Record, dl_bw),         16, {  80, 144, 154, 168 } },
+  { "ul_earfcn",     offsetof(Record, ul_earfcn),     32, {  48, 112, 122, 136 } },
+  { "ul_bw",         offsetof(Record, ul_bw),         16, {  96, 160, 170, 184 } },
+  { "allow_access",  offsetof(Record, allow_access),   8, { 216, 280, 290, 304 } },
 };
 // clang-format on
+
+void store(const UnpkField& field, uint64_t value, Record& record) {
+  memcpy(reinterpret_cast<uint8_t*>(&record) + field.offset, &value,
+         static_cast<size_t>(field.width / 8));
+}
 
 // "0x" and two digits a byte, without leading zero bytes.
 struct HexText {
@@ -206,11 +199,11 @@ bool Unpacker::low(const char* name, int bit_num, int width, uint64_t& value) co
   return true;
 }
 
-bool Unpacker::extract(const char* name, const char* frame_1, const char* frame_2, int pos,
-                       int width, uint64_t& value) {
+bool Unpacker::extract(const char* name, int pos, int width, uint64_t& value) {
+  const std::string frame = name;
   uint64_t first, second, upper;
-  if (!read(frame_1, 8, first)) return false;
-  if (high_ > kWordBits && !read(frame_2, 8, second)) return false;
+  if (!read((frame + "_tmp1").c_str(), 8, first)) return false;
+  if (high_ > kWordBits && !read((frame + "_tmp2").c_str(), 8, second)) return false;
   if (!mid(name, low_, std::min(high_, kWordBits), first, value)) return false;
   if (high_ > kWordBits) {
     if (!high(name, high_, second, upper)) return false;
@@ -256,10 +249,10 @@ bool velmor_unpack_record(const uint8_t* payload, bool trace,
     const int pos = field.pos[column];
     uint64_t value;
     if (!unpacker.go_to(field.name, pos, field.width) ||
-        !unpacker.extract(field.name, field.frame_1, field.frame_2, pos, field.width, value)) {
+        !unpacker.extract(field.name, pos, field.width, value)) {
       return false;
     }
-    field.store(unpacked, value);
+    store(field, value, unpacked);
   }
   record = unpacked;
   return true;

@@ -43,9 +43,8 @@ class Unpacker {
   void move_base(int bits);
   // UNPK_SET_BIT and PRINT_CNT: goes to a field of `width` bits, 1 to 64, at `pos`.
   bool go_to(const char* name, int pos, int width);
-  // Reads the frame of the field gone to and extracts it.
-  bool extract(const char* name, const char* frame_1, const char* frame_2, int pos, int width,
-               uint64_t& value);
+  // Reads the frame of the field gone to, one word or two, and extracts it.
+  bool extract(const char* name, int pos, int width, uint64_t& value);
 
   // The steps of an extraction, bits counted from 1. UNPK_MID takes bits `low` to `high` of a word;
   // UNPK_HIGH what a field that ends at bit `bit_num` of the frame has
