@@ -1,5 +1,9 @@
 // The NV/EFS library: what it sends, byte for byte, what it makes of whatever comes back, and files
 // of every size on their way through the simulated modem.
+#include <functional>
+#include <sstream>
+#include <thread>
+
 #include "modem.h"
 #include "sim_extension.h"
 #include "support/extend_fixture.h"
@@ -155,6 +159,50 @@ TEST_F(SilentModem, AnAnswerThatDoesNotComeIsAFailedExchange) {
   unsigned char byte = 7;
   modem.on_request([](const Bytes&) { return Replies{}; });
   EXPECT_EQ(velmor_efs_write(0, g_path, 3, &byte, 1), -103);
+}
+
+// Runs `call` with 0 and with 1, thirty times on a thread each.
+void on_two_threads(const std::function<void(uint8_t)>& call) {
+  std::vector<std::thread> threads;
+  for (uint8_t which : {uint8_t{0}, uint8_t{1}}) {
+    threads.emplace_back([&call, which] {
+      for (int i = 0; i < 30; ++i) call(which);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+TEST_F(Nvefs, OperationsOfTwoThreadsNeverMix) {
+  reply(bytes("00000000 01000000 01000000 00000000 00000000 aa"));
+  testing::internal::CaptureStdout();
+  on_two_threads([](uint8_t which) {
+    unsigned char file[8 * 414] = {};
+    char path[] = {'/', static_cast<char>('a' + which), '\0'};
+    EXPECT_EQ(velmor_efs_write(which, path, 2, file, sizeof file), 0);
+  });
+  const std::vector<Bytes> chunks = modem.requests();
+  ASSERT_EQ(chunks.size(), 480u);
+  for (size_t i = 0; i < chunks.size(); ++i) {
+    const size_t sub = qmi::kHeaderBytes + 17 + 1;
+    EXPECT_EQ(chunks[i][sub], chunks[i - i % 8][sub]) << i;
+  }
+  testing::internal::GetCapturedStdout();
+
+  testing::internal::CaptureStdout();
+  on_two_threads([](uint8_t which) {
+    unsigned char item[8];
+    unsigned int room = sizeof item;
+    EXPECT_EQ(velmor_nv_read(which, 10, item, &room), 0);
+  });
+  std::istringstream said(testing::internal::GetCapturedStdout());
+  std::string line, under_way;
+  while (std::getline(said, line)) {
+    if (line.find("velmor_nv_read, sub_id") != std::string::npos) {
+      EXPECT_EQ(under_way, "");
+      under_way = line;
+    }
+    if (line.find("rsp.data_len_all") != std::string::npos) under_way.clear();
+  }
 }
 
 TEST_F(Nvefs, AShortAnswerLowersTheRoomForTheRestOfAnEfsRead) {
