@@ -1,5 +1,9 @@
 // The NV/EFS library: what it sends, byte for byte, what it makes of whatever comes back, and files
 // of every size on their way through the simulated modem.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
 #include <functional>
 #include <sstream>
 #include <thread>
@@ -172,21 +176,57 @@ void on_two_threads(const std::function<void(uint8_t)>& call) {
   for (std::thread& thread : threads) thread.join();
 }
 
+// Standard output into a pipe that is read slowly: who logs between two exchanges waits there, and
+// another thread comes to its turn.
+class SlowOutput {
+ public:
+  SlowOutput() : kept_(dup(STDOUT_FILENO)) {
+    int ends[2];
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    fcntl(ends[1], F_SETPIPE_SZ, 4096);
+    fflush(stdout);
+    dup2(ends[1], STDOUT_FILENO);
+    close(ends[1]);
+    reader_ = std::thread([end = ends[0]] {
+      char text[1024];
+      while (read(end, text, sizeof text) > 0) usleep(500);
+      close(end);
+    });
+  }
+  ~SlowOutput() {
+    fflush(stdout);
+    dup2(kept_, STDOUT_FILENO);
+    close(kept_);
+    reader_.join();
+  }
+
+ private:
+  const int kept_;
+  std::thread reader_;
+};
+
 TEST_F(Nvefs, OperationsOfTwoThreadsNeverMix) {
   reply(bytes("00000000 01000000 01000000 00000000 00000000 aa"));
-  testing::internal::CaptureStdout();
-  on_two_threads([](uint8_t which) {
-    unsigned char file[8 * 414] = {};
-    char path[] = {'/', static_cast<char>('a' + which), '\0'};
-    EXPECT_EQ(velmor_efs_write(which, path, 2, file, sizeof file), 0);
+  auto output = std::make_unique<SlowOutput>();
+  // One thread writes a file of many chunks, the other small ones for as long as that takes.
+  std::atomic<bool> done = false;
+  std::thread small([&] {
+    char path[] = "/b";
+    unsigned char byte = 1;
+    while (!done) EXPECT_EQ(velmor_efs_write(1, path, 2, &byte, 1), 0);
   });
-  const std::vector<Bytes> chunks = modem.requests();
-  ASSERT_EQ(chunks.size(), 480u);
-  for (size_t i = 0; i < chunks.size(); ++i) {
-    const size_t sub = qmi::kHeaderBytes + 17 + 1;
-    EXPECT_EQ(chunks[i][sub], chunks[i - i % 8][sub]) << i;
+  std::vector<unsigned char> file(kEfsWriteMax);
+  char path[] = "/a";
+  EXPECT_EQ(velmor_efs_write(0, path, 2, file.data(), kEfsWriteMax), 0);
+  done = true;
+  small.join();
+  output.reset();
+  std::string subs;
+  for (const Bytes& chunk : modem.requests()) {
+    subs += static_cast<char>('0' + chunk[qmi::kHeaderBytes + 17 + 1]);
   }
-  testing::internal::GetCapturedStdout();
+  const size_t first = subs.find('0'), last = subs.rfind('0');
+  EXPECT_EQ(subs.substr(first, last + 1 - first), std::string(248, '0'));
 
   testing::internal::CaptureStdout();
   on_two_threads([](uint8_t which) {
