@@ -195,6 +195,21 @@ TEST(Codec, EveryCutOfAMessageIsFoundOut) {
   }
 }
 
+// What a phone tells of a configuration: storage (0x14) stands before the base version (0x16).
+TEST(Codec, AConfigurationsBaseVersionIsNotItsStorage) {
+  const Message* message =
+      pdc_get_service_object_internal_v01(1, 16, 6)->find(Kind::Indication, 0x28);
+  pdc_get_config_info_ind_msg_v01 info{};
+  ASSERT_TRUE(decode(*message,
+                     bytes("01 0200 0000 16 0400 0a000000 14 0400 02000000 13 0400 010a0000"
+                           "12 0500 04 44657363 11 0400 88130000"),
+                     &info));
+  EXPECT_EQ(info.total_size, 5000u);
+  EXPECT_EQ(info.config_version, 0x0A01u);
+  EXPECT_EQ(info.base_version_valid, 1);
+  EXPECT_EQ(info.base_version, 10u);
+}
+
 TEST(Trace, PutsAMessageIntoWordsAndBytes) {
   const qmi_idl_service_object service = {"demo", 1, 1, 0, 6, 700, {&kMessage, 1}};
   const Bytes packet = testing_support::packet(
