@@ -4,6 +4,7 @@
 
 #include "qmi_client.h"
 #include "support/fake_modem_fixture.h"
+#include "uim_service.h"
 
 namespace {
 
@@ -146,6 +147,13 @@ TEST_F(SilentNameService, IsWaitedForOnce) {
     EXPECT_EQ(qmi_client_get_service_list(kService, nullptr, &entries, &services), QMI_SERVICE_ERR);
   }
   EXPECT_LT(timing::Clock::now() - start, milliseconds(1000));
+  // Its late answer is not taken for that of the next question.
+  modem.answer_lookups(true);
+  modem.add_service(0x0B, 9);
+  EXPECT_EQ(qmi_client_get_service_list(uim_get_service_object_internal_v01(1, 109, 6), nullptr,
+                                        &entries, &services),
+            QMI_NO_ERR);
+  EXPECT_EQ(services, 1u);
 }
 
 TEST_F(Qcci, AServiceThatComesLateIsWaitedFor) {

@@ -16,7 +16,6 @@ class Connection;
 class ReadingThread {
  public:
   static std::shared_ptr<ReadingThread> start(std::weak_ptr<Connection> connection);
-  ~ReadingThread() = default;
 
   // Serves the connection once, as soon as `descriptor` polls readable.
   void serve_when_readable(int descriptor);

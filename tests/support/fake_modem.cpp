@@ -129,13 +129,19 @@ void FakeModem::receive(Connection& connection) {
 
 void FakeModem::lookup(Connection& connection, uint32_t service) {
   connection.lookups.push_back(service);
-  if (!answer_lookups_) return;
+  const qmi::ControlPacket end{.command = qmi::Control::NewServer};
+  if (!answer_lookups_) {
+    ++connection.owed_markers;
+    return;
+  }
+  for (; connection.owed_markers > 0; --connection.owed_markers) {
+    send_framed(connection.socket, kNameService, qmi::bytes_of(end));
+  }
   for (const auto& [port, server] : servers_) {
     if (server.service != service) continue;
     const qmi::ControlPacket found{qmi::Control::NewServer, service, server.instance, kNode, port};
     send_framed(connection.socket, kNameService, qmi::bytes_of(found));
   }
-  const qmi::ControlPacket end{.command = qmi::Control::NewServer};
   send_framed(connection.socket, kNameService, qmi::bytes_of(end));
 }
 

@@ -40,6 +40,7 @@ class FakeModem {
   void remove_service(uint32_t port);
 
   void on_request(Handler handler);
+  // Lookups that were not answered get their end markers, late, before the next answer.
   void answer_lookups(bool yes);
 
   // Sends a packet from a service's port to everybody who has sent it a request.
@@ -56,6 +57,7 @@ class FakeModem {
   struct Connection {
     qmi::Descriptor socket;
     std::vector<uint32_t> lookups;
+    int owed_markers = 0;
     std::vector<uint32_t> talked_to;  // ports
   };
 
