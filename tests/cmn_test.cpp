@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "qcci/descriptor.h"
+#include "descriptor.h"
 #include "support/cli_fixture.h"
 #include "unix_address.h"
 

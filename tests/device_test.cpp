@@ -12,9 +12,9 @@
 #include <functional>
 #include <thread>
 
+#include "descriptor.h"
 #include "gtest/gtest.h"
 #include "properties.h"
-#include "qcci/descriptor.h"
 #include "support/tool.h"
 #include "unix_address.h"
 #include "velmor_diag.h"

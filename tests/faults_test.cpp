@@ -13,8 +13,8 @@
 #include <functional>
 #include <regex>
 
+#include "descriptor.h"
 #include "gtest/gtest.h"
-#include "qcci/descriptor.h"
 #include "service.h"
 #include "support/fake_modem.h"
 #include "support/tool.h"
@@ -75,7 +75,7 @@ TEST(FaultRules, AreReadOrRefusedWhole) {
 // Every word of the table that reads rules.
 TEST(FaultRules, StandInTheManualAndInTheGuide) {
   const std::string root = TOVI_TEST_DATA "/../";
-  const std::string code = read_file(root + "simulator/faults.cpp");
+  const std::string code = read_file(root + "simulator/tester/faults.cpp");
   const std::string manual = read_file(root + "docs/man/tovi-modem.1");
   const std::string guide = read_file(root + "docs/simulator.md");
   const std::regex row("\\{\"([a-z-]+)\", Action::");

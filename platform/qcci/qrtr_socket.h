@@ -5,7 +5,7 @@
 
 #include <span>
 
-#include "qcci/descriptor.h"
+#include "descriptor.h"
 #include "qcci/packet.h"
 
 namespace qmi {

@@ -6,7 +6,7 @@
 #include <atomic>
 #include <memory>
 
-#include "qcci/descriptor.h"
+#include "descriptor.h"
 #include "timing.h"
 
 namespace qmi {

@@ -10,8 +10,8 @@
 
 #include <atomic>
 
+#include "descriptor.h"
 #include "environment.h"
-#include "qcci/descriptor.h"
 #include "qcci/endpoint.h"
 #include "qmi_client.h"
 #include "unix_address.h"

@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include "descriptor.h"
 #include "mutex.h"
-#include "qcci/descriptor.h"
 #include "qcci/packet.h"
 
 namespace testing_support {

@@ -2,11 +2,11 @@
 // while it is being sent, on the sender's thread; the answer waits in the endpoint's inbox.
 #include <deque>
 
+#include "descriptor.h"
 #include "device_ports.h"
 #include "environment.h"
 #include "modem.h"
 #include "mutex.h"
-#include "qcci/descriptor.h"
 #include "qcci/endpoint.h"
 #include "qmi_client.h"
 #include "router.h"

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "qcci/descriptor.h"
+#include "descriptor.h"
 #include "sim_at.h"
 #include "state_files.h"
 

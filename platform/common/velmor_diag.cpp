@@ -10,8 +10,8 @@
 #include <span>
 #include <vector>
 
+#include "descriptor.h"
 #include "device_path.h"
-#include "qcci/descriptor.h"
 #include "timing.h"
 #include "unix_address.h"
 

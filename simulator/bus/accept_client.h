@@ -3,7 +3,7 @@
 
 #include <chrono>
 
-#include "qcci/descriptor.h"
+#include "descriptor.h"
 
 namespace sim {
 

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "qcci/descriptor.h"
+#include "descriptor.h"
 
 namespace state_files {
 

@@ -9,10 +9,10 @@
 #include <map>
 #include <optional>
 
+#include "descriptor.h"
 #include "environment.h"
 #include "mutex.h"
 #include "property_store.h"
-#include "qcci/descriptor.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-#include "qcci/descriptor.h"
+#include "descriptor.h"
 #include "router.h"
 
 namespace sim {

@@ -6,8 +6,8 @@
 #include <thread>
 #include <utility>
 
+#include "descriptor.h"
 #include "environment.h"
-#include "qcci/descriptor.h"
 
 namespace timing {
 namespace {
