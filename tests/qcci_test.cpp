@@ -2,6 +2,7 @@
 #include <atomic>
 #include <future>
 
+#include "qcci/observer.h"
 #include "qmi_client.h"
 #include "support/fake_modem_fixture.h"
 #include "uim_service.h"
@@ -132,6 +133,58 @@ TEST_F(Qcci, WithoutTheServiceNothingOpens) {
   EXPECT_EQ(qmi_client_get_service_list(kService, list, &entries, &services), QMI_SERVICE_ERR);
   EXPECT_EQ(qmi_client_init_instance(kService, 0xFFFF, nullptr, nullptr, nullptr, 4, &handle),
             QMI_TIMEOUT_ERR);
+}
+
+class Onlooker final : public qmi::Observer {
+ public:
+  std::string seen() {
+    MutexLock hold(qmi::bus_lock);
+    return std::exchange(seen_, "");
+  }
+
+ private:
+  void on_crossing(const qmi::Crossing& crossing) override {
+    seen_ += crossing.direction + std::to_string(crossing.packet[0]);
+    if (!crossing.request.empty()) seen_ += "?";
+    if (crossing.message != nullptr) seen_ += crossing.message->name;
+    if (crossing.c_struct == nullptr) seen_ += "!";
+    seen_ += " ";
+  }
+  void on_outcome(const qmi_idl_service_object&, const qmi::Message&,
+                  qmi_client_error_type result) override {
+    seen_ += "=" + std::to_string(result) + " ";
+  }
+  void on_opened(const qmi_idl_service_object&, qmi_client_error_type result) override {
+    seen_ += "opened" + std::to_string(result) + " ";
+  }
+
+  std::string seen_ GUARDED_BY(qmi::bus_lock);
+};
+
+TEST_F(Qcci, AnObserverSeesWhatCrossesDecodedAndWhatBecameOfIt) {
+  static Onlooker onlooker;
+  qmi::add_observer(onlooker);
+  qmi_client_type handle;
+  qmi_client_init_instance(kService, QMI_CLIENT_INSTANCE_ANY, nullptr, nullptr, nullptr, 4,
+                           &handle);
+  EXPECT_EQ(onlooker.seen(), "opened-3 ");
+  modem.add_service(kExtensionId, kPort);
+  handle = open();
+  echo();
+  send(handle);
+  EXPECT_EQ(onlooker.seen(), "opened0 >0?send_data <2?send_data =0 ");
+
+  modem.on_request([](const Bytes& request) {
+    return Replies{packet(qmi::Kind::Indication, 1, 7, two_words(1)),
+                   packet(qmi::Kind::Response, transaction_of(request), 2, bytes("01 0100 00"))};
+  });
+  send(handle);
+  EXPECT_EQ(onlooker.seen(), ">0?send_data <4two_words <2?send_data! =-1 ");
+
+  modem.remove_service(kPort);
+  send(handle);
+  EXPECT_TRUE(onlooker.seen().ends_with("=-2 "));
+  qmi_client_release(handle);
 }
 
 class SilentNameService : public Qcci {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "qcci/directory.h"
+#include "qcci/observer.h"
 #include "qcci/qmi_codec.h"
 #include "qcci/service_client.h"
 
@@ -99,6 +100,12 @@ const qmi::Message* find_message(qmi_idl_service_object_type service,
   return service != nullptr ? service->find(static_cast<qmi::Kind>(type), msg_id) : nullptr;
 }
 
+qmi_client_error_type opened(qmi_idl_service_object_type service, qmi_client_error_type result)
+    REQUIRES(qmi::bus_lock) {
+  for (qmi::Observer* observer : qmi::observers()) observer->on_opened(*service, result);
+  return result;
+}
+
 qmi_client_error_type open_client(qmi_idl_service_object_type service, qmi::Address server,
                                   qmi_client_ind_cb ind_cb, void* ind_cb_data,
                                   qmi_client_type* handle) {
@@ -107,6 +114,10 @@ qmi_client_error_type open_client(qmi_idl_service_object_type service, qmi::Addr
       std::make_shared<qmi::ServiceClient>(number, service, server, ind_cb, ind_cb_data);
   Handles::instance().put(number, client);
   const auto error = client->start();
+  {
+    MutexLock hold(qmi::bus_lock);
+    opened(service, error);
+  }
   if (error == QMI_NO_ERR) {
     *handle = number;
   } else {
@@ -128,7 +139,10 @@ qmi_client_error_type qmi_client_notifier_init(qmi_idl_service_object_type servi
       number, service, [signal = os_params->signal] { Signals::instance().set(signal); });
   {
     MutexLock hold(qmi::bus_lock);
-    if (!qmi::Directory::instance().watch(*service, target, true)) return QMI_PORT_NOT_OPEN_ERR;
+    const bool watched = qmi::Directory::instance().watch(*service, target, true);
+    if (opened(service, watched ? QMI_NO_ERR : QMI_PORT_NOT_OPEN_ERR) != QMI_NO_ERR) {
+      return QMI_PORT_NOT_OPEN_ERR;
+    }
   }
   Handles::instance().put(number, target);
   *notifier = number;
@@ -144,7 +158,7 @@ qmi_client_error_type qmi_client_get_service_list(qmi_idl_service_object_type se
   const unsigned int room = list != nullptr ? *num_entries : 0;
   std::vector<qmi::Server> servers;
   MutexLock hold(qmi::bus_lock);
-  const auto error = qmi::Directory::instance().list(*service, servers);
+  const auto error = opened(service, qmi::Directory::instance().list(*service, servers));
   *num_services = static_cast<unsigned int>(servers.size());
   *num_entries = std::min(room, *num_services);
   for (unsigned int i = 0; i < *num_entries; ++i) {
@@ -178,7 +192,7 @@ qmi_client_error_type qmi_client_init_instance(qmi_idl_service_object_type servi
   {
     MutexLock hold(qmi::bus_lock);
     const auto error = qmi::Directory::instance().find(*service, instance, time_out_ms, server);
-    if (error != QMI_NO_ERR) return error;
+    if (error != QMI_NO_ERR) return opened(service, error);
   }
   return open_client(service, server.address, ind_cb, ind_cb_data, handle);
 }

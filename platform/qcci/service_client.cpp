@@ -2,8 +2,8 @@
 
 #include <errno.h>
 
+#include "qcci/observer.h"
 #include "qcci/qmi_codec.h"
-#include "qcci/trace.h"
 
 namespace qmi {
 namespace {
@@ -70,15 +70,11 @@ qmi_client_error_type ServiceClient::send_sync(uint16_t message, const void* req
   if (req_len != request->c_bytes || (req == nullptr && req_len > 0)) return QMI_INTERNAL_ERR;
   if (resp_len != response->c_bytes || resp == nullptr) return QMI_INTERNAL_ERR;
 
-  const auto result = [&]() -> qmi_client_error_type {
+  const auto result = [&] {
     MutexLock hold(bus_lock);
-    if (released_) return QMI_PORT_NOT_OPEN_ERR;
-    if (gone_) return QMI_SERVICE_ERR;
-    Pending pending{
-        .response = *response, .resp = resp, .transaction = connection_->next_transaction()};
-    pending_.push_back(&pending);
-    const auto outcome = exchange(*request, req, pending, timing::peer_deadline(time_out_ms));
-    std::erase(pending_, &pending);
+    Pending pending{.response = *response, .resp = resp};
+    const auto outcome = exchange(*request, req, pending, time_out_ms);
+    for (Observer* observer : observers()) observer->on_outcome(service, *request, outcome);
     return outcome;
   }();
   // What arrived before the answer has been heard before the caller goes on.
@@ -87,14 +83,27 @@ qmi_client_error_type ServiceClient::send_sync(uint16_t message, const void* req
 }
 
 qmi_client_error_type ServiceClient::exchange(const Message& request, const void* req,
-                                              Pending& pending, timing::Deadline deadline) {
+                                              Pending& pending, unsigned int time_out_ms) {
+  if (released_) return QMI_PORT_NOT_OPEN_ERR;
+  if (gone_) return QMI_SERVICE_ERR;
   pending.packet.resize(kHeaderBytes + request.wire_max);
   const auto body = encode(request, req, std::span(pending.packet).subspan(kHeaderBytes));
   if (!body) return QMI_INTERNAL_ERR;
   pending.packet.resize(kHeaderBytes + *body);
+  pending.transaction = connection_->next_transaction();
   write_header({Kind::Request, pending.transaction, request.id, static_cast<uint16_t>(*body)},
                pending.packet.data());
-  if (trace::is_on()) trace::record('>', service, pending.packet, body_of(pending.packet));
+  for (Observer* observer : observers()) {
+    observer->on_crossing({'>', service, pending.packet, body_of(pending.packet), &request, req});
+  }
+  pending_.push_back(&pending);
+  const auto result = send_and_wait(pending, timing::peer_deadline(time_out_ms));
+  std::erase(pending_, &pending);
+  return result;
+}
+
+qmi_client_error_type ServiceClient::send_and_wait(const Pending& pending,
+                                                   timing::Deadline deadline) {
   if (const int error = connection_->send(server_, pending.packet, deadline); error != 0) {
     connection_->hand_over();
     return send_error(error);
@@ -109,12 +118,37 @@ qmi_client_error_type ServiceClient::exchange(const Message& request, const void
 }
 
 void ServiceClient::on_packet(std::span<const uint8_t> packet) {
-  if (trace::is_on()) trace_arrived(packet);
   const auto header = read_header(packet);
-  if (!header) return;
-  if (header->kind == Kind::Response) on_response(*header, packet);
-  if (header->kind == Kind::Indication && is_whole(*header, packet)) {
-    on_indication(*header, packet.subspan(kHeaderBytes));
+  const bool whole = header && is_whole(*header, packet);
+  const bool answers = header && header->kind == Kind::Response;
+  Pending* const asked = answers ? find_pending(*header) : nullptr;
+  // Else its request has timed out, or it is a repeat.
+  const bool awaited = asked != nullptr && !asked->done;
+  if (awaited) {
+    const bool good = whole && decode(asked->response, body_of(packet), asked->resp);
+    asked->result = good ? QMI_NO_ERR : QMI_INTERNAL_ERR;
+    asked->done = true;
+  }
+  if (!observers().empty()) {
+    const auto request = asked != nullptr ? body_of(asked->packet) : std::span<const uint8_t>();
+    const void* decoded = awaited && asked->result == QMI_NO_ERR ? asked->resp : nullptr;
+    show_arrived(whole ? &*header : nullptr, packet, request, decoded);
+  }
+  if (whole && header->kind == Kind::Indication) on_indication(*header, body_of(packet));
+}
+
+void ServiceClient::show_arrived(const Header* header, std::span<const uint8_t> packet,
+                                 std::span<const uint8_t> request, const void* decoded) {
+  const Message* message = header != nullptr && header->kind != Kind::Request
+                               ? service.find(header->kind, header->message)
+                               : nullptr;
+  std::vector<uint8_t> c_struct;
+  if (message != nullptr && header->kind == Kind::Indication) {
+    c_struct.resize(message->c_bytes);
+    if (decode(*message, body_of(packet), c_struct.data())) decoded = c_struct.data();
+  }
+  for (Observer* observer : observers()) {
+    observer->on_crossing({'<', service, packet, request, message, decoded});
   }
 }
 
@@ -125,24 +159,6 @@ ServiceClient::Pending* ServiceClient::find_pending(const Header& header) {
     }
   }
   return nullptr;
-}
-
-void ServiceClient::trace_arrived(std::span<const uint8_t> packet) {
-  const auto header = read_header(packet);
-  const bool answers = header && header->kind == Kind::Response;
-  const Pending* pending = answers ? find_pending(*header) : nullptr;
-  trace::record('<', service, packet,
-                pending != nullptr ? body_of(pending->packet) : std::span<const uint8_t>());
-}
-
-void ServiceClient::on_response(const Header& header, std::span<const uint8_t> packet) {
-  Pending* const found = find_pending(header);
-  if (found == nullptr || found->done) return;  // its request has timed out, or a repeat
-  Pending& pending = *found;
-  const bool good = is_whole(header, packet) &&
-                    decode(pending.response, packet.subspan(kHeaderBytes), pending.resp);
-  pending.result = good ? QMI_NO_ERR : QMI_INTERNAL_ERR;
-  pending.done = true;
 }
 
 void ServiceClient::on_indication(const Header& header, std::span<const uint8_t> body) {

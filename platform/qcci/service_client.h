@@ -64,7 +64,7 @@ class ServiceClient final : public HandleTarget,
   struct Pending {
     const Message& response;
     void* resp;
-    uint16_t transaction;
+    uint16_t transaction = 0;
     std::vector<uint8_t> packet = {};  // the request
     bool done = false;
     qmi_client_error_type result = QMI_NO_ERR;
@@ -73,14 +73,17 @@ class ServiceClient final : public HandleTarget,
   void on_packet(std::span<const uint8_t> packet) override REQUIRES(bus_lock);
   void on_closed() override REQUIRES(bus_lock);
   Pending* find_pending(const Header& header) REQUIRES(bus_lock);
-  void trace_arrived(std::span<const uint8_t> packet) REQUIRES(bus_lock);
-  void on_response(const Header& header, std::span<const uint8_t> packet) REQUIRES(bus_lock);
+  // `header` is null for what is not whole, `decoded` the C structure of an awaited response.
+  void show_arrived(const Header* header, std::span<const uint8_t> packet,
+                    std::span<const uint8_t> request, const void* decoded) REQUIRES(bus_lock);
   void on_indication(const Header& header, std::span<const uint8_t> body) REQUIRES(bus_lock);
   bool has_own_connection() const REQUIRES(bus_lock);
   void service_gone() REQUIRES(bus_lock);
   void post_error() REQUIRES(bus_lock);
   qmi_client_error_type exchange(const Message& request, const void* req, Pending& pending,
-                                 timing::Deadline deadline) REQUIRES(bus_lock);
+                                 unsigned int time_out_ms) REQUIRES(bus_lock);
+  qmi_client_error_type send_and_wait(const Pending& pending, timing::Deadline deadline)
+      REQUIRES(bus_lock);
 
   const Address server_;
   const qmi_client_ind_cb ind_cb_;

@@ -287,10 +287,25 @@ std::string flaw(const Message& message, std::span<const uint8_t> body) {
   return line;
 }
 
+class Writer final : public Observer {
+ public:
+  void on_crossing(const Crossing& crossing) override {
+    const auto now = timing::Clock::now().time_since_epoch();
+    const auto us = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+    char time[40];
+    snprintf(time, sizeof time, "%lld.%06lld ", static_cast<long long>(us / 1'000'000),
+             static_cast<long long>(us % 1'000'000));
+    const std::string out = time + text(crossing.direction, crossing.service, crossing.packet,
+                                        crossing.request, environment::trace_full());
+    [[maybe_unused]] const ssize_t n = write(environment::trace().fd, out.data(), out.size());
+  }
+};
+
 }  // namespace
 
-bool is_on() {
-  return environment::trace().sink != environment::Sink::None;
+Observer* observer() {
+  static auto* writer = new Writer;  // outlives main, like the threads that may call it
+  return environment::trace().sink != environment::Sink::None ? writer : nullptr;
 }
 
 std::string text(char direction, const qmi_idl_service_object& service,
@@ -315,18 +330,6 @@ std::string text(char direction, const qmi_idl_service_object& service,
   out += words.tlvs();
   if (message != nullptr) out += flaw(*message, packet.subspan(kHeaderBytes));
   return out + words.hex();
-}
-
-void record(char direction, const qmi_idl_service_object& service, std::span<const uint8_t> packet,
-            std::span<const uint8_t> request) {
-  const auto now = timing::Clock::now().time_since_epoch();
-  const auto us = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
-  char time[40];
-  snprintf(time, sizeof time, "%lld.%06lld ", static_cast<long long>(us / 1'000'000),
-           static_cast<long long>(us % 1'000'000));
-  const std::string out =
-      time + text(direction, service, packet, request, environment::trace_full());
-  [[maybe_unused]] const ssize_t n = write(environment::trace().fd, out.data(), out.size());
 }
 
 }  // namespace qmi::trace

@@ -12,18 +12,15 @@
 #include <span>
 #include <string>
 
-#include "qcci/packet.h"
+#include "qcci/observer.h"
 
 namespace qmi::trace {
 
-bool is_on();
+// The one that writes records to where TOVI_TRACE says; null when that is nowhere.
+Observer* observer();
 
-// Records one packet; `direction` is '>' for sent, '<' for received. `request` is the body of the
-// request that it is or answers, empty when there is none or it is not known.
-void record(char direction, const qmi_idl_service_object& service, std::span<const uint8_t> packet,
-            std::span<const uint8_t> request);
-
-// The record's text after the time.
+// A record after its time; `direction` is '>' for sent, '<' for received. `request` is the body of
+// the request that it is or answers, empty when there is none or it is not known.
 std::string text(char direction, const qmi_idl_service_object& service,
                  std::span<const uint8_t> packet, std::span<const uint8_t> request,
                  bool show_hidden);

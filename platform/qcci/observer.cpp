@@ -1,0 +1,30 @@
+#include "qcci/observer.h"
+
+#include <vector>
+
+#include "qcci/trace.h"
+
+namespace qmi {
+namespace {
+
+std::vector<Observer*>& all_observers() {
+  static auto* all = [] {  // outlives main: what comes at the exit is still seen
+    auto* asked_for = new std::vector<Observer*>;
+    if (Observer* trace = trace::observer()) asked_for->push_back(trace);
+    return asked_for;
+  }();
+  return *all;
+}
+
+}  // namespace
+
+void add_observer(Observer& observer) {
+  MutexLock hold(bus_lock);
+  all_observers().push_back(&observer);
+}
+
+std::span<Observer* const> observers() {
+  return all_observers();
+}
+
+}  // namespace qmi
