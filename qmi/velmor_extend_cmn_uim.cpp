@@ -27,8 +27,8 @@ std::atomic<uint8_t> SSR_Detected;
 void error_cb(qmi_client_type, qmi_client_error_type error, void*) {
   VELMOR_LOG_DEBUG("QMI error callback %d", error);
   if (error == QMI_SERVICE_ERR) {
-    VELMOR_LOG_DEBUG("SSR Detected, set SSR_Detected 1");
     SSR_Detected = 1;
+    VELMOR_LOG_DEBUG("SSR Detected, set SSR_Detected 1");
   }
 }
 

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "modem.h"
 #include "sim_uim.h"
@@ -60,18 +61,20 @@ class Uim : public FakeModemTest {
 
   // The service leaves and comes back; returns when the library has told the client.
   void lose_service() {
-    const std::string said = "SSR Detected, set SSR_Detected 1";
-    const std::string log = std::filesystem::path(socket_path()).parent_path() / "log";
-    const auto count = [&] {
-      const std::string text = read_file(log);
-      size_t n = 0;
-      for (size_t at = 0; (at = text.find(said, at)) != std::string::npos; ++at) ++n;
-      return n;
-    };
-    const size_t before = count();
+    std::ifstream log(std::filesystem::path(socket_path()).parent_path() / "log", std::ios::ate);
     modem.remove_service(kUimPort);
     modem.add_service(kUim, kUimPort);
-    while (count() == before) usleep(200);
+    for (int pauses = 0; pauses < 50000;) {
+      std::string line;
+      if (getline(log, line)) {
+        if (line.ends_with("SSR Detected, set SSR_Detected 1")) return;
+      } else {
+        log.clear();
+        usleep(200);
+        ++pauses;
+      }
+    }
+    FAIL() << "the client was not told";
   }
 
   FakeModem modem{socket_path()};
