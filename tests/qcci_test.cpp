@@ -143,7 +143,7 @@ class Onlooker final : public qmi::Observer {
   }
 
  private:
-  void on_crossing(const qmi::Crossing& crossing) override {
+  void on_crossing(const qmi::Crossing& crossing) override REQUIRES(qmi::bus_lock) {
     seen_ += crossing.direction + std::to_string(crossing.packet[0]);
     if (!crossing.request.empty()) seen_ += "?";
     if (crossing.message != nullptr) seen_ += crossing.message->name;
@@ -151,10 +151,11 @@ class Onlooker final : public qmi::Observer {
     seen_ += " ";
   }
   void on_outcome(const qmi_idl_service_object&, const qmi::Message&,
-                  qmi_client_error_type result) override {
+                  qmi_client_error_type result) override REQUIRES(qmi::bus_lock) {
     seen_ += "=" + std::to_string(result) + " ";
   }
-  void on_opened(const qmi_idl_service_object&, qmi_client_error_type result) override {
+  void on_opened(const qmi_idl_service_object&, qmi_client_error_type result) override
+      REQUIRES(qmi::bus_lock) {
     seen_ += "opened" + std::to_string(result) + " ";
   }
 
