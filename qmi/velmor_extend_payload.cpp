@@ -150,6 +150,13 @@ Payload common_payload(Kind kind, const uint8_t* payload) {
 
 }  // namespace
 
+bool velmor_extend_is_operation(std::string_view name) {
+  const auto is_name = [&](const char* known) { return name == known; };
+  return std::any_of(std::begin(kOperations), std::end(kOperations), is_name) ||
+         std::any_of(std::begin(kCommonTypes), std::end(kCommonTypes),
+                     [&](const auto& type) { return is_name(type.name); });
+}
+
 Payload velmor_extend_payload_of(Kind kind, std::span<const uint8_t> request) {
   const auto id = find_tlv(request, 0x01);
   const auto payload = find_tlv(request, 0x10);

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "qmi_message.h"
 
@@ -135,6 +136,9 @@ struct velmor_common_rsp_value {
   uint8_t value[492];
 };
 static_assert(sizeof(velmor_common_rsp_value) == sizeof(velmor_common_rsp::data));
+
+// Whether a request has that name in the trace: "nv_write", "modem_ssr".
+bool velmor_extend_is_operation(std::string_view name);
 
 // Tells the trace what a payload is, how it is laid out, and what of it identifies the device.
 qmi::Payload velmor_extend_payload_of(qmi::Kind kind, std::span<const uint8_t> request);

@@ -113,8 +113,6 @@ int serve(const Args& args) {
   const std::string* folder = environment::needed_state_folder();
   if (folder == nullptr) return kFailed;
   std::string problem;
-  auto behaviour = sim::Behaviour::from(options->faults, problem);
-  if (!behaviour) return failed(problem);
   if (sim::Modem::open(*folder, problem) == nullptr) return failed(problem);
   const state_files::FolderLock serving(*folder, state_files::LockPart::Serving,
                                         state_files::FolderLock::Mode::Shared);
@@ -122,6 +120,8 @@ int serve(const Args& args) {
   // Once more, now that nobody can empty the folder any more.
   const auto modem = sim::Modem::open(*folder, problem);
   if (modem == nullptr) return failed(problem);
+  auto behaviour = sim::Behaviour::from(options->faults, *modem, problem);
+  if (!behaviour) return failed(problem);
   const qmi::Descriptor stop = stop_signals();
   if (options->qrtr) {
     sim::QrtrServer server(*modem, std::move(*behaviour));

@@ -38,9 +38,13 @@ namespace {
 using namespace testing_support;
 
 TEST(FaultRules, AreReadOrRefusedWhole) {
+  const auto no_message = [](const std::string& word) {
+    return "'" + word +
+           "' is no message of the service, by name or in hexadecimal, nor an operation";
+  };
   const struct {
     const char* rules;
-    const char* why = "";  // it cannot be read
+    std::string why = "";  // it cannot be read
   } rows[] = {
       {""},
       {";"},
@@ -48,11 +52,17 @@ TEST(FaultRules, AreReadOrRefusedWhole) {
       {"0xFFE4/0x2#3=delay:20;11=error:0x5e"},
       {"b/3b=error:94;24=ind-other:21;24=no-ind;24=ind-first"},
       {"3=down;3=down:5;3=restart;3=restart:5;3=short:0;3=garbage;3=twice"},
+      {"extend/nv_write#2=result:-22;ffe4/restart=len:5;uim/memory_reset=stray;vs=absent:50"},
+      {"# a comment; 3=oops\n uim/power_up=error:94 ;; \n\n\t3=absent\n"},
       {"drop", "it has no ="},
-      {"=drop", "'' is no service in hexadecimal"},
-      {"xyz=drop", "'xyz' is no service in hexadecimal"},
-      {"3/=drop", "'' is no message in hexadecimal, ffff at most"},
-      {"3/10000=drop", "'10000' is no message in hexadecimal, ffff at most"},
+      {"=drop", "'' is no service, by name or in hexadecimal"},
+      {"xyz=drop", "'xyz' is no service, by name or in hexadecimal"},
+      {"3/=drop", no_message("")},
+      {"3/10000=drop", no_message("10000")},
+      {"nas/nv_write=drop", no_message("nv_write")},
+      {"3=result:6", "only the extension service has a payload for that"},
+      {"ffe4=result:x", "'x' is no number: result:N"},
+      {"3/21=absent", "'absent' is about a whole service"},
       {"3#=drop", "'' behind # is no decimal number above 0"},
       {"3#0=drop", "'0' behind # is no decimal number above 0"},
       {"3=explode", "'explode' is no action; tovi-modem --help names them"},
@@ -65,7 +75,7 @@ TEST(FaultRules, AreReadOrRefusedWhole) {
   };
   for (const auto& row : rows) {
     std::string problem;
-    EXPECT_EQ(sim::Faults::parse(row.rules, problem).has_value(), *row.why == '\0') << row.rules;
+    EXPECT_EQ(sim::Faults::parse(row.rules, problem).has_value(), row.why.empty()) << row.rules;
     if (problem.empty()) continue;
     const std::string rule = strrchr(row.rules, ';') ? strrchr(row.rules, ';') + 1 : row.rules;
     EXPECT_EQ(problem, "the fault rule '" + rule + "' cannot be read: " + row.why);
@@ -86,14 +96,15 @@ TEST(FaultRules, StandInTheManualAndInTheGuide) {
         << word;
     EXPECT_TRUE(std::regex_search(guide, std::regex("\n\\|[^|]*`" + word + "[:`]"))) << word;
   }
-  EXPECT_EQ(words, 13u);
+  EXPECT_EQ(words, 17u);
 }
 
 TEST(FaultRules, TheFirstThatMatchesWinsAndCountsItsOwnRequests) {
   std::string problem;
   auto faults = *sim::Faults::parse("3/21#2=drop;3=error:7;ffe4#1=twice", problem);
-  const auto action = [&](uint32_t service, uint16_t message) {
-    const sim::Fault* fault = faults.meet(service, message);
+  const auto action = [&](uint32_t service, uint8_t message) {
+    const uint8_t request[] = {0, 1, 0, message, 0, 0, 0};
+    const sim::Fault* fault = faults.meet(sim::Asked(*sim::service_of(service), request));
     return fault != nullptr ? static_cast<int>(fault->action) : -1;
   };
   using Action = sim::Fault::Action;
@@ -103,7 +114,7 @@ TEST(FaultRules, TheFirstThatMatchesWinsAndCountsItsOwnRequests) {
   EXPECT_EQ(action(3, 0x21), int(Action::Error));
   EXPECT_EQ(action(0xFFE4, 2), int(Action::Twice));
   EXPECT_EQ(action(0xFFE4, 2), -1);
-  EXPECT_EQ(action(4, 0x21), -1);
+  EXPECT_EQ(action(0x11, 0x21), -1);
 }
 
 // Answers with one byte and raises two indications.
@@ -145,6 +156,7 @@ TEST(Faults, ChangeAnswerAndIndications) {
       {"77=drop", "0:" + b1 + " 0:" + b2 + " "},
       {"77=delay:9", "9:" + aa + " 0:" + b1 + " 0:" + b2 + " "},
       {"77=twice", "0:" + aa + " 0:" + aa + " 0:" + b1 + " 0:" + b2 + " "},
+      {"77=stray", "0:02018005000400010100aa 0:" + b1 + " 0:" + b2 + " "},
       {"77=short:2", "0:020100050002000101 0:" + b1 + " 0:" + b2 + " "},
       {"77=error:94", "0:02010005000700020400010" + std::string("05e00 ")},
       {"77=ind-first", "0:" + b1 + " 0:" + b2 + " 0:" + aa + " "},
@@ -169,6 +181,73 @@ TEST(Faults, ChangeAnswerAndIndications) {
   sim::Faults none;
   for (const char* packet : {"", "00", "020100050000", "04010005000000", "0001000500010000 00"}) {
     EXPECT_TRUE(sim::carry_out(service, {}, bytes(packet), none, random).deliveries.empty());
+  }
+}
+
+TEST(FaultsFile, IsFollowedByARunningModem) {
+  const ScratchFolder folder;
+  Variables variables = {{"TOVI_STATE", folder / "state"}, {"TOVI_LOG", "/dev/null"}};
+  Program server("tovi-modem", {"serve", "--unix", folder / "socket", "--faults", "uim=error:3"},
+                 variables);
+  server.wait_for_error_line("tovi-modem: ready\n");
+  variables["TOVI_MODEM"] = "unix:" + (folder / "socket");
+  variables["TOVI_TIME_SCALE"] = "0.2";
+  variables["TOVI_TRACE"] = "stderr";
+  const std::string file = folder / "state/faults";
+  const std::string good = "data len(9)";
+  const struct {
+    const char* rules;
+    Args args;
+    std::string printed;
+  } rows[] = {
+      {"", {"4", "1", "0", "550"}, good},
+      {"extend/nv_read=result:6", {"4", "1", "0", "550"}, "error_code(6)"},
+      {"extend/nv_read=result:7", {"4", "1", "0", "550"}, "error_code(7)"},
+      {"extend/efs_read=result:-28", {"4", "1", "0", "550"}, good},
+      {"extend/efs_read=result:-28", {"4", "4", "0", "/none"}, "error_code(-28)"},
+      {"extend/restart=result:94", {"11", "0"}, "modem_ssr {unread = 0, result = 94,"},
+      {"extend/2=len:19", {"4", "1", "0", "550"}, "resp_len:19"},
+      {"# mine\nextend=stray", {"4", "1", "0", "550"}, "error_code(-103)"},
+      {"ffe4=drop;what", {"4", "1", "0", "550"}, good},
+      {"uim/get_eid=error:7", {"5", "10", "2", "0"}, "error = 3}"},
+      {"uim/power_down=error:26", {"5", "10", "2", "0"}, "error = 26}"},
+  };
+  for (const auto& row : rows) {
+    write_file(file, row.rules);
+    const Result result = run("tovi", row.args, variables);
+    const std::string out = result.out + result.err;
+    EXPECT_NE(out.find(row.printed), std::string::npos) << row.rules << "\n" << out;
+  }
+  std::filesystem::remove(file);
+  EXPECT_NE(run("tovi", {"4", "1", "0", "550"}, variables).out.find(good), std::string::npos);
+  server.kill(SIGTERM);
+  const std::string complaint = file + ": the fault rule 'what' cannot be read: it has no =\n";
+  EXPECT_EQ(server.wait().err, "tovi-modem: ready\ntovi-modem: " + complaint);
+  // What cannot be read at the start keeps the modem from starting.
+  write_file(file, "what");
+  EXPECT_EQ(run("tovi-modem", {"serve", "--unix", folder / "socket"}, variables).err,
+            "tovi-modem: " + complaint);
+  variables["TOVI_MODEM"] = "sim";
+  EXPECT_EQ(run("tovi", {"4", "1", "0", "550"}, variables).err,
+            "tovi: the simulated modem: " + complaint);
+}
+
+TEST(Faults, KeepAServiceAwayFromTheStart) {
+  const ScratchFolder folder;
+  Variables variables = {{"TOVI_STATE", folder / "state"}, {"TOVI_LOG", "/dev/null"}};
+  const struct {
+    const char* rules;
+    const char* found;
+  } rows[] = {
+      {"extend=absent", "error_code(-102)"},
+      {"uim=absent", "data len(9)"},
+      {"extend=absent:300", "data len(9)"},
+  };
+  for (const auto& row : rows) {
+    variables["TOVI_SIM_FAULTS"] = row.rules;
+    variables["TOVI_TIME_SCALE"] = "0.3";
+    const std::string out = run("tovi", {"4", "1", "0", "550"}, variables).out;
+    EXPECT_NE(out.find(row.found), std::string::npos) << row.rules << "\n" << out;
   }
 }
 

@@ -87,13 +87,15 @@ EmbeddedModem* embedded_modem() {
     const std::string* folder = environment::needed_state_folder();
     if (folder == nullptr) return nullptr;
     std::string problem;
-    auto behaviour = Behaviour::from(environment::sim_faults(), problem);
-    Modem* modem = behaviour ? Modem::open(*folder, problem).release() : nullptr;
-    if (modem == nullptr) {
+    auto modem = Modem::open(*folder, problem);
+    auto behaviour = modem != nullptr ? Behaviour::from(environment::sim_faults(), *modem, problem)
+                                      : std::nullopt;
+    if (!behaviour) {
       environment::complain("the simulated modem: %s", problem.c_str());
       return nullptr;
     }
-    auto* made = new EmbeddedModem{*modem, Router(*modem, std::move(*behaviour))};
+    Modem& lasting = *modem.release();
+    auto* made = new EmbeddedModem{lasting, Router(lasting, std::move(*behaviour))};
     made->router.keep_time_on_a_thread();
     return made;
   }();

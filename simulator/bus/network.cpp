@@ -30,9 +30,10 @@ std::vector<std::unique_ptr<Service>> make_services(Modem& modem) {
 
 }  // namespace
 
-std::optional<Behaviour> Behaviour::from(const std::string& rules, std::string& problem) {
+std::optional<Behaviour> Behaviour::from(const std::string& rules, const Modem& modem,
+                                         std::string& problem) {
   auto faults = Faults::parse(rules, problem);
-  if (!faults) return std::nullopt;
+  if (!faults || !faults->follow(modem.folder() + "/faults", problem)) return std::nullopt;
   const std::string seed = environment::sim_seed();
   char* end = nullptr;
   const unsigned long value = strtoul(seed.c_str(), &end, 10);
@@ -50,6 +51,16 @@ Network::Network(Modem& modem, Behaviour behaviour)
   }
 }
 
+// A service that is absent has no start, or a late one.
+void Network::start(Running& running) {
+  const Fault* absence = faults_.absence(running.id());
+  if (absence == nullptr) {
+    set_up(running, true);
+  } else if (absence->value) {
+    later(*absence->value, [this, &running]() REQUIRES(lock_) { set_up(running, true); });
+  }
+}
+
 void Network::set_up(Running& running, bool up) {
   if (running.up == up) return;
   running.up = up;
@@ -61,18 +72,12 @@ void Network::set_up(Running& running, bool up) {
   }
 }
 
-void Network::set_services_up(const Running* only, bool up) {
-  for (Running& running : services_) {
-    if (only == nullptr || only == &running) set_up(running, up);
-  }
-}
-
 void Network::start_services() {
-  set_services_up(nullptr, true);
+  for (Running& running : services_) start(running);
 }
 
 void Network::stop_services() {
-  set_services_up(nullptr, false);
+  for (Running& running : services_) set_up(running, false);
 }
 
 void Network::forget_client(qmi::Address client) {
@@ -103,16 +108,16 @@ void Network::request(Running& running, qmi::Address client, std::span<const uin
 
 // A later outage of the same services takes back when they were to return.
 void Network::go_down(Running& running, const Outage& outage) {
-  Running* const only = outage.of_all_services ? nullptr : &running;
-  set_services_up(only, false);
   const unsigned int mine = ++last_outage_;
   for (Running& one : services_) {
-    if (only == nullptr || only == &one) one.outage = mine;
+    if (!outage.of_all_services && &one != &running) continue;
+    set_up(one, false);
+    one.outage = mine;
   }
   if (!outage.back_after_ms) return;
   later(*outage.back_after_ms, [this, mine]() REQUIRES(lock_) {
     for (Running& one : services_) {
-      if (one.outage == mine) set_up(one, true);
+      if (one.outage == mine) start(one);
     }
   });
 }
@@ -120,9 +125,11 @@ void Network::go_down(Running& running, const Outage& outage) {
 void Network::later(uint32_t ms, std::function<void()> what) {
   agenda_.push_back({timing::Clock::now() + timing::scaled(ms), std::move(what)});
   agenda_changed_.notify_all();
-  if (own_thread_ && !thread_started_) {
-    thread_started_ = start_detached_thread([this] { keep_time(); });
-  }
+  if (own_thread_) start_thread();
+}
+
+void Network::start_thread() {
+  if (!thread_started_) thread_started_ = start_detached_thread([this] { keep_time(); });
 }
 
 timing::Deadline Network::earliest() {
@@ -156,6 +163,7 @@ void Network::run_due_locked() {
 void Network::keep_time_on_a_thread() {
   MutexLock hold(lock_);
   own_thread_ = true;
+  if (!agenda_.empty()) start_thread();
 }
 
 void Network::keep_time() {

@@ -20,8 +20,10 @@ struct Behaviour {
   Faults faults;
   uint32_t seed = 1;
 
-  // From TOVI_SIM_SEED and `rules`. Nothing, with `problem` in words, when one cannot be used.
-  static std::optional<Behaviour> from(const std::string& rules, std::string& problem);
+  // From TOVI_SIM_SEED, `rules` and the file `faults` in the modem's state folder, which is
+  // followed. Nothing, with `problem` in words, when one cannot be used.
+  static std::optional<Behaviour> from(const std::string& rules, const Modem& modem,
+                                       std::string& problem);
 };
 
 class Network {
@@ -68,10 +70,11 @@ class Network {
     std::function<void()> what;
   };
 
+  void start(Running& running) REQUIRES(lock_);
   void set_up(Running& running, bool up) REQUIRES(lock_);
-  void set_services_up(const Running* only, bool up) REQUIRES(lock_);  // null: all
   void go_down(Running& running, const Outage& outage) REQUIRES(lock_);
   void later(uint32_t ms, std::function<void()> what) REQUIRES(lock_);
+  void start_thread() REQUIRES(lock_);
   timing::Deadline earliest() REQUIRES(lock_);
   void run_due_locked() REQUIRES(lock_);
   void keep_time() EXCLUDES(lock_);

@@ -137,7 +137,7 @@ bool read_revision(const std::string& folder, unsigned int& revision, std::strin
 bool holds_only_state(const std::string& folder) {
   constexpr std::string_view kOwn[] = {".",     "..",    "version", "tmp",        "lock",
                                        "nv",    "efs",   "sar",     "properties", "slot",
-                                       "euicc", "stats", "pdc",     "device"};
+                                       "euicc", "stats", "pdc",     "device",     "faults"};
   const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
   if (entries == nullptr) return true;
   while (const dirent* entry = readdir(entries.get())) {

@@ -59,6 +59,15 @@ void cut(Packet& packet, size_t body_bytes) {
   memcpy(&packet[5], &length, sizeof length);
 }
 
+constexpr uint8_t kLengthTlv = 0x02;  // of the extension service: meaningful bytes of its payload
+
+// Replaces the value of a TLV of four bytes, if the packet has one of that number.
+void set_word(Packet& packet, uint8_t tlv, uint32_t value) {
+  const auto word = qmi::find_tlv(std::span(packet).subspan(qmi::kHeaderBytes), tlv);
+  if (word.size() == sizeof value)
+    memcpy(&packet[word.data() - packet.data()], &value, sizeof value);
+}
+
 // What the answer and its indications become under a fault.
 std::vector<Delivery> spoil(const Fault& fault, Packet response, std::vector<Delivery> indications,
                             std::minstd_rand& random) {
@@ -75,6 +84,8 @@ std::vector<Delivery> spoil(const Fault& fault, Packet response, std::vector<Del
         answer[i] = static_cast<uint8_t>(random() >> 8);
       }
       break;
+    case Action::Len: set_word(answer, kLengthTlv, value); break;
+    case Action::Stray: answer[2] = static_cast<uint8_t>(answer[2] ^ 0x80); break;
     case Action::Twice: deliveries.push_back(deliveries[0]); break;
     case Action::IndFirst:
       for (Delivery& indication : indications) indication.delay_ms = 0;
@@ -98,6 +109,8 @@ std::vector<Delivery> spoil(const Fault& fault, Packet response, std::vector<Del
       break;
     case Action::NoInd: indications.clear(); break;
     case Action::Error:
+    case Action::Result:
+    case Action::Absent:
     case Action::Down:
     case Action::Restart: break;  // seen to before the request is carried out
   }
@@ -122,6 +135,11 @@ uint16_t Service::number_indication() {
 std::vector<uint8_t> Service::refusal(const qmi::Header& request, uint32_t error) const {
   const ResultOnly refusal{{.result = 1, .error = error}};
   return make_packet(Kind::Response, request.transaction, request.message, kRefusal, &refusal);
+}
+
+std::vector<uint8_t> Service::refusal_inside(std::span<const uint8_t> request,
+                                             int32_t result) const {
+  return refusal(*qmi::read_header(request), static_cast<uint32_t>(result));
 }
 
 std::vector<uint8_t> make_packet(Kind kind, uint16_t transaction, uint16_t id,
@@ -155,23 +173,27 @@ Exchange carry_out(Service& service, qmi::Address client, std::span<const uint8_
                    Faults& faults, std::minstd_rand& random) {
   const auto header = qmi::read_header(packet);
   if (!header || header->kind != Kind::Request || !is_whole(*header, packet)) return {};
-  const Fault* fault = faults.meet(service.description().service_id, header->message);
-  if (fault != nullptr && fault->action == Fault::Action::Down) {
-    return {.deliveries = {}, .outage = Outage{false, 0, fault->value}};
-  }
-  if (fault != nullptr && fault->action == Fault::Action::Restart) {
-    return {.deliveries = {}, .outage = Outage{true, 0, fault->value.value_or(kRestartMs)}};
-  }
-  if (fault != nullptr && fault->action == Fault::Action::Error) {
-    return {.deliveries = {{0, service.refusal(*header, fault->value.value_or(0))}}, .outage = {}};
+  const Fault* fault = faults.meet(Asked(service.description(), packet));
+  using Action = Fault::Action;
+  static const Fault kNone{Action::Delay, 0, ""};
+  const Fault& met = fault != nullptr ? *fault : kNone;
+  const uint32_t value = met.value.value_or(0);
+  const auto refused = [&](Packet response) {
+    return Exchange{.deliveries = {{0, std::move(response)}}, .outage = {}, .fault = fault};
+  };
+  switch (met.action) {
+    case Action::Down: return {{}, Outage{false, 0, met.value}, fault};
+    case Action::Restart: return {{}, Outage{true, 0, met.value.value_or(kRestartMs)}, fault};
+    case Action::Error: return refused(service.refusal(*header, value));
+    case Action::Result:
+      return refused(service.refusal_inside(packet, static_cast<int32_t>(value)));
+    default: break;
   }
   Aftermath aftermath(service);
   Packet response =
       response_to(service, client, *header, packet.subspan(qmi::kHeaderBytes), aftermath);
-  constexpr Fault kNone{Fault::Action::Delay, 0};
-  return {spoil(fault != nullptr ? *fault : kNone, std::move(response), aftermath.indications(),
-                random),
-          aftermath.outage()};
+  return {spoil(met, std::move(response), aftermath.indications(), random), aftermath.outage(),
+          fault};
 }
 
 }  // namespace sim

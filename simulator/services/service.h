@@ -76,6 +76,11 @@ class Service {
   // The packet that refuses a request: the standard result with `error`.
   virtual std::vector<uint8_t> refusal(const qmi::Header& request, uint32_t error) const;
 
+  // The same for one that passes the service and is refused behind it, with the modem's own result
+  // in what the response carries.
+  virtual std::vector<uint8_t> refusal_inside(std::span<const uint8_t> request,
+                                              int32_t result) const;
+
   // Drops whatever was kept for a client that has gone, or for all of them.
   virtual void client_gone(qmi::Address client) = 0;
   virtual void all_clients_gone() = 0;
@@ -91,6 +96,7 @@ class Service {
 struct Exchange {
   std::vector<Delivery> deliveries;  // to the client, in this order
   std::optional<Outage> outage;
+  const Fault* fault = nullptr;  // that the request met
 };
 
 // Carries out a client's request, as far as faults let it. What the service does not know, or

@@ -10,6 +10,7 @@
 namespace sim {
 namespace {
 
+constexpr uint8_t kRequestIdTlv = 0x01;
 constexpr uint32_t kRefused = 1;  // `result` for a request id the service does not know
 
 // What the modem's NV manager answers.
@@ -51,12 +52,17 @@ void put_payload(const void* bytes, size_t size, velmor_extend_send_data_resp_ms
   memcpy(response.data, bytes, size);
 }
 
-// The modem cannot say: its state cannot be read.
-template <typename Rsp>
-void put_failure(velmor_extend_send_data_resp_msg_v01& response) {
-  Rsp rsp{};
-  rsp.result = -EIO;
-  put_payload(&rsp, offsetof(Rsp, data), response);
+// An answer of the modem that is nothing but a result.
+void put_result(uint32_t request_id, int32_t result,
+                velmor_extend_send_data_resp_msg_v01& response) {
+  velmor_nvefs_rsp nvefs{};
+  velmor_common_rsp common{};
+  nvefs.result = common.result = result;
+  if (request_id == REQUEST_ID_EFS) {
+    put_payload(&nvefs, offsetof(velmor_nvefs_rsp, data), response);
+  } else {
+    put_payload(&common, offsetof(velmor_common_rsp, data), response);
+  }
 }
 
 }  // namespace
@@ -79,11 +85,7 @@ uint32_t ExtensionService::answer(qmi::Address client, uint16_t message, const v
       default: resp.result = kRefused; break;
     }
   } catch (const StateError&) {
-    if (req.request_id == REQUEST_ID_EFS) {
-      put_failure<velmor_nvefs_rsp>(resp);
-    } else {
-      put_failure<velmor_common_rsp>(resp);
-    }
+    put_result(req.request_id, -EIO, resp);  // it cannot say: its state cannot be read
   }
   return 0;
 }
@@ -91,10 +93,24 @@ uint32_t ExtensionService::answer(qmi::Address client, uint16_t message, const v
 // The service has a result of its own in place of the standard one.
 std::vector<uint8_t> ExtensionService::refusal(const qmi::Header& request, uint32_t error) const {
   if (request.message != kExtendSendDataMsg) return Service::refusal(request, error);
-  const velmor_extend_send_data_resp_msg_v01 resp{
-      .result = error, .data_len = 0, .data_valid = 0, .data = {}};
-  const qmi::Message& message = *description().find(qmi::Kind::Response, request.message);
-  return make_packet(qmi::Kind::Response, request.transaction, request.message, message, &resp);
+  return packet_of(request, {.result = error, .data_len = 0, .data_valid = 0, .data = {}});
+}
+
+std::vector<uint8_t> ExtensionService::refusal_inside(std::span<const uint8_t> request,
+                                                      int32_t result) const {
+  const qmi::Header header = *qmi::read_header(request);
+  const auto id = qmi::find_tlv(request.subspan(qmi::kHeaderBytes), kRequestIdTlv);
+  uint32_t request_id = 0;
+  if (!read_value(id, request_id)) return refusal(header, static_cast<uint32_t>(result));
+  velmor_extend_send_data_resp_msg_v01 resp{};
+  put_result(request_id, result, resp);
+  return packet_of(header, resp);
+}
+
+std::vector<uint8_t> ExtensionService::packet_of(
+    const qmi::Header& request, const velmor_extend_send_data_resp_msg_v01& response) const {
+  const qmi::Message& message = *description().find(qmi::Kind::Response, kExtendSendDataMsg);
+  return make_packet(qmi::Kind::Response, request.transaction, request.message, message, &response);
 }
 
 void ExtensionService::client_gone(qmi::Address client) {

@@ -20,6 +20,8 @@ class ExtensionService final : public Service {
   uint32_t answer(qmi::Address client, uint16_t message, const void* request, void* response,
                   Aftermath& aftermath) override;
   std::vector<uint8_t> refusal(const qmi::Header& request, uint32_t error) const override;
+  std::vector<uint8_t> refusal_inside(std::span<const uint8_t> request,
+                                      int32_t result) const override;
   void client_gone(qmi::Address client) override;
   void all_clients_gone() override { open_writes_.clear(); }
 
@@ -33,6 +35,10 @@ class ExtensionService final : public Service {
     size_t file_size;
     std::string bytes;
   };
+
+  // A response of the one message that is answered.
+  std::vector<uint8_t> packet_of(const qmi::Header& request,
+                                 const velmor_extend_send_data_resp_msg_v01& response) const;
 
   using Payload = std::span<const uint8_t, kExtendDataBytes>;
 
