@@ -11,6 +11,8 @@
 
 #include <cmath>
 
+#include "machine.h"
+
 namespace environment {
 namespace {
 
@@ -27,11 +29,7 @@ struct TimeScale {
 
 const TimeScale& parsed_time_scale() {
   static const TimeScale scale = [] {
-#ifdef TOVI_DEVICE
-    const char* text = nullptr;
-#else
-    const char* text = variable("TOVI_TIME_SCALE");
-#endif
+    const char* text = machine::kScalesTime ? variable("TOVI_TIME_SCALE") : nullptr;
     if (text == nullptr) return TimeScale{1, true};
     char* end;
     const double factor = strtod(text, &end);
@@ -45,13 +43,8 @@ const TimeScale& parsed_time_scale() {
 }
 
 std::optional<ModemChoice> parse_modem() {
-#ifdef TOVI_DEVICE
-  constexpr const char* kDefault = "qrtr";
-#else
-  constexpr const char* kDefault = "sim";
-#endif
   const char* text = variable("TOVI_MODEM");
-  const std::string value = text != nullptr ? text : kDefault;
+  const std::string value = text != nullptr ? text : machine::kModem;
   if (!parsed_time_scale().usable) return std::nullopt;
   if (value == "sim") return ModemChoice{ModemKind::Simulated, "", value};
   if (value == "qrtr") return ModemChoice{ModemKind::Qrtr, "", value};
@@ -76,14 +69,8 @@ std::optional<std::string> parse_state_folder() {
 }
 
 std::string parse_device_root() {
-  if (const char* path = variable("TOVI_DEVICE_ROOT")) return path;
-#ifdef TOVI_DEVICE
-  return "";
-#else
-  // Without a folder there is no device: this machine's own /dev is none.
-  const std::string* state = state_folder();
-  return state != nullptr ? *state + "/device" : "/nonexistent";
-#endif
+  const char* path = variable("TOVI_DEVICE_ROOT");
+  return path != nullptr ? path : machine::device_root();
 }
 
 [[gnu::format(printf, 1, 0)]] void say(const char* format, va_list args) {

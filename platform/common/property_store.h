@@ -10,7 +10,7 @@ namespace property_store {
 // The value; empty when it is unset.
 std::string get(const char* key);
 
-// Two values of one moment, for the price of one where they are in a file.
+// Two values of one moment, for the price of one.
 using Pair = std::pair<std::string, std::string>;
 Pair get_both(const char* first, const char* second);
 

@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <string.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 
 #include "descriptor.h"
 #include "device_path.h"
+#include "machine.h"
 #include "timing.h"
 #include "unix_address.h"
 
@@ -23,23 +23,8 @@ constexpr unsigned int kSendMs = 1000;  // where no time-out is given
 
 using Packet = std::span<const unsigned char>;
 
-// Where a phone runs mainline Linux, its diag router has the modem's diag channel. The router's
-// name is abstract: zero bytes, as many as an address has room for. 0, or an errno value:
-// ECONNREFUSED when no router runs.
-int connect_router(int socket) {
-#ifdef TOVI_DEVICE
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  const auto* name = reinterpret_cast<const sockaddr*>(&address);
-  return connect(socket, name, sizeof address) == 0 ? 0 : errno;
-#else
-  (void)socket;
-  return ECONNREFUSED;
-#endif
-}
-
 int connect_port(int socket, const std::string& path) {
-  const int error = connect_router(socket);
+  const int error = machine::connect_diag_router(socket);
   return error == 0 || error == EAGAIN ? error : connect_unix(socket, path);
 }
 

@@ -3,11 +3,14 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <map>
 #include <optional>
+#include <string_view>
 
 #include "descriptor.h"
 #include "environment.h"
@@ -25,7 +28,7 @@ constexpr std::chrono::seconds kPatience{5};  // with a program that does not en
 std::optional<std::string> read_all(int fd) {
   const timing::Deadline deadline = timing::Clock::now() + kPatience;
   std::string all;
-  char room[256];
+  char room[4096];
   for (;;) {
     pollfd readable{fd, POLLIN, 0};
     const int ready = qmi::poll_until(&readable, 1, deadline);
@@ -49,7 +52,7 @@ bool ended_well(pid_t child) {
 
 // Runs a program of the device and waits for its end. What it printed, or nothing when it could not
 // be run or failed.
-std::optional<std::string> run(const char* program, const char* argument, const char* second) {
+std::optional<std::string> run(const char* program, const char* first, const char* second) {
   const std::string path = environment::device_root() + program;
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return std::nullopt;
@@ -61,7 +64,7 @@ std::optional<std::string> run(const char* program, const char* argument, const 
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_adddup2(&actions, in.get(), STDOUT_FILENO);
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-  const char* arguments[] = {path.c_str(), argument, second, nullptr};
+  const char* arguments[] = {path.c_str(), first, second, nullptr};
   pid_t child;
   const int error =
       posix_spawn(&child, path.c_str(), &actions, nullptr, const_cast<char**>(arguments), environ);
@@ -74,23 +77,38 @@ std::optional<std::string> run(const char* program, const char* argument, const 
   return ended_well(child) ? printed : std::nullopt;
 }
 
-// Values as they were last told. Asking costs a process, and every message asks.
+using Values = std::map<std::string, std::string, std::less<>>;
+
+// Lines of `[name]: [value]`; a value may itself have several lines.
+Values parse(std::string_view text) {
+  Values values;
+  while (text.starts_with('[')) {
+    const size_t middle = text.find("]: [");
+    if (middle == text.npos) break;
+    const size_t begin = middle + strlen("]: [");
+    const size_t end = std::min(text.find("]\n[", begin), text.size() - strlen("]\n"));
+    if (end < begin) break;
+    values.emplace(text.substr(1, middle - 1), text.substr(begin, end - begin));
+    text.remove_prefix(end + strlen("]\n"));
+  }
+  return values;
+}
+
+// All values as they were last told. Asking costs a process, and every message asks.
 class SystemProperties {
  public:
-  std::string get(const char* key) {
+  property_store::Pair get(const char* first, const char* second) {
     MutexLock hold(lock_);
-    Known& known = known_[key];
-    const bool is_fresh = known.told != timing::kPast && timing::Clock::now() - known.told < kFresh;
-    if (is_fresh) return known.value;
-    known.value = run(kGetprop, key, nullptr).value_or("");
-    if (known.value.ends_with('\n')) known.value.pop_back();
-    known.told = timing::Clock::now();
-    return known.value;
+    if (told_ == timing::kPast || timing::Clock::now() - told_ >= kFresh) {
+      values_ = parse(run(kGetprop, nullptr, nullptr).value_or(""));
+      told_ = timing::Clock::now();
+    }
+    return {value(first), value(second)};
   }
 
   bool set(const char* key, const char* value, std::string& problem) {
     MutexLock hold(lock_);
-    known_.erase(key);
+    told_ = timing::kPast;
     if (run(kSetprop, key, value)) return true;
     problem = std::string(kSetprop) + " failed";
     return false;
@@ -98,13 +116,15 @@ class SystemProperties {
 
  private:
   static constexpr std::chrono::seconds kFresh{1};
-  struct Known {
-    std::string value;
-    timing::Deadline told = timing::kPast;
-  };
+
+  std::string value(const char* key) REQUIRES(lock_) {
+    const auto found = values_.find(key);
+    return found != values_.end() ? found->second : "";
+  }
 
   Mutex lock_;
-  std::map<std::string, Known> known_ GUARDED_BY(lock_);
+  Values values_ GUARDED_BY(lock_);
+  timing::Deadline told_ GUARDED_BY(lock_) = timing::kPast;
 };
 
 SystemProperties& properties() {
@@ -115,11 +135,11 @@ SystemProperties& properties() {
 }  // namespace
 
 std::string property_store::get(const char* key) {
-  return properties().get(key);
+  return properties().get(key, key).first;
 }
 
 property_store::Pair property_store::get_both(const char* first, const char* second) {
-  return {get(first), get(second)};
+  return properties().get(first, second);
 }
 
 bool property_store::set(const char* key, const char* value, std::string& problem) {

@@ -1,5 +1,5 @@
 // The system properties: on a host the file properties in the state folder, on a device those that
-// its getprop and setprop programs know; a value is asked for again after a second.
+// its getprop and setprop programs know; they are asked for again after a second.
 #pragma once
 
 #include <string>
