@@ -101,6 +101,9 @@ class Words {
     return std::move(out_);
   }
 
+  // After `tlvs`.
+  std::vector<bool> hidden() && { return std::move(hidden_); }
+
   // Lines of 32 bytes; "*" stands for any number of lines like the one above it.
   std::string hex() const {
     std::string out, above;
@@ -277,6 +280,13 @@ class Words {
   size_t hide_from_ = SIZE_MAX;
 };
 
+// Null for one that is not known, or goes the other way.
+const Message* message_of(char direction, const qmi_idl_service_object& service,
+                          const Header& header) {
+  const bool is_expected = (direction == '>') == (header.kind == Kind::Request);
+  return is_expected ? service.find(header.kind, header.message) : nullptr;
+}
+
 // A line for a message that cannot be decoded: where that stopped.
 std::string flaw(const Message& message, std::span<const uint8_t> body) {
   const auto found = find_flaw(message, body);
@@ -320,8 +330,7 @@ std::string text(char direction, const qmi_idl_service_object& service,
     const size_t shown = show_hidden ? packet.size() : std::min(packet.size(), kHeaderBytes);
     return line + Words(packet.first(shown), nullptr, {}, false).hex();
   }
-  const bool is_expected = (direction == '>') == (header->kind == Kind::Request);
-  const Message* message = is_expected ? service.find(header->kind, header->message) : nullptr;
+  const Message* message = message_of(direction, service, *header);
   snprintf(line, sizeof line, "%c %s 0x%04x %s %s #%u len %u\n", direction, service.name,
            header->message, message != nullptr ? message->name : "unknown", word(header->kind),
            header->transaction, header->length);
@@ -330,6 +339,22 @@ std::string text(char direction, const qmi_idl_service_object& service,
   out += words.tlvs();
   if (message != nullptr) out += flaw(*message, packet.subspan(kHeaderBytes));
   return out + words.hex();
+}
+
+std::vector<bool> hidden_bytes(char direction, const qmi_idl_service_object& service,
+                               std::span<const uint8_t> packet, std::span<const uint8_t> request) {
+  if (environment::trace_full()) return {};
+  const auto header = read_header(packet);
+  if (!header || !is_whole(*header, packet)) {
+    std::vector<bool> hidden(packet.size(), true);
+    std::fill_n(hidden.begin(), std::min(packet.size(), kHeaderBytes), false);
+    return hidden;
+  }
+  const Message* message = message_of(direction, service, *header);
+  if (!may_identify(service, message, request)) return {};
+  Words words(packet, message, request, true);
+  words.tlvs();
+  return std::move(words).hidden();
 }
 
 }  // namespace qmi::trace

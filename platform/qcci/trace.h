@@ -11,6 +11,7 @@
 
 #include <span>
 #include <string>
+#include <vector>
 
 #include "qcci/observer.h"
 
@@ -24,5 +25,9 @@ Observer* observer();
 std::string text(char direction, const qmi_idl_service_object& service,
                  std::span<const uint8_t> packet, std::span<const uint8_t> request,
                  bool show_hidden);
+
+// Which bytes of a packet are not to be shown; empty when all may be, as with TOVI_TRACE_FULL.
+std::vector<bool> hidden_bytes(char direction, const qmi_idl_service_object& service,
+                               std::span<const uint8_t> packet, std::span<const uint8_t> request);
 
 }  // namespace qmi::trace

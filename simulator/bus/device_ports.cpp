@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "accept_client.h"
+#include "exchange.h"
 #include "modem.h"
 #include "sim_diag.h"
 #include "unix_address.h"
@@ -35,8 +36,9 @@ bool failed(const std::string& path, std::string& problem) {
 
 }  // namespace
 
-DevicePorts::DevicePorts(const Modem& modem)
+DevicePorts::DevicePorts(const Modem& modem, Witness* witness)
     : modem_(modem),
+      witness_(witness),
       diag_path_(modem.folder() + "/device/dev/diag"),
       at_path_(modem.folder() + "/device/dev/smd8"),
       at_twin_(modem) {}
@@ -151,7 +153,10 @@ bool DevicePorts::answer_diag(int client) {
   uint8_t command[kMaxDiagCommand];
   const ssize_t n = recv(client, command, sizeof command, MSG_DONTWAIT);
   if (n <= 0) return false;
-  for (const std::string& packet : diag_packets(modem_, {command, static_cast<size_t>(n)})) {
+  const std::span told(command, static_cast<size_t>(n));
+  const std::vector<std::string> packets = diag_packets(modem_, told);
+  if (witness_ != nullptr) witness_->saw_diag(told, packets.back());
+  for (const std::string& packet : packets) {
     for (const qmi::Descriptor& hearer : diag_clients_) {
       send(hearer.get(), packet.data(), packet.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     }
@@ -168,7 +173,9 @@ void DevicePorts::answer_at() {
       if (at_line_.size() < kMaxAtLine) at_line_ += text[i];
       continue;
     }
-    say_at(at_twin_.answer(at_line_));
+    const std::string answer = at_twin_.answer(at_line_);
+    if (witness_ != nullptr) witness_->saw_at(at_line_, answer);
+    say_at(answer);
     at_line_.clear();
   }
 }

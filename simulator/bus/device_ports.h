@@ -14,10 +14,12 @@
 namespace sim {
 
 class Modem;
+class Witness;
 
 class DevicePorts {
  public:
-  explicit DevicePorts(const Modem& modem);
+  // `witness` may be null.
+  explicit DevicePorts(const Modem& modem, Witness* witness = nullptr);
   ~DevicePorts();  // removes the ports
 
   enum class Owner { Command, Server };
@@ -38,6 +40,7 @@ class DevicePorts {
   void say_at(std::string_view text);
 
   const Modem& modem_;
+  Witness* const witness_;
   const std::string diag_path_;
   const std::string at_path_;
   std::vector<state_files::FolderLock> locks_;

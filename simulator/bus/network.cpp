@@ -41,11 +41,12 @@ std::optional<Behaviour> Behaviour::from(const std::string& rules, const Modem& 
     problem = "TOVI_SIM_SEED=" + seed + ": not a number";
     return std::nullopt;
   }
-  return Behaviour{std::move(*faults), seed.empty() ? 1 : static_cast<uint32_t>(value)};
+  return Behaviour{.faults = std::move(*faults),
+                   .seed = seed.empty() ? 1 : static_cast<uint32_t>(value)};
 }
 
 Network::Network(Modem& modem, Behaviour behaviour)
-    : faults_(std::move(behaviour.faults)), random_(behaviour.seed) {
+    : faults_(std::move(behaviour.faults)), random_(behaviour.seed), witness_(behaviour.witness) {
   for (auto& service : make_services(modem)) {
     services_.push_back({.service = std::move(service)});
   }
@@ -86,6 +87,7 @@ void Network::forget_client(qmi::Address client) {
 
 void Network::request(Running& running, qmi::Address client, std::span<const uint8_t> packet) {
   Exchange exchange = carry_out(*running.service, client, packet, faults_, random_);
+  if (witness_ != nullptr) witness_->saw(running.service->description(), client, packet, exchange);
   for (Delivery& delivery : exchange.deliveries) {
     if (delivery.delay_ms == 0) {
       deliver(running, client, delivery.packet);

@@ -7,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-#include "faults.h"
+#include "exchange.h"
 #include "mutex.h"
 #include "service.h"
 
@@ -15,10 +15,11 @@ namespace sim {
 
 class Modem;
 
-// How the modem is to behave: its faults, and the seed of its random bytes.
+// How the modem is to behave: its faults, and the seed of its random bytes; and who looks on.
 struct Behaviour {
   Faults faults;
   uint32_t seed = 1;
+  Witness* witness = nullptr;  // must outlive the network
 
   // From TOVI_SIM_SEED, `rules` and the file `faults` in the modem's state folder, which is
   // followed. Nothing, with `problem` in words, when one cannot be used.
@@ -82,6 +83,7 @@ class Network {
   unsigned int last_outage_ GUARDED_BY(lock_) = 0;
   Faults faults_ GUARDED_BY(lock_);
   std::minstd_rand random_ GUARDED_BY(lock_);
+  Witness* const witness_;
   std::vector<Later> agenda_ GUARDED_BY(lock_);
   Condition agenda_changed_;
   bool own_thread_ GUARDED_BY(lock_) = false;

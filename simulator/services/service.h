@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "exchange.h"
 #include "faults.h"
 #include "qcci/packet.h"
 #include "qmi_message.h"
@@ -24,19 +25,6 @@ inline constexpr uint32_t kQmiNoEntry = 0x32;
 inline constexpr uint32_t kQmiDeviceNotReady = 0x34;
 inline constexpr uint32_t kQmiNotSupported = 0x5E;
 inline constexpr uint32_t kQmiNoSim = 0x66;
-
-// A packet on its way to a client.
-struct Delivery {
-  uint32_t delay_ms;
-  std::vector<uint8_t> packet;
-};
-
-// Services leave, and come back after a while or not at all.
-struct Outage {
-  bool of_all_services;
-  uint32_t after_ms;
-  std::optional<uint32_t> back_after_ms;  // counted from their leaving
-};
 
 class Service;
 
@@ -90,13 +78,6 @@ class Service {
 
  private:
   uint16_t indications_ = 0;
-};
-
-// What comes of one packet of a client.
-struct Exchange {
-  std::vector<Delivery> deliveries;  // to the client, in this order
-  std::optional<Outage> outage;
-  const Fault* fault = nullptr;  // that the request met
 };
 
 // Carries out a client's request, as far as faults let it. What the service does not know, or

@@ -37,9 +37,9 @@ Program::Program(const std::string& name, const Args& args, const Variables& var
   if (pipe2(err, O_CLOEXEC) != 0) abort();
   pid_ = fork();
   if (pid_ == 0) {
-    for (const char* set :
-         {"TOVI_MODEM", "TOVI_STATE", "TOVI_LOG", "TOVI_TRACE", "TOVI_TRACE_FULL",
-          "TOVI_TIME_SCALE", "TOVI_DEVICE_ROOT", "TOVI_SIM_FAULTS", "TOVI_SIM_SEED"}) {
+    for (const char* set : {"TOVI_MODEM", "TOVI_STATE", "TOVI_LOG", "TOVI_TRACE", "TOVI_TRACE_FULL",
+                            "TOVI_TIME_SCALE", "TOVI_RECORD", "TOVI_DEVICE_ROOT", "TOVI_SIM_FAULTS",
+                            "TOVI_SIM_SEED"}) {
       unsetenv(set);
     }
     for (const auto& [key, value] : variables) setenv(key.c_str(), value.c_str(), 1);
@@ -60,7 +60,7 @@ Program::~Program() {
   close(err_fd_);
 }
 
-void Program::wait_for_error_line(const std::string& text) {
+const std::string& Program::wait_for_error_line(const std::string& text) {
   char buffer[256];
   ssize_t n = 1;
   while (err_.find(text) == std::string::npos && n > 0) {
@@ -68,6 +68,7 @@ void Program::wait_for_error_line(const std::string& text) {
     if (n > 0) err_.append(buffer, static_cast<size_t>(n));
   }
   EXPECT_NE(err_.find(text), std::string::npos) << err_;
+  return err_;
 }
 
 void Program::kill(int signal) {

@@ -37,8 +37,8 @@ class Program {
   Program(const std::string& name, const Args& args, const Variables& variables);
   ~Program();
 
-  // Waits until the program has written `text` to standard error.
-  void wait_for_error_line(const std::string& text);
+  // Waits until the program has written `text` to standard error, and gives all it wrote there.
+  const std::string& wait_for_error_line(const std::string& text);
   void kill(int signal);
   pid_t id() const { return pid_; }
   Result wait();

@@ -1,0 +1,74 @@
+// tovi-modem serve: a modem for any number of programs, until it is told to stop.
+#include <signal.h>
+#include <stdio.h>
+#include <sys/signalfd.h>
+
+#include "environment.h"
+#include "qrtr_server.h"
+#include "router.h"
+#include "serving.h"
+#include "unix_server.h"
+
+namespace program {
+namespace {
+
+struct ServeOptions {
+  bool qrtr = false;
+  std::string socket;
+  Wishes wishes;
+};
+
+std::optional<ServeOptions> parse_options(const Args& args) {
+  ServeOptions options;
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == "--qrtr") {
+      options.qrtr = true;
+    } else if (args[i] == "--unix" && i + 1 < args.size()) {
+      options.socket = args[++i];
+    } else if (!options.wishes.take(args, i)) {
+      return std::nullopt;
+    }
+  }
+  if (options.qrtr == !options.socket.empty()) return std::nullopt;  // one of the two
+  return options;
+}
+
+// SIGTERM and SIGINT, as a descriptor that polls readable when one of them comes.
+qmi::Descriptor stop_signals() {
+  sigset_t stops;
+  sigemptyset(&stops);
+  sigaddset(&stops, SIGTERM);
+  sigaddset(&stops, SIGINT);
+  sigprocmask(SIG_BLOCK, &stops, nullptr);
+  return qmi::Descriptor(signalfd(-1, &stops, SFD_CLOEXEC));
+}
+
+int ready_and_run(auto& server, ServedModem& served, const qmi::Descriptor& stop) {
+  served.open_ports();
+  fputs("tovi-modem: ready\n", stderr);
+  server.run(stop.get());
+  return kDone;
+}
+
+}  // namespace
+
+int serve(const Args& args) {
+  const auto options = parse_options(args);
+  if (!options) return wrong_usage();
+  const std::string* folder = environment::needed_state_folder();
+  if (folder == nullptr) return kFailed;
+  std::string problem;
+  const auto served = ServedModem::open(*folder, options->wishes, problem);
+  if (served == nullptr) return failed(problem);
+  const qmi::Descriptor stop = stop_signals();
+  if (options->qrtr) {
+    sim::QrtrServer server(served->modem(), served->take_behaviour());
+    return server.listen(problem) ? ready_and_run(server, *served, stop) : failed(problem);
+  }
+  sim::Router router(served->modem(), served->take_behaviour());
+  sim::UnixServer server(router);
+  return server.listen(options->socket, problem) ? ready_and_run(server, *served, stop)
+                                                 : failed(problem);
+}
+
+}  // namespace program

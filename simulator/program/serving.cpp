@@ -1,0 +1,57 @@
+#include "serving.h"
+
+#include "environment.h"
+
+namespace program {
+
+using state_files::FolderLock;
+
+Wishes::Wishes() : faults(environment::sim_faults()) {}
+
+bool Wishes::take(const Args& args, size_t& at) {
+  const struct {
+    const char* name;
+    std::string& value;
+  } options[] = {{"--faults", faults}, {"--log", log}};
+  for (const auto& [name, value] : options) {
+    if (args[at] != name || at + 1 == args.size()) continue;
+    value = args[++at];
+    return true;
+  }
+  return false;
+}
+
+ServedModem::ServedModem(const std::string& folder)
+    : serving_(folder, state_files::LockPart::Serving, FolderLock::Mode::Shared) {}
+
+std::unique_ptr<ServedModem> ServedModem::open(const std::string& folder, const Wishes& wishes,
+                                               std::string& problem) {
+  if (sim::Modem::open(folder, problem) == nullptr) return nullptr;
+  std::unique_ptr<ServedModem> served(new ServedModem(folder));
+  if (!served->serving_.held()) {
+    problem = folder + "/lock: cannot be locked";
+    return nullptr;
+  }
+  // Once more, now that nobody can empty the folder any more.
+  served->modem_ = sim::Modem::open(folder, problem);
+  if (served->modem_ == nullptr) return nullptr;
+  auto behaviour = sim::Behaviour::from(wishes.faults, *served->modem_, problem);
+  if (!behaviour) return nullptr;
+  served->behaviour_ = std::move(*behaviour);
+  if (!wishes.log.empty()) {
+    if (!served->log_.open(wishes.log, problem)) return nullptr;
+    served->witness_ = &served->log_;
+  }
+  served->behaviour_.witness = served->witness_;
+  return served;
+}
+
+void ServedModem::open_ports() {
+  ports_.emplace(*modem_, witness_);
+  std::string problem;
+  const auto outcome = ports_->open(sim::DevicePorts::Owner::Server, problem);
+  if (outcome == sim::DevicePorts::Outcome::HasServer) problem = "another server has them";
+  if (!problem.empty()) environment::complain("diag and AT port: %s", problem.c_str());
+}
+
+}  // namespace program

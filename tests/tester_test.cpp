@@ -1,0 +1,296 @@
+// A modem for other people's tests: run for one command, logged, told to refuse.
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include "gtest/gtest.h"
+#include "support/tool.h"
+#include "timing.h"
+
+namespace {
+
+using namespace testing_support;
+using namespace std::chrono_literals;
+
+class Tester : public testing::Test {
+ protected:
+  Tester() {
+    std::filesystem::create_directory(tmp);
+    variables = {{"TMPDIR", tmp},
+                 {"TOVI_LOG", "/dev/null"},
+                 {"TOVI_TIME_SCALE", "0.2"},
+                 {"PATH", TOVI_BUILD_FOLDER ":" + std::string(getenv("PATH"))}};
+  }
+
+  // `tovi-modem run OPTIONS -- COMMAND`.
+  static Args words(const Args& options, const Args& command) {
+    Args all = {"run"};
+    all.insert(all.end(), options.begin(), options.end());
+    all.push_back("--");
+    all.insert(all.end(), command.begin(), command.end());
+    return all;
+  }
+  Result modem_run(const Args& options, const Args& command) {
+    return run("tovi-modem", words(options, command), variables);
+  }
+
+  // The lines of the log, without the time.
+  std::vector<std::string> log_lines() const {
+    std::vector<std::string> lines;
+    std::istringstream text(read_file(log));
+    for (std::string line; std::getline(text, line);) {
+      EXPECT_TRUE(line.starts_with("{\"time\":\"20")) << line;
+      lines.push_back(line.substr(line.find("Z\",") + 2).replace(0, 1, "{"));
+    }
+    return lines;
+  }
+
+  // Whether, within ten seconds, no process has this test's folder in its environment, and nothing
+  // is left there.
+  bool is_clean_soon() const {
+    const auto limit = timing::Clock::now() + 10s;
+    while (timing::Clock::now() < limit) {
+      if (!has_process() && std::filesystem::is_empty(tmp)) return true;
+      usleep(2000);
+    }
+    return false;
+  }
+
+  bool has_process() const {
+    std::error_code gone;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc", gone)) {
+      std::ifstream file(entry.path() / "environ", std::ios::binary);
+      std::stringstream text;
+      text << file.rdbuf();
+      if (text.str().find("TMPDIR=" + tmp) != std::string::npos) return true;
+    }
+    return false;
+  }
+
+  ScratchFolder folder;
+  const std::string tmp = folder / "tmp";
+  const std::string log = folder / "log";
+  Variables variables;
+};
+
+TEST_F(Tester, ARunGivesTheStatusOfItsCommandAndLeavesNothing) {
+  const struct {
+    Args options;
+    Args command;
+    int status;
+    std::string out;
+    std::string err = "";
+  } rows[] = {
+      {{}, {"sh", "-c", "exit 7"}, 7, ""},
+      {{}, {"sh", "-c", "kill -9 $$"}, 128 + SIGKILL, ""},
+      {{}, {"sh", "-c", "test -S ${TOVI_MODEM#unix:} && ls $TOVI_STATE/nv"}, 0, "0\n1\n"},
+      {{"--state", folder / "kept"}, {"sh", "-c", "echo $TOVI_STATE"}, 0, (folder / "kept") + "\n"},
+      {{}, {"nosuchprogram"}, 127, "", "tovi-modem: nosuchprogram: No such file or directory\n"},
+      {{}, {"/"}, 126, "", "tovi-modem: /: Permission denied\n"},
+      {{"--faults", "x"},
+       {"true"},
+       1,
+       "",
+       "tovi-modem: the fault rule 'x' cannot be read: it has no =\n"},
+      {{"--log", folder / "no/log"},
+       {"true"},
+       1,
+       "",
+       "tovi-modem: " + (folder / "no/log") + ": No such file or directory\n"},
+  };
+  for (const auto& row : rows) {
+    const Result result = modem_run(row.options, row.command);
+    EXPECT_EQ(result.status, row.status) << row.command.back();
+    EXPECT_EQ(result.out, row.out);
+    EXPECT_EQ(result.err, row.err);
+    EXPECT_TRUE(std::filesystem::is_empty(tmp));
+  }
+  EXPECT_TRUE(exists(folder / "kept/nv/0/550"));
+  EXPECT_FALSE(exists(folder / "kept/device/dev/diag"));
+  for (const Args& args : {Args{"run"}, Args{"run", "--"}, Args{"run", "true"},
+                           Args{"run", "--state", "--", "true"}, Args{"run", "--fly", "--", "x"}}) {
+    EXPECT_EQ(run("tovi-modem", args, variables).status, 2);
+  }
+}
+
+TEST_F(Tester, SignalsReachTheCommand) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    Program modem("tovi-modem",
+                  words({}, {"sh", "-c",
+                             "trap 'exit 40' INT; trap 'exit 41' TERM; echo there >&2; "
+                             "while :; do sleep 0.01; done"}),
+                  variables);
+    modem.wait_for_error_line("there\n");
+    modem.kill(signal);
+    EXPECT_EQ(modem.wait().status, signal == SIGINT ? 40 : 41);
+    EXPECT_TRUE(is_clean_soon());
+  }
+}
+
+TEST_F(Tester, OfFiftyRunsThatAreKilledNothingStaysButWholeStateFolders) {
+  constexpr int kRuns = 50;
+  std::vector<std::unique_ptr<Program>> runs;
+  for (int i = 0; i < kRuns; ++i) {
+    Args options;
+    if (i % 2 == 0) options = {"--state", folder / "state" + std::to_string(i)};
+    const std::string script = "echo $$ >&2; while tovi 4 2 0 550 1 2 >/dev/null; do :; done";
+    runs.push_back(
+        std::make_unique<Program>("tovi-modem", words(options, {"sh", "-c", script}), variables));
+  }
+  std::minstd_rand random;
+  for (int i = 0; i < kRuns; ++i) {
+    usleep(static_cast<useconds_t>(random() % 20000));
+    const bool the_command = i % 3 == 0;
+    if (the_command) {
+      const std::string id = runs[size_t(i)]->wait_for_error_line("\n");
+      ::kill(std::stoi(id), SIGKILL);
+      EXPECT_EQ(runs[size_t(i)]->wait().status, 128 + SIGKILL);
+    } else {
+      runs[size_t(i)]->kill(SIGKILL);
+    }
+  }
+  runs.clear();
+  EXPECT_TRUE(is_clean_soon());
+  for (int i = 0; i < kRuns; i += 2) {
+    const std::string state = folder / "state" + std::to_string(i);
+    if (!exists(state)) continue;
+    EXPECT_FALSE(exists(state + "/device/dev/diag") || exists(state + "/device/dev/smd8"));
+    variables["TOVI_STATE"] = state;
+    EXPECT_NE(run("tovi", {"4", "1", "1", "550"}, variables).out.find("data len(9)"),
+              std::string::npos);
+  }
+}
+
+TEST_F(Tester, TheLogTellsWhatWasAskedAndDoneWithoutIdentities) {
+  const std::string write =
+      R"({"client":"1:16384","service":"extend","service_id":65508,"message":"send_data",)"
+      R"("message_id":2,"operation":"nv_write","arguments":{"request_id":2,"data_len":512,)"
+      R"("op_type":2,"sub_id":1,"id":77,"path_len":0,"path":"","data_len_all":2,)"
+      R"("data_len_send":0,"data_len_cur":0,"data":"07ff"},"result":0,"modem_result":6,)"
+      R"("responses":1,"indications":0,"fault":"extend/nv_write=result:6"})";
+  const struct {
+    const char* script;
+    const char* full;
+    std::vector<std::string> lines;  // whole, or a part of each
+  } rows[] = {
+      {"tovi 4 2 1 77 7 255", "", {write}},
+      {"tovi 4 2 0 550 8 9", "", {R"("id":550,"path_len":0,)", R"("data":".."})"}},
+      {"tovi 4 2 0 550 8 9", "1", {R"("data":"0809"})"}},
+      {"tovi 12 1",
+       "",
+       {R"("message":"incremental_scan","message_id":133,)",
+        R"("result":0,"responses":1,"indications":4})"}},
+      {"tovi 5 10 1 0", "", {R"("message":"get_eid","message_id":101,"arguments":{"slot":2})"}},
+      {"tovi 8 AT+CGSN", "", {R"({"port":"at","command":"AT+CGSN","answer":"OK"})"}},
+      {"tovi 8 AT+X=12", "", {R"({"port":"at","command":"AT+X=..","answer":"ERROR"})"}},
+      {"tovi 8 AT+CGSN", "1", {R"(\r\n001012345678902\r\n)"}},
+      {"tovi 5 0 0 0 100 38 38 2",
+       "",
+       {R"({"port":"diag","command":"262602","command_bytes":3,)"
+        R"("answer":"26","answer_bytes":133})"}},
+  };
+  for (const auto& row : rows) {
+    std::filesystem::remove(log);
+    variables["TOVI_TRACE_FULL"] = row.full;
+    modem_run({"--log", log, "--faults", "extend/nv_write=result:6"}, {"sh", "-c", row.script});
+    std::string all;
+    for (const std::string& line : log_lines()) all.append(line).append("\n");
+    for (const std::string& line : row.lines) {
+      EXPECT_NE(all.find(line), std::string::npos) << line << "\n" << all;
+    }
+    EXPECT_EQ(*row.full == '\0' && all.find("001012345678902") != std::string::npos, false);
+  }
+  struct stat status {};
+  EXPECT_EQ(stat(log.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600u);
+  const Result full =
+      modem_run({"--log", "/dev/full"}, {"sh", "-c", "tovi 4 1 0 10; tovi 4 1 0 10"});
+  EXPECT_NE(full.out.find("data len(3)"), std::string::npos);
+  EXPECT_EQ(full.err, "tovi-modem: /dev/full: No space left on device\n");
+}
+
+// Every command that asks the modem for something: 7 0 and 11 3 do not.
+TEST_F(Tester, EveryRefusalThatACommandCanMeetCanBeProvoked) {
+  struct Row {
+    Args args;
+    std::string rule;  // faults do not touch the ports: there it is the command that is refused
+    std::string logged;
+  };
+  std::vector<Row> rows = {
+      {{"3", "0", "1"}, "extend/gpio_set=result:48", ""},
+      {{"3", "1"}, "extend/efs_read=result:-5", ""},
+      {{"3", "2"}, "extend/efs_delete=result:-5", ""},
+      {{"3", "3", "1", "4", "7"}, "extend/tx_set=result:3", ""},
+      {{"3", "4"}, "extend/efs_read=error:1", ""},
+      {{"3", "5"}, "extend/efs_delete=result:-13", ""},
+      {{"4", "1", "0", "10"}, "extend/nv_read=result:5", ""},
+      {{"4", "2", "0", "77", "1"}, "extend/nv_write=result:6", ""},
+      {{"4", "3", "0", "10"}, "extend/nv_delete=result:5", ""},
+      {{"4", "4", "0", "/x"}, "extend/efs_read=result:-2", ""},
+      {{"4", "5", "0", "/x", "1"}, "extend/efs_write=result:-28", ""},
+      {{"4", "6", "0", "/x"}, "extend/efs_delete=result:-22", ""},
+      {{"5", "0", "0", "0", "100", "99"},
+       "",
+       R"("port":"diag","command":"63","command_bytes":1,"answer":"13")"},
+      {{"5", "1"}, "extend/card_status_query=result:94", ""},
+      {{"5", "2", "0"}, "extend/card_status_get=result:48", ""},
+      {{"5", "3", "0", "1", "0"}, "extend/card_status_set=result:48", ""},
+      {{"5", "4"}, "extend/card_type_query=error:9", ""},
+      {{"5", "5"}, "sar/rf_get_state=error:94", ""},
+      {{"5", "6", "0"}, "extend/card_hotswap_test=result:94", ""},
+      {{"5", "10", "2", "0"}, "uim/power_down=error:26", ""},
+      {{"5", "10", "2", "0"}, "uim/power_up=error:102", ""},
+      {{"5", "10", "1", "0"}, "uim/get_eid=error:94", ""},
+      {{"6", "4", "31"}, "extend/restart=result:94", ""},
+      {{"6", "3", "1"}, "extend/send_data=error:1", ""},
+      {{"7", "1", "0"}, "extend/stats_debug_info=result:94", ""},
+      {{"7", "1", "1"}, "extend/stats_debug_info=error:1", ""},
+      {{"8", "AT+X"}, "", R"("port":"at","command":"AT+X","answer":"ERROR")"},
+      {{"9", "0", "0"}, "vs/set_feature=error:94", ""},
+      {{"10", "0", "1"}, "pdc/activate=error:16", ""},
+      {{"10", "1", "1"}, "pdc/get_selected=error:3", ""},
+      {{"10", "1", "1"}, "pdc/deactivate=error:26", ""},
+      {{"10", "1", "1"}, "pdc/set_selected=error:41", ""},
+      {{"11", "0"}, "extend/restart=result:94", ""},
+      {{"11", "1"}, "extend/full_dump=result:94", ""},
+      {{"11", "2"}, "extend/nv_sync=result:3", ""},
+      {{"11", "4", "1"}, "extend/efs_write=result:-5", ""},
+      {{"11", "5", "1"}, "extend/nv_sync=error:1", ""},
+      {{"12", "0"}, "nas/network_scan=error:16", ""},
+      {{"12", "1"}, "nas/incremental_scan=error:52", ""},
+  };
+  for (const char* record :
+       {"0", "1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "11", "12", "20", "21", "30"}) {
+    rows.push_back({{"9", record, "0"}, "vs/get_stats=error:52", ""});
+  }
+  std::vector<std::unique_ptr<Program>> runs;
+  for (size_t i = 0; i < rows.size(); ++i) {
+    Args command = {"tovi"};
+    command.insert(command.end(), rows[i].args.begin(), rows[i].args.end());
+    const Args options = {"--faults", rows[i].rule, "--log", log + std::to_string(i)};
+    runs.push_back(std::make_unique<Program>("tovi-modem", words(options, command), variables));
+  }
+  for (size_t i = 0; i < rows.size(); ++i) {
+    runs[i]->wait();
+    const std::string& rule = rows[i].rule;
+    const size_t value = rule.find(':') + 1;
+    const bool inside = rule.find("=result:") != std::string::npos;
+    const std::string result =
+        std::string(inside ? "\"modem_result\":" : "\"result\":") + rule.substr(value);
+    const std::string text = read_file(log + std::to_string(i));
+    const size_t struck = text.find(R"("fault":")" + rule + R"("})");
+    const std::string line = text.substr(0, struck);
+    const std::string logged = rule.empty() ? rows[i].logged : result + ",";
+    EXPECT_NE(line.substr(rule.empty() ? 0 : line.rfind('\n') + 1).find(logged), std::string::npos)
+        << rule << "\n"
+        << text;
+    EXPECT_EQ(struck == std::string::npos, rule.empty()) << rule << "\n" << text;
+  }
+}
+
+}  // namespace
