@@ -18,10 +18,6 @@ using namespace testing_support;
 
 class Cmn : public Cli {
  protected:
-  std::string esim(const std::string& test, const std::string& faults = "") {
-    variables["TOVI_SIM_FAULTS"] = faults;
-    return tovi({"5", "10", test, "0"});
-  }
   static size_t count(const std::string& text, const std::string& part) {
     size_t n = 0;
     for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++n;
@@ -34,181 +30,14 @@ class Cmn : public Cli {
     ASSERT_NE(at, std::string::npos);
     write_file(folder / "state/" + file, text.replace(at, from.size(), to));
   }
-
   const std::string uimdrv = folder / "state/efs/1/nv/item_files/modem/uim/uimdrv/";
 };
-
-constexpr const char* kEid = "eID=89049032123451234512345678901235\n";
-constexpr const char* kFailed = "value=FAILED\n";
-
-TEST_F(Cmn, TheSlotIsSwitchedBetweenEsimAndSim) {
-  EXPECT_EQ(esim("1"), kEid);
-  EXPECT_EQ(read_file(uimdrv + "esim_enable"), std::string("\x01\0\0\0", 4));
-  EXPECT_EQ(read_file(uimdrv + "esim_eid"),
-            "\x89\x04\x90\x32\x12\x34\x51\x23\x45\x12\x34\x56\x78\x90\x12\x35");
-  EXPECT_EQ(esim("3"), kEid);
-  EXPECT_EQ(esim("2"), "value=SUCCEED\n");
-  EXPECT_EQ(read_file(uimdrv + "esim_enable"), std::string(4, '\0'));
-  EXPECT_EQ(esim("3"), kFailed);  // a removable SIM has no EID
-  EXPECT_EQ(esim("5"), kFailed);  // and no ISD-R
-  EXPECT_EQ(esim("4"), "PRESENT,PRESENT\n");
-  edit("slot/2", "sim=present", "sim=absent");
-  EXPECT_EQ(esim("4"), "PRESENT,ABSENT\n");
-  edit("slot/1", "power=on", "power=off");
-  EXPECT_EQ(esim("4"), "ERROR,ABSENT\n");
-  EXPECT_EQ(esim("4", "b/2f=error:3"), "UNKNOWN,UNKNOWN\n");
-  variables["TOVI_TIME_SCALE"] = "0.1";
-  EXPECT_EQ(esim("4", "b/2f=drop"), kFailed);
-  EXPECT_EQ(esim("7"), kFailed);
-  EXPECT_EQ(esim("0"), kFailed);
-  const std::string f = "velmor_cmn_esim_test";
-  EXPECT_EQ(tovi({"5", "10", "7", "1"}), line(f, "invalid input skip") + kFailed);
-}
-
-TEST_F(Cmn, AStoredEidIsKeptAndAnInvalidOneIsNot) {
-  variables["TOVI_TIME_SCALE"] = "0.1";
-  esim("4");
-  edit("euicc", "901235", "901236");
-  EXPECT_EQ(esim("1"), "value=FAILED - 89049032123451234512345678901236\n");
-  EXPECT_FALSE(exists(uimdrv + "esim_eid"));
-  write_file(uimdrv + "esim_eid", "sixteen bytes....");
-  edit("euicc", "901236", "901235");
-  EXPECT_EQ(esim("1"), kEid);
-  EXPECT_EQ(read_file(uimdrv + "esim_eid"), "sixteen bytes....");
-  edit("euicc", "eid=89", "eid=00");
-  const std::string out = tovi({"5", "10", "1", "1"});
-  EXPECT_EQ(count(out, "try get eid loop = "), 30u);
-  EXPECT_TRUE(out.ends_with(line("velmor_cmn_esim_test", "get eid timeout") + kFailed));
-}
-
-TEST_F(Cmn, AMemoryResetDeletesTheProfilesOnce) {
-  const std::string f = "velmor_cmn_esim_test";
-  const auto reset = [&] { return tovi({"5", "10", "5", "1"}); };
-  const std::string first = reset();
-  EXPECT_NE(first.find(line(f, "velmor_uim_open_channel res = 0, channel_id = 1")),
-            std::string::npos);
-  EXPECT_NE(
-      first.find(line(f, "velmor_uim_send_apdu res = 0") + line(f, "apdu=08bf34038001009000") +
-                 line(f, "velmor_uim_send_apdu, delete profile successfully.")),
-      std::string::npos);
-  EXPECT_NE(read_file(folder / "state/euicc").find("\nprofiles=\n"), std::string::npos);
-  const std::string second = reset();
-  EXPECT_NE(second.find(line(f, "apdu=08bf34038001019000") +
-                        line(f, "velmor_uim_send_apdu, nothing to delete.")),
-            std::string::npos);
-  for (const std::string& out : {first, second}) {
-    EXPECT_TRUE(out.ends_with(line(f, "velmor_uim_close_channel res = 0") + "value=SUCCEED\n"));
-  }
-  EXPECT_EQ(esim("5", "b/3f=error:3"), "value=SUCCEED\n");
-  for (const char* faults : {"b/42=error:3", "b/3b=error:3", "b/3b=drop"}) {
-    EXPECT_EQ(esim("5", faults), kFailed) << faults;
-  }
-}
-
-TEST_F(Cmn, ALateCardAndARestartInTheMiddleAreLivedThrough) {
-  variables["TOVI_TIME_SCALE"] = "0.25";
-  const struct {
-    const char* faults;
-    const char* out;
-  } rows[] = {
-      {"b/65#1=error:52;b/65#2=drop;b/65#3=error:52", kEid},  // late
-      {"b/65#2=restart;b/65#1=error:52", kEid},
-      {"b/65=error:52", kFailed},
-      {"b/30=error:3;b/31=error:26", kEid},  // refusals are not looked at
-      {"b/30#1=restart", kFailed},
-      {"b/31#1=restart", kFailed},
-      {"b/31=drop", kFailed},
-      {"ffe4/2#2=error:1", kFailed},  // the mode cannot be stored
-      {"b=down", kFailed},
-  };
-  for (const auto& row : rows) EXPECT_EQ(esim("1", row.faults), row.out) << row.faults;
-}
-
-TEST_F(Cmn, CardStatusOverTheExtensionService) {
-  const auto dump = [&](const Args& args) {
-    const std::string out = tovi(args);
-    const size_t at = out.find("data len(");
-    return at == std::string::npos ? out : out.substr(at);
-  };
-  EXPECT_EQ(dump({"5", "1"}),
-            "data len(16)\ndata: 27 00 00 00 08 00 00 00 01 00 00 00 01 00 00 00\n");
-  EXPECT_EQ(dump({"5", "3", "0", "1", "0"}), "data len(8)\ndata: 00 00 00 00 00 00 00 00\n");
-  EXPECT_EQ(dump({"5", "2", "0"}), "data len(12)\ndata: 37 00 00 00 04 00 00 00 00 00 00 00\n");
-  EXPECT_EQ(esim("4"), "ABSENT,PRESENT\n");
-  EXPECT_EQ(dump({"5", "4"}), "data len(12)\ndata: 38 00 00 00 04 00 00 00 02 00 00 00\n");
-  EXPECT_EQ(dump({"5", "6", "1", "10", "10", "3"}), "data len(8)\ndata: 00 00 00 00 00 00 00 00\n");
-
-  const std::string error = line("velmor_test_cmn_do", "note: Error happen! error_code(268431370)");
-  const std::string set = "velmor_cmn_card_status_set", swap = "velmor_cmn_card_hotswap_test";
-  const auto need = [](const std::string& f, const std::string& n) {
-    return line(f, "note: need " + n + " inputs, Pls refer to the following cmd:");
-  };
-  EXPECT_EQ(tovi({"5", "3", "0", "1"}),
-            line(set, set) + need("velmor_cmn_card_status_cmd", "6") + error + help("5: cmn"));
-  EXPECT_EQ(tovi({"5", "6", "1", "10"}), line(swap, swap) + line(swap, "opt: 1") +
-                                             need("velmor_cmn_card_status_cmd_ex", "7") + error +
-                                             help("5: cmn"));
-  EXPECT_EQ(tovi({"5", "6"}),
-            line(swap, swap) +
-                line(swap, "note: need 4 inputs at least, Pls refer to the following cmd:") +
-                error + help("5: cmn"));
-  EXPECT_EQ(tovi({"5", "10", "1"}),
-            line("velmor_cmn_esim_test", "invalid input") +
-                line("velmor_test_cmn_do", "note: Error happen! error_code(-1)") + help("5: cmn"));
-}
-
-TEST_F(Cmn, TheSarDsiIsAskedForOnlyWhileTheEchoIsOn) {
-  variables["TOVI_TRACE"] = folder / "trace";
-  EXPECT_TRUE(tovi({"5", "5"}).ends_with("SAR DSI: 3\n"));
-  EXPECT_FALSE(read_file(folder / "trace").empty());
-  write_file(folder / "trace", "");
-  set_property("persist.vendor.velmor.shell_print", "0");
-  EXPECT_EQ(tovi({"5", "5"}), "");
-  EXPECT_EQ(read_file(folder / "trace"), "");
-}
 
 std::string diag_lines(const std::string& mode, const std::string& bytes_sent,
                        const std::string& rest) {
   const std::string f = "velmor_cmn_diag_cmd_send";
   return line(f, "function entry ------------->") + "diag cmd:\n" + bytes_sent + "\n" +
          line(f, mode) + rest + line(f, "function exit <-------------");
-}
-
-TEST_F(Cmn, DiagCommandsInEachOfTheFourWays) {
-  EXPECT_EQ(tovi({"5", "0", "0", "0", "1000", "0x4B", "75", "0x1FF"}),
-            diag_lines("callback mode with result", "0x4B 0x4B 0xFF ",
-                       "rsp data len(4)\nrsp data: 0x13 0x4B 0x4B 0xFF\n"));
-  EXPECT_EQ(tovi({"5", "0", "1", "0", "1000", "0x26", "10", "0"}).substr(0, 230).substr(150),
-            tovi({"5", "0", "9", "0", "1000", "0x26", "10", "0"}).substr(0, 230).substr(150));
-  EXPECT_EQ(tovi({"5", "0", "0", "1", "0", "0"}),
-            diag_lines("callback mode without result", "0x00 ", "done without rsp data\n"));
-  EXPECT_EQ(tovi({"5", "0", "1", "1", "0", "0"}),
-            diag_lines("dci mode without result", "0x00 ", "done without rsp data\n"));
-  const struct {
-    const char* command;
-    const char* answer;
-  } rows[] = {
-      {"0x00", "rsp data len(55)\nrsp data: 0x00 0x4A 0x61 0x6E"},
-      {"0x7C", "rsp data len(47)\nrsp data: 0x7C 0x02 0x00 0x00"},
-      {"0x26", "rsp data len(2)\nrsp data: 0x15 0x26\n"},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(count(tovi({"5", "0", "0", "0", "1000", row.command}), row.answer), 1u);
-  }
-  EXPECT_EQ(count(tovi({"5", "0", "0", "0", "1000", "0x26", "0x26", "2"}),
-                  "rsp data len(133)\nrsp data: 0x26 0x26 0x02 0x08 0x0A 0x10 0x10"),
-            1u);
-  const std::string f = "velmor_cmn_diag_cmd_send";
-  EXPECT_EQ(tovi({"5", "0", "0", "0", "1000"}),
-            line(f, "function entry ------------->") +
-                line(f, "note: Too few inputs, Pls refer to the following cmd:") +
-                line(f, "function exit <-------------"));
-  Args many = {"5", "0", "0", "0", "1000"};
-  many.insert(many.end(), 5000, "1");
-  const std::string out = tovi(many);
-  EXPECT_EQ(count(out, "0x01 "), 4096u + 4095u);
-  EXPECT_EQ(count(out, "rsp data len(4097)"), 1u);
-  EXPECT_FALSE(exists(folder / "state/device/dev/diag"));
 }
 
 // Also who asked for nothing.

@@ -23,17 +23,6 @@ class Cli : public testing::Test {
     complaint = "tovi: TOVI_MODEM=" + modem + ": no such socket\n";
   }
 
-  // The echo of `function` alone.
-  std::string said(const Args& args, const std::string& function) {
-    const std::string out = tovi(args), prefix = "RIL[" + function + "]: ";
-    std::string all;
-    for (size_t at = 0; (at = out.find(prefix, at)) != std::string::npos;) {
-      at += prefix.size();
-      all += out.substr(at, out.find('\n', at) - at) + "|";
-    }
-    return all;
-  }
-
   void set_property(const std::string& name, const std::string& value) {
     EXPECT_EQ(run("tovi-modem", {"setprop", name, value}, variables).status, 0);
   }
