@@ -64,14 +64,17 @@ class Uim : public FakeModemTest {
     std::ifstream log(std::filesystem::path(socket_path()).parent_path() / "log", std::ios::ate);
     modem.remove_service(kUimPort);
     modem.add_service(kUim, kUimPort);
+    std::string line, part;  // a line may be seen while it is being written
     for (int pauses = 0; pauses < 50000;) {
-      std::string line;
-      if (getline(log, line)) {
-        if (line.ends_with("SSR Detected, set SSR_Detected 1")) return;
-      } else {
+      getline(log, part);
+      line += part;
+      if (log.eof()) {
         log.clear();
         usleep(200);
         ++pauses;
+      } else {
+        if (line.ends_with("SSR Detected, set SSR_Detected 1")) return;
+        line.clear();
       }
     }
     FAIL() << "the client was not told";
