@@ -1,5 +1,7 @@
-// A modem for other people's tests: run for one command, logged, told to refuse.
+// A modem for other people's tests: run for one command, logged, told to refuse, recorded and
+// replayed.
 #include <signal.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -291,6 +293,171 @@ TEST_F(Tester, EveryRefusalThatACommandCanMeetCanBeProvoked) {
         << text;
     EXPECT_EQ(struck == std::string::npos, rule.empty()) << rule << "\n" << text;
   }
+}
+
+class Recorded : public Tester {
+ protected:
+  const std::string record = folder / "record";
+
+  // `tovi ARGS` with a modem of its own, recorded.
+  Result recorded(const Args& args, const std::string& rules = "") {
+    std::filesystem::remove(record);
+    variables["TOVI_RECORD"] = record;
+    return modem_run({"--faults", rules}, command(args));
+  }
+  Result replayed(const Args& args, const Args& options = {}) {
+    variables.erase("TOVI_RECORD");
+    Args all = {"--replay", record};
+    all.insert(all.end(), options.begin(), options.end());
+    return modem_run(all, command(args));
+  }
+  static Args command(Args args) {
+    args.insert(args.begin(), "tovi");
+    return args;
+  }
+};
+
+// tools/replay-sessions does it with random sessions.
+TEST_F(Recorded, ASessionReplaysToTheByte) {
+  variables["TOVI_TIME_SCALE"] = "1";
+  variables["TOVI_TRACE_FULL"] = "1";
+  const struct {
+    Args args;
+    const char* rules;
+  } rows[] = {
+      {{"4", "1", "0", "550"}, ""},
+      {{"4", "4", "0", "/nv/item_files/modem/mmode/lte_bandpref"}, "extend#1=twice"},
+      {{"4", "5", "0", "/x", "1"}, "extend#2=delay:200"},
+      {{"5", "10", "1", "0"}, "uim/get_eid#1=error:3"},
+      {{"4", "1", "0", "10"}, "extend=stray"},
+      {{"10", "1", "1"}, ""},
+      {{"11", "0"}, "extend#1=garbage"},
+      {{"12", "1"}, "nas=ind-delay:30"},
+      {{"4", "1", "0", "10"}, "extend=absent"},
+      {{"4", "1", "0", "10"}, "extend#1=restart:50"},
+  };
+  // All at once: most of their time they wait.
+  const auto run_all = [&](const std::string& option, auto options_of) {
+    std::vector<std::unique_ptr<Program>> running;
+    std::vector<Result> results;
+    for (const auto& row : rows) {
+      const std::string file = record + std::to_string(&row - rows);
+      Variables mine = variables;
+      if (option == "--faults") mine["TOVI_RECORD"] = file;
+      running.push_back(std::make_unique<Program>(
+          "tovi-modem", words({option, options_of(row, file)}, command(row.args)), mine));
+    }
+    for (const auto& program : running) results.push_back(program->wait());
+    return results;
+  };
+  const auto first_time = run_all("--faults", [](const auto& row, auto) { return row.rules; });
+  const auto second_time = run_all("--replay", [](const auto&, auto file) { return file; });
+  for (size_t i = 0; i < std::size(rows); ++i) {
+    EXPECT_EQ(second_time[i].out, first_time[i].out) << rows[i].rules;
+    EXPECT_EQ(second_time[i].err, first_time[i].err) << rows[i].rules;
+    EXPECT_EQ(second_time[i].status, 0) << rows[i].rules;
+  }
+  const Result first = recorded({"12", "0"}, "nas=delay:3000");
+  const auto begin = timing::Clock::now();
+  EXPECT_EQ(replayed({"12", "0"}, {"--fast"}).out, first.out);
+  EXPECT_LT(timing::Clock::now() - begin, 2500ms);
+}
+
+TEST_F(Recorded, ADifferenceIsNamedAndRefusedAndGivesStatus1) {
+  const struct {
+    Args args;
+    const char* then;  // in the record
+    const char* now;
+    std::string said;
+  } rows[] = {
+      {{"4", "1", "0", "10"},
+       "0201000a00",
+       "0201000b00",
+       "extend send_data nv_read: differs from line 4 of the record in data.id: 10, recorded 11\n"
+       "tovi-modem: replay: never asked: line 4 of the record, extend send_data nv_read\n"},
+      {{"4", "4", "0", "/abc"},
+       "2f616263",
+       "2f616264",
+       "extend send_data efs_read: differs from line 4 of the record in data.path\n"
+       "tovi-modem: replay: never asked: line 4 of the record, extend send_data efs_read\n"},
+      {{"4", "1", "0", "10"},
+       "01040002000000",
+       "01040003000000",
+       "extend send_data nv_read: differs from line 4 of the record in request_id: 2, recorded 3\n"
+       "tovi-modem: replay: never asked: line 4 of the record, extend send_data\n"},
+      {{"12", "0"},
+       "00010021000000",
+       "00010085000000",
+       "nas network_scan: differs from line 4 of the record in the message\n"
+       "tovi-modem: replay: never asked: line 4 of the record, nas incremental_scan\n"},
+  };
+  for (const auto& row : rows) {
+    recorded(row.args);
+    std::string text = read_file(record);
+    const size_t at = text.find(row.then);
+    ASSERT_NE(at, std::string::npos) << text;
+    write_file(record, text.replace(at, strlen(row.then), row.now));
+    const Result result = replayed(row.args);
+    EXPECT_EQ(result.err, "tovi-modem: replay: " + row.said);
+    EXPECT_EQ(result.status, 1);
+  }
+  recorded({"4", "1", "0", "10"});
+  EXPECT_EQ(replayed({"4"}).err,
+            "tovi-modem: replay: never asked: line 4 of the record, extend send_data nv_read\n");
+  variables.erase("TOVI_RECORD");
+  const Result more = modem_run({"--replay", record}, {"sh", "-c", "tovi 4 1 0 10; tovi 4 1 0 10"});
+  EXPECT_EQ(more.err,
+            "tovi-modem: replay: extend send_data nv_read: the record has no more requests "
+            "of the service\n");
+  EXPECT_NE(more.out.find("error_code(-103)"), std::string::npos);
+}
+
+TEST_F(Recorded, IdentitiesAreNotRecordedAndMayBeOthersInAReplay) {
+  recorded({"4", "2", "0", "550", "8", "10", "16"});
+  EXPECT_EQ(read_file(record).find("080a10"), std::string::npos);
+  EXPECT_NE(read_file(record).find("...."), std::string::npos);
+  struct stat status {};
+  EXPECT_EQ(stat(record.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600u);
+  EXPECT_EQ(replayed({"4", "2", "0", "550", "9", "9", "9"}).err, "");
+  EXPECT_EQ(replayed({"4", "2", "0", "551", "9", "9", "9"}).status, 1);
+  variables["TOVI_TRACE_FULL"] = "1";
+  recorded({"4", "2", "0", "550", "8", "10", "16"});
+  EXPECT_NE(read_file(record).find("080a10"), std::string::npos);
+  variables["TOVI_RECORD"] = "/dev/full";
+  const Result full = modem_run({}, {"tovi", "4", "1", "0", "10"});
+  EXPECT_NE(full.out.find("data len(3)"), std::string::npos);
+  EXPECT_EQ(full.err, "tovi: TOVI_RECORD: No space left on device\n");
+}
+
+TEST_F(Recorded, ADamagedRecordIsReadAsFarAsItGoes) {
+  recorded({"4", "1", "0", "10"});
+  const std::string whole = read_file(record);
+  const std::string name = "tovi-modem: " + record;
+  const std::string so_far = "; what stands before it is replayed\n";
+  const struct {
+    std::string text;
+    std::string said;
+    int status;
+  } rows[] = {
+      {whole + whole.substr(0, 40), name + ":6: ends within a line" + so_far, 0},
+      {whole + "{}\n", name + ":6: no line of a record" + so_far, 0},
+      {whole + R"({"time":1,"process":1,"service_id":65508,"direction":">","bytes":"0g"})" + "\n",
+       name + ":6: no line of a record" + so_far, 0},
+      {whole + R"({"time":1,"process":1,"service_id":65508,"direction":">","bytes":["00"]})" + "\n",
+       name + ":6: no line of a record" + so_far, 0},
+      {"hello\n", name + ":1: no line of a record\n", 1},
+      {"", name + ": no record, it is empty\n", 1},
+  };
+  for (const auto& row : rows) {
+    write_file(record, row.text);
+    const Result result = replayed({"4", "1", "0", "10"});
+    EXPECT_EQ(result.err, row.said);
+    EXPECT_EQ(result.status, row.status);
+    EXPECT_EQ(result.out.find("data len(3)") != std::string::npos, row.status == 0);
+  }
+  std::filesystem::remove(record);
+  EXPECT_EQ(replayed({"4"}).err, name + ": No such file or directory\n");
 }
 
 }  // namespace

@@ -79,12 +79,16 @@ std::string parse_device_root() {
   fprintf(stderr, "%s: %s\n", program_invocation_short_name, line);
 }
 
-Output open_output(const char* name, const char* target) {
-  if (strcmp(target, "stderr") == 0) return {Sink::Descriptor, STDERR_FILENO};
-  const int fd = open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+Output open_file(const char* name, const char* target, mode_t mode) {
+  const int fd = open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, mode);
   if (fd >= 0) return {Sink::Descriptor, fd};
   complain("%s=%s: %s", name, target, strerror(errno));
   return {Sink::None, -1};
+}
+
+Output open_output(const char* name, const char* target) {
+  if (strcmp(target, "stderr") == 0) return {Sink::Descriptor, STDERR_FILENO};
+  return open_file(name, target, 0644);
 }
 
 }  // namespace
@@ -132,6 +136,14 @@ const Output& trace() {
   static const Output output = [] {
     const char* target = variable("TOVI_TRACE");
     return target != nullptr ? open_output("TOVI_TRACE", target) : Output{Sink::None, -1};
+  }();
+  return output;
+}
+
+const Output& record() {
+  static const Output output = [] {
+    const char* target = variable("TOVI_RECORD");
+    return target != nullptr ? open_file("TOVI_RECORD", target, 0600) : Output{Sink::None, -1};
   }();
   return output;
 }

@@ -30,7 +30,7 @@ double time_scale();
 // TOVI_DEVICE_ROOT: the folder that stands for the root of the phone's file tree.
 const std::string& device_root();
 
-// TOVI_LOG and TOVI_TRACE: where to write. `fd` -1 means not at all.
+// TOVI_LOG, TOVI_TRACE and TOVI_RECORD, a file: where to write. `fd` -1 means not at all.
 enum class Sink { None, Syslog, Descriptor };
 struct Output {
   Sink sink;
@@ -38,6 +38,7 @@ struct Output {
 };
 const Output& system_log();
 const Output& trace();
+const Output& record();
 
 // TOVI_TRACE_FULL: show what identifies a person or a device.
 bool trace_full();

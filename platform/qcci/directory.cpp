@@ -46,6 +46,7 @@ qmi_client_error_type Directory::connect(timing::Deadline deadline) {
 
 bool Directory::ask(Service& service) {
   service.asked = true;
+  if (service.id != kNoService) show(service, Observer::Presence::Sought);
   const ControlPacket lookup{.command = Control::NewLookup, .service = service.id};
   if (connection_->ask_name_service(bytes_of(lookup), timing::peer_deadline(kLookupLimitMs)) != 0) {
     return false;
@@ -163,7 +164,9 @@ void Directory::on_packet(std::span<const uint8_t> bytes) {
   if (!packet) return;
   if (packet->ends_list()) {
     if (unanswered_.empty()) return;
-    service_of(unanswered_.front()).answered = true;
+    Service& listed = service_of(unanswered_.front());
+    listed.answered = true;
+    if (listed.id != kNoService) show(listed, Observer::Presence::Listed);
     unanswered_.pop_front();
     return;
   }
@@ -207,7 +210,12 @@ void Directory::server_left(Service& service, Address address) {
   tell(service, false, server);
 }
 
+void Directory::show(const Service& service, Observer::Presence presence) {
+  for (Observer* observer : observers()) observer->on_presence(service.id, presence);
+}
+
 void Directory::tell(Service& service, bool there, const Server& server) {
+  show(service, there ? Observer::Presence::There : Observer::Presence::Gone);
   std::erase_if(service.watches, [&](const Watch& watch) REQUIRES(bus_lock) {
     const auto watcher = watch.watcher.lock();
     if (watcher == nullptr) return true;

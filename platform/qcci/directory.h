@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "qcci/connection.h"
+#include "qcci/observer.h"
 #include "qmi_client.h"
 
 namespace qmi {
@@ -82,6 +83,7 @@ class Directory final : private Receiver {
   qmi_client_error_type refresh(Service& service) REQUIRES(bus_lock);
   void server_came(Service& service, const Server& server) REQUIRES(bus_lock);
   void server_left(Service& service, Address address) REQUIRES(bus_lock);
+  void show(const Service& service, Observer::Presence presence) REQUIRES(bus_lock);
   void tell(Service& service, bool there, const Server& server) REQUIRES(bus_lock);
   void retry_soon() REQUIRES(bus_lock);
 

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "qcci/record.h"
 #include "qcci/trace.h"
 
 namespace qmi {
@@ -10,7 +11,9 @@ namespace {
 std::vector<Observer*>& all_observers() {
   static auto* all = [] {  // outlives main: what comes at the exit is still seen
     auto* asked_for = new std::vector<Observer*>;
-    if (Observer* trace = trace::observer()) asked_for->push_back(trace);
+    for (Observer* one : {trace::observer(), record::observer()}) {
+      if (one != nullptr) asked_for->push_back(one);
+    }
     return asked_for;
   }();
   return *all;

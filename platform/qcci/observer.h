@@ -1,5 +1,5 @@
 // Who looks on: sees what the clients of this process send and receive, and what became of it. The
-// trace is one. Costs nothing when nobody does.
+// trace and the record are two. Costs nothing when nobody does.
 #pragma once
 
 #include <span>
@@ -32,6 +32,10 @@ class Observer {
   // An exchange has ended, with what qmi_client_send_msg_sync returns.
   virtual void on_outcome(const qmi_idl_service_object&, const Message& /*request*/,
                           qmi_client_error_type) REQUIRES(bus_lock) {}
+
+  // The network is asked for a service; has listed those that run; one is there; it has gone.
+  enum class Presence { Sought, Listed, There, Gone };
+  virtual void on_presence(uint32_t /*service*/, Presence) REQUIRES(bus_lock) {}
 
   // A search for a service's servers, or the opening of a client or notifier, has ended.
   virtual void on_opened(const qmi_idl_service_object&, qmi_client_error_type) REQUIRES(bus_lock) {}

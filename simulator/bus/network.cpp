@@ -46,7 +46,10 @@ std::optional<Behaviour> Behaviour::from(const std::string& rules, const Modem& 
 }
 
 Network::Network(Modem& modem, Behaviour behaviour)
-    : faults_(std::move(behaviour.faults)), random_(behaviour.seed), witness_(behaviour.witness) {
+    : faults_(std::move(behaviour.faults)),
+      random_(behaviour.seed),
+      witness_(behaviour.witness),
+      script_(behaviour.script) {
   for (auto& service : make_services(modem)) {
     services_.push_back({.service = std::move(service)});
   }
@@ -85,10 +88,37 @@ void Network::forget_client(qmi::Address client) {
   for (Running& running : services_) running.service->client_gone(client);
 }
 
+// From the script if there is one, else from the modem.
+Exchange Network::exchange(Running& running, qmi::Address client, std::span<const uint8_t> packet) {
+  if (script_ == nullptr) return carry_out(*running.service, client, packet, faults_, random_);
+  const auto header = qmi::read_header(packet);
+  if (!header || !is_whole(*header, packet)) return {};
+  auto scripted = script_->answer(running.service->description(), packet);
+  if (scripted) return std::move(*scripted);
+  return {.deliveries = {{0, running.service->refusal(*header, kQmiInternal)}}};
+}
+
+void Network::change(const Change& change) {
+  for (Running& running : services_) {
+    if (running.id() != change.service) continue;
+    if (change.after_ms == 0) {
+      set_up(running, change.there);
+    } else {
+      later(change.after_ms,
+            [this, &running, there = change.there]() REQUIRES(lock_) { set_up(running, there); });
+    }
+  }
+}
+
+void Network::service_sought(uint32_t service) {
+  if (script_ == nullptr) return;
+  for (const Change& one : script_->sought(service)) change(one);
+}
+
 void Network::request(Running& running, qmi::Address client, std::span<const uint8_t> packet) {
-  Exchange exchange = carry_out(*running.service, client, packet, faults_, random_);
-  if (witness_ != nullptr) witness_->saw(running.service->description(), client, packet, exchange);
-  for (Delivery& delivery : exchange.deliveries) {
+  Exchange outcome = exchange(running, client, packet);
+  if (witness_ != nullptr) witness_->saw(running.service->description(), client, packet, outcome);
+  for (Delivery& delivery : outcome.deliveries) {
     if (delivery.delay_ms == 0) {
       deliver(running, client, delivery.packet);
       continue;
@@ -99,12 +129,13 @@ void Network::request(Running& running, qmi::Address client, std::span<const uin
       if (running.up && running.port == port) deliver(running, client, late);
     });
   }
-  if (!exchange.outage) return;
-  if (exchange.outage->after_ms == 0) {
-    go_down(running, *exchange.outage);
+  for (const Change& one : outcome.changes) change(one);
+  if (!outcome.outage) return;
+  if (outcome.outage->after_ms == 0) {
+    go_down(running, *outcome.outage);
   } else {
-    later(exchange.outage->after_ms, [this, &running, outage = *exchange.outage]()
-                                         REQUIRES(lock_) { go_down(running, outage); });
+    later(outcome.outage->after_ms, [this, &running, outage = *outcome.outage]()
+                                        REQUIRES(lock_) { go_down(running, outage); });
   }
 }
 

@@ -19,7 +19,8 @@ class Modem;
 struct Behaviour {
   Faults faults;
   uint32_t seed = 1;
-  Witness* witness = nullptr;  // must outlive the network
+  Witness* witness = nullptr;  // these must outlive the network
+  Script* script = nullptr;
 
   // From TOVI_SIM_SEED, `rules` and the file `faults` in the modem's state folder, which is
   // followed. Nothing, with `problem` in words, when one cannot be used.
@@ -61,6 +62,7 @@ class Network {
   void request(Running& running, qmi::Address client, std::span<const uint8_t> packet)
       REQUIRES(lock_);
   void forget_client(qmi::Address client) REQUIRES(lock_);
+  void service_sought(uint32_t service) REQUIRES(lock_);  // by a client, who is not answered yet
 
   Mutex lock_;  // of the network and of the services, under those of the QMI library
   std::vector<Running> services_ GUARDED_BY(lock_);
@@ -71,6 +73,9 @@ class Network {
     std::function<void()> what;
   };
 
+  Exchange exchange(Running& running, qmi::Address client, std::span<const uint8_t> packet)
+      REQUIRES(lock_);
+  void change(const Change& change) REQUIRES(lock_);
   void start(Running& running) REQUIRES(lock_);
   void set_up(Running& running, bool up) REQUIRES(lock_);
   void go_down(Running& running, const Outage& outage) REQUIRES(lock_);
@@ -84,6 +89,7 @@ class Network {
   Faults faults_ GUARDED_BY(lock_);
   std::minstd_rand random_ GUARDED_BY(lock_);
   Witness* const witness_;
+  Script* const script_;
   std::vector<Later> agenda_ GUARDED_BY(lock_);
   Condition agenda_changed_;
   bool own_thread_ GUARDED_BY(lock_) = false;

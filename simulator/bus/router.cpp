@@ -65,6 +65,7 @@ void Router::control(Attached& client, std::span<const uint8_t> bytes) {
   if (!packet) return;
   if (packet->command == Control::DelLookup) std::erase(client.lookups, packet->service);
   if (packet->command != Control::NewLookup) return;
+  service_sought(packet->service);
   client.lookups.push_back(packet->service);
   for (const Running& running : services_) {
     const bool asked = packet->service == 0 || packet->service == running.id();

@@ -23,6 +23,7 @@ constexpr const char* kUsage =
     "\n"
     "OPTIONS: --faults RULES   misbehave\n"
     "         --log FILE       write down what was asked and done, a JSON object a line\n"
+    "         --replay FILE    answer from what TOVI_RECORD wrote; --fast: without its delays\n"
     "\n"
     "The modem's state is the folder TOVI_STATE ($XDG_STATE_HOME/tovi or ~/.local/state/tovi when\n"
     "unset). Programs reach a served modem with TOVI_MODEM=unix:PATH.\n";

@@ -133,7 +133,8 @@ int run_in(const std::string& folder, const RunOptions& options) {
   do {
     server.run(command.signals());
   } while (!command.has_ended());
-  return command.status();
+  const bool as_recorded = served->finish();
+  return command.status() != 0 || as_recorded ? command.status() : int{kFailed};
 }
 
 }  // namespace

@@ -47,7 +47,7 @@ int ready_and_run(auto& server, ServedModem& served, const qmi::Descriptor& stop
   served.open_ports();
   fputs("tovi-modem: ready\n", stderr);
   server.run(stop.get());
-  return kDone;
+  return served.finish() ? kDone : kFailed;
 }
 
 }  // namespace

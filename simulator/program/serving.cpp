@@ -12,7 +12,11 @@ bool Wishes::take(const Args& args, size_t& at) {
   const struct {
     const char* name;
     std::string& value;
-  } options[] = {{"--faults", faults}, {"--log", log}};
+  } options[] = {{"--faults", faults}, {"--log", log}, {"--replay", replay}};
+  if (args[at] == "--fast") {
+    fast = true;
+    return true;
+  }
   for (const auto& [name, value] : options) {
     if (args[at] != name || at + 1 == args.size()) continue;
     value = args[++at];
@@ -43,6 +47,10 @@ std::unique_ptr<ServedModem> ServedModem::open(const std::string& folder, const 
     served->witness_ = &served->log_;
   }
   served->behaviour_.witness = served->witness_;
+  if (!wishes.replay.empty()) {
+    if (!served->replay_.open(wishes.replay, wishes.fast, problem)) return nullptr;
+    served->behaviour_.script = &served->replay_;
+  }
   return served;
 }
 

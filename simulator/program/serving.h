@@ -9,6 +9,7 @@
 #include "log.h"
 #include "modem.h"
 #include "network.h"
+#include "replay.h"
 #include "state_files.h"
 #include "verbs.h"
 
@@ -17,7 +18,9 @@ namespace program {
 // The options of both verbs.
 struct Wishes {
   std::string faults;  // TOVI_SIM_FAULTS unless given
-  std::string log;     // a file, or "": none
+  std::string log;     // files, or "": none
+  std::string replay;
+  bool fast = false;
 
   Wishes();
   // Takes the option at `at`, and moves to its value. False when it is none of these.
@@ -36,6 +39,8 @@ class ServedModem {
   sim::Behaviour take_behaviour() { return std::move(behaviour_); }
   // Makes the diag and AT port. What goes wrong is said on standard error.
   void open_ports();
+  // At the end. Whether what was replayed was asked as it was recorded.
+  bool finish() const { return replay_.finish(); }
 
  private:
   explicit ServedModem(const std::string& folder);
@@ -44,6 +49,7 @@ class ServedModem {
   std::unique_ptr<sim::Modem> modem_;
   sim::Behaviour behaviour_;
   sim::Log log_;
+  sim::Replay replay_;
   sim::Witness* witness_ = nullptr;
   std::optional<sim::DevicePorts> ports_;
 };
