@@ -2,6 +2,7 @@
 #include <atomic>
 #include <future>
 
+#include "pdc_service.h"
 #include "qcci/observer.h"
 #include "qmi_client.h"
 #include "support/fake_modem_fixture.h"
@@ -190,24 +191,62 @@ TEST_F(Qcci, AnObserverSeesWhatCrossesDecodedAndWhatBecameOfIt) {
 
 class SilentNameService : public Qcci {
  protected:
-  SilentNameService() : Qcci("0.05") {}
+  SilentNameService() : Qcci("0.2") { modem.answer_lookups(false); }
+
+  static qmi_client_error_type list(qmi_idl_service_object_type service) {
+    unsigned int entries = 0, services = 0;
+    return qmi_client_get_service_list(service, nullptr, &entries, &services);
+  }
+  template <typename T>
+  static bool is_waiting(const std::future<T>& call) {
+    return call.wait_for(milliseconds(0)) == std::future_status::timeout;
+  }
+
+  const qmi_idl_service_object_type uim = uim_get_service_object_internal_v01(1, 109, 6);
 };
 
 TEST_F(SilentNameService, IsWaitedForOnce) {
-  modem.answer_lookups(false);
-  unsigned int entries = 0, services = 0;
   const auto start = timing::Clock::now();
-  for (int i = 0; i < 50; ++i) {
-    EXPECT_EQ(qmi_client_get_service_list(kService, nullptr, &entries, &services), QMI_SERVICE_ERR);
-  }
+  for (int i = 0; i < 50; ++i) EXPECT_EQ(list(kService), QMI_SERVICE_ERR);
   EXPECT_LT(timing::Clock::now() - start, milliseconds(1000));
   // Its late answer is not taken for that of the next question.
   modem.answer_lookups(true);
   modem.add_service(0x0B, 9);
-  EXPECT_EQ(qmi_client_get_service_list(uim_get_service_object_internal_v01(1, 109, 6), nullptr,
-                                        &entries, &services),
-            QMI_NO_ERR);
-  EXPECT_EQ(services, 1u);
+  EXPECT_EQ(list(uim), QMI_NO_ERR);
+}
+
+TEST_F(SilentNameService, AndAClientDoNotWaitForEachOther) {
+  modem.answer_lookups(true);
+  modem.add_service(kExtensionId, kPort);
+  const qmi_client_type handle = open();
+  modem.answer_lookups(false);
+  echo();
+  auto lookup = std::async(std::launch::async, [&] { return list(uim); });
+  std::this_thread::sleep_for(milliseconds(20));
+  EXPECT_EQ(send(handle, 7), QMI_NO_ERR);
+  EXPECT_EQ(resp.data[0], 7);
+  EXPECT_TRUE(is_waiting(lookup));
+  EXPECT_EQ(lookup.get(), QMI_SERVICE_ERR);
+
+  modem.on_request([](const Bytes&) { return Replies{}; });
+  auto sent = std::async(std::launch::async, [&] { return send(handle); });
+  while (modem.requests().empty()) std::this_thread::yield();
+  EXPECT_EQ(list(pdc_get_service_object_internal_v01(1, 16, 6)), QMI_SERVICE_ERR);
+  EXPECT_TRUE(is_waiting(sent));
+  modem.remove_service(kPort);
+  EXPECT_EQ(sent.get(), QMI_SERVICE_ERR);
+}
+
+TEST_F(SilentNameService, ThatIsLostDuringTheWaitIsWaitedForAgain) {
+  auto lookup = std::async(std::launch::async, [&] { return list(kService); });
+  std::this_thread::sleep_for(milliseconds(20));
+  EXPECT_TRUE(is_waiting(lookup));
+  modem.stop();
+  EXPECT_EQ(lookup.get(), QMI_SERVICE_ERR);
+  modem.answer_lookups(true);
+  modem.add_service(kExtensionId, kPort);
+  modem.start();
+  EXPECT_EQ(list(kService), QMI_NO_ERR);
 }
 
 TEST_F(Qcci, AServiceThatComesLateIsWaitedFor) {
