@@ -65,7 +65,7 @@ constexpr uint8_t kLengthTlv = 0x02;  // of the extension service: meaningful by
 void set_word(Packet& packet, uint8_t tlv, uint32_t value) {
   const auto word = qmi::find_tlv(std::span(packet).subspan(qmi::kHeaderBytes), tlv);
   if (word.size() == sizeof value)
-    memcpy(&packet[word.data() - packet.data()], &value, sizeof value);
+    memcpy(packet.data() + (word.data() - packet.data()), &value, sizeof value);
 }
 
 // What the answer and its indications become under a fault.
