@@ -73,6 +73,10 @@ int velmor_get_sar_dsi();
 int velmor_send_nas_qmi_req_msg(unsigned int msg_id, void* req, unsigned int req_len, void* resp,
                                 unsigned int resp_len, unsigned int time_out_ms);
 
+// Called before and after that client is released: for whoever waits for what the modem tells after
+// its response. Null, the default, for nobody.
+extern void (*g_velmor_nas_release_hook)(bool released);
+
 // Callbacks for clients that only want to be heard of in the log. They run on threads of the QMI
 // library.
 void velmor_qmi_client_common_empty_unsol_ind_cb(qmi_client_type handle, unsigned int msg_id,

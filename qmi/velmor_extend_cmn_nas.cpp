@@ -4,6 +4,8 @@
 #include "utilities/velmor_log.h"
 #include "velmor_extend_cmn.h"
 
+void (*g_velmor_nas_release_hook)(bool released);
+
 namespace {
 
 constexpr uint32_t kConnectMs = 5000;
@@ -35,9 +37,11 @@ void velmor_qmi_client_recovery() {
     VELMOR_LOG_DEBUG("qmi_client_ptr is NULL");
     return;
   }
+  if (g_velmor_nas_release_hook != nullptr) g_velmor_nas_release_hook(false);
   if (qmi_client_release(qmi_client_ptr) != QMI_NO_ERR) {
     VELMOR_LOG_DEBUG("qmi_client_release failed");
   }
+  if (g_velmor_nas_release_hook != nullptr) g_velmor_nas_release_hook(true);
   qmi_client_ptr = nullptr;
 }
 

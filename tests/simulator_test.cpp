@@ -560,7 +560,8 @@ TEST(Run, SaysThatItBuildsOnlyWhenThereIsSomethingToBuild) {
   std::filesystem::copy(TOVI_TEST_DATA "/../run", folder.path());
   write_file(folder / "build/release/build.ninja",
              "rule copy\n command = cp $in $out && chmod +x $out\n"
-             "build tovi: copy source\nbuild tovi-modem: copy source\n");
+             "build tovi: copy source\nbuild tovi-modem: copy source\n"
+             "build tovictl: copy source\n");
   const Variables path = {{"PATH", getenv("PATH")}};
   for (const std::string word : {"one", "two"}) {
     write_file(folder / "build/release/source", "#!/bin/sh\necho " + word + " $1\n");

@@ -50,10 +50,30 @@ std::atomic<int> g_at_receive_done;
 std::binary_semaphore g_reader_started{0};
 std::binary_semaphore g_command_sent{0};
 
+// What follows `start` in the line that begins with it, or null.
+const char* find_line(const char* text, const char* start) {
+  for (const char* at = text; (at = strstr(at, start)) != nullptr; ++at) {
+    if (at == text || at[-1] == '\n') return at + strlen(start);
+  }
+  return nullptr;
+}
+
+// The line that ends an answer: OK, or a refusal that may have a code.
+void note_result(const char* answer) {
+  for (const char* refusal : {"+CME ERROR:", "+CMS ERROR:", "ERROR", "NO CARRIER"}) {
+    if (const char* code = find_line(answer, refusal)) {
+      g_velmor_test_outcome = {TestOutcome::Refused, kPort, velmor_atoi(code)};
+      return;
+    }
+  }
+  if (find_line(answer, "OK") == nullptr) g_velmor_test_outcome = {TestOutcome::NoAnswer, kPort};
+}
+
 void* velmor_test_at_cmd_receive(void*) {
   VELMOR_LOG_DEBUG("The thread to receive data from serial is started");
   if (g_at_serial_fd <= 0) {
     VELMOR_LOG_DEBUG("The at channel is not opened, g_at_serial_fd %d", g_at_serial_fd);
+    g_velmor_test_outcome = {TestOutcome::NoPort, kPort};
     g_reader_started.release();
   } else {
     g_reader_started.release();
@@ -63,8 +83,10 @@ void* velmor_test_at_cmd_receive(void*) {
     const ssize_t n = read(g_at_serial_fd, answer, sizeof answer - 1);
     if (n <= 0) {
       VELMOR_LOG_DEBUG("Failed to receive bytes from server");
+      g_velmor_test_outcome = {TestOutcome::NoAnswer, kPort};
     } else {
       answer[n] = '\0';
+      note_result(answer);
       VELMOR_LOG_DEBUG("Receive the AT reponse: len(%d)", static_cast<int>(n));
       VELMOR_LOG_DEBUG("%s", answer);
     }

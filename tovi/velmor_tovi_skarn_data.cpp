@@ -41,20 +41,6 @@ constexpr HelpLine kHelp[] = {
 
 int g_skarn_client_id = -1;  // -1: none
 
-enum class FieldType : uint8_t { U8 = 1, U16 = 2, U32 = 4, Float = 0 };
-
-// A field of a record; fields are packed. What has no label is not printed.
-struct RecordField {
-  FieldType type;
-  const char* name;
-  const char* label;
-
-  constexpr RecordField(FieldType type, const char* name) : type(type), name(name), label(name) {}
-  constexpr RecordField(FieldType type, const char* name, const char* label)
-      : type(type), name(name), label(label) {}
-  size_t bytes() const { return type == FieldType::Float ? 4 : static_cast<size_t>(type); }
-};
-
 using enum FieldType;
 constexpr RecordField kVersion8 = {U8, "version", nullptr};
 constexpr RecordField kVersion32 = {U32, "version", nullptr};
@@ -126,25 +112,10 @@ constexpr RecordField kAntennaInfo[] = {
     {U8, "new_config"},
 };
 
-// How a record becomes a line: what stands in front, and between a label and its value.
-struct Line {
-  const char* heading;
-  const char* separator;
-};
-constexpr Line kData = {"ASDIV DATA: ", ": "};
-constexpr Line kAssigned = {"ASDIV DATA: ", " = "};
-constexpr Line kInfo = {"ANT INFO: ", ": "};
+constexpr StatisticLine kData = {"ASDIV DATA: ", ": "};
+constexpr StatisticLine kAssigned = {"ASDIV DATA: ", " = "};
+constexpr StatisticLine kInfo = {"ANT INFO: ", ": "};
 
-enum class Subscription { Asked, First };
-
-// The commands: the statistic that each fetches, and how it is shown.
-struct Statistic {
-  int opt;
-  uint32_t id;
-  std::span<const RecordField> fields;
-  Line line;
-  Subscription sub = Subscription::Asked;
-};
 // clang-format off
 constexpr Statistic kStatistics[] = {
     {0, 0x52, kLteCell, kData},  // 4G primary carrier
@@ -320,6 +291,10 @@ void velmor_test_qmi_modem_stats_start() {
 }
 
 }  // namespace
+
+std::span<const Statistic> velmor_statistics() {
+  return kStatistics;
+}
 
 // This function and that of module 7 carry each other's names.
 void velmor_test_modem_stats_show_help(int module) {

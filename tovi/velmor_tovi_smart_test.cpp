@@ -47,6 +47,10 @@ constexpr HelpLine kHelp[] = {
 };
 // clang-format on
 
+void set_property(const char* name, const char* value) {
+  if (property_set(name, value) != 0) g_velmor_test_outcome = {TestOutcome::LocalFailure, name};
+}
+
 // Sends a common request whose answer nobody looks at.
 void send_common(uint32_t type, unsigned int length, void* value) {
   velmor_common_rsp rsp{};
@@ -126,13 +130,13 @@ void velmor_smart_test_full_dump() {
   property_get(kRestartLevelBackup, backup, "");
   if (backup[0] == '\0') {
     VELMOR_LOG_DEBUG("need to save ssr state");
-    property_set(kRestartLevelBackup, current);
+    set_property(kRestartLevelBackup, current);
   }
   VELMOR_LOG_DEBUG("Will trigger Full Dump, the current state: %s, the default state: %s", current,
                    backup);
   if (strcmp(current, kRestartsOff) != 0) {
     VELMOR_LOG_DEBUG("need to close ssr");
-    property_set(kRestartLevel, kRestartsOff);
+    set_property(kRestartLevel, kRestartsOff);
     velmor_smart_test_save_ssr_update_flag();
     if (velmor_smart_test_ssr_wait_s() < 0) {
       VELMOR_LOG_DEBUG("wait_s < 0, ssr is stoped");
@@ -145,7 +149,7 @@ void velmor_smart_test_full_dump() {
 
 void velmor_smart_test_ap_skarn_switch(int opt) {
   VELMOR_LOG_DEBUG("ap_skarn_print, opt = %d", opt);
-  property_set("persist.vendor.radio.print_stats", opt == 1 ? "1" : "2");
+  set_property("persist.vendor.radio.print_stats", opt == 1 ? "1" : "2");
   VELMOR_LOG_DEBUG("success, need to reboot");
 }
 
@@ -192,18 +196,23 @@ void velmor_smart_test_bp_rf_print_switch(int opt) {
 constexpr const char* g_share_memory_file_path = "/data/vendor/modem/share_memory";
 constexpr size_t kShareMemoryBytes = 100;
 
+void share_memory_fails(const char* words, Speaker speaker) {
+  g_velmor_test_outcome = {TestOutcome::LocalFailure, g_share_memory_file_path};
+  velmor_log(LogLevel::Error, speaker, "%s", words);
+}
+
 void log_share_memory(int fd, Speaker speaker) {
   const int ret = ftruncate(fd, kShareMemoryBytes);
   velmor_log(LogLevel::Debug, speaker, "ftruncate, ret: %d", ret);
   if (ret == -1) {
-    velmor_log(LogLevel::Error, speaker, "ftruncate error");
+    share_memory_fails("ftruncate error", speaker);
     return;
   }
   void* map = mmap(nullptr, kShareMemoryBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   velmor_log(LogLevel::Debug, speaker, "mmap, data_ptr: 0x%08x",
              static_cast<unsigned int>(reinterpret_cast<uintptr_t>(map)));
   if (map == MAP_FAILED) {
-    velmor_log(LogLevel::Error, speaker, "mmap error");
+    share_memory_fails("mmap error", speaker);
     return;
   }
   const auto* data_ptr = static_cast<const unsigned char*>(map);
@@ -222,7 +231,7 @@ void velmor_smart_test_sh_test_read() {
   const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0777);
   VELMOR_LOG_DEBUG("open, fd: %d", fd);
   if (fd == -1) {
-    VELMOR_LOG_ERROR("shm_open error");
+    share_memory_fails("shm_open error", Speaker::here());
     return;
   }
   log_share_memory(fd, Speaker::here());

@@ -112,8 +112,13 @@ int velmor_cmn_diag_cmd_send(int argc, char** argv) {
   const int code = wants_answer ? send_for_answer(mode, cmd, time_out_ms, answer, Speaker::here())
                                 : send_only(mode, cmd, Speaker::here());
   if (code != 0) {
+    g_velmor_test_outcome = {TestOutcome::NoAnswer, "/dev/diag"};
     VELMOR_LOG_DEBUG("velmor_diag_cmd_send fail");
   } else if (wants_answer) {
+    // A refusal has a code of its own in front of the command.
+    if (!answer.empty() && answer[0] != cmd[0]) {
+      g_velmor_test_outcome = {TestOutcome::Refused, "/dev/diag", answer[0]};
+    }
     printf("rsp data len(%d)\nrsp data:", static_cast<int>(answer.size()));
     print_bytes(" 0x%02X", answer);
   } else {

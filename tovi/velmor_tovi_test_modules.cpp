@@ -61,6 +61,8 @@ constexpr HelpLine kClosing[] = {
 
 }  // namespace
 
+TestOutcome g_velmor_test_outcome;
+
 std::span<const TestModule> velmor_test_modules() {
   return kModules;
 }

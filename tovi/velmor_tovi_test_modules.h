@@ -12,7 +12,8 @@ struct HelpLine {
   int values[2];
 };
 
-// One module. `enter` gets the process's arguments unchanged; its result is of no consequence.
+// One module. `enter` gets the process's arguments unchanged; `tovi` does not look at its result,
+// which is 0 unless a command of module 10 has failed.
 // `show_help` prints the module's section when its argument is 0 or the module's number.
 struct TestModule {
   int number;
@@ -48,6 +49,16 @@ int velmor_run_test_command(int argc, char** argv, int module,
 
 // Logs each byte as a message of its own, then an empty message.
 void velmor_log_bytes(std::span<const unsigned char> bytes, Speaker speaker = Speaker::here());
+
+// How a command fared at what it reaches past QMI: the diag and AT ports, properties, local files.
+// `tovi` prints what it has to say of that; this is for callers in the same process. Set by the
+// modules, on the thread of the command.
+struct TestOutcome {
+  enum Kind { Done, NoPort, NoAnswer, Refused, LocalFailure } kind = Done;
+  const char* what = "";  // a port, a property, a file
+  int code = 0;           // of a refusal
+};
+extern TestOutcome g_velmor_test_outcome;
 
 // Notes a refusal: the text, then the module's help.
 void velmor_refuse_command(int module, Speaker speaker = Speaker::here());

@@ -176,7 +176,8 @@ int ExtensionService::efs_write(qmi::Address client, const velmor_nvefs_req& req
   if (write == nullptr) return -EINVAL;
   const int instance = write->instance;
   const size_t wanted = write->file_size - write->bytes.size();
-  if (req.data_len_cur != write->bytes.size() || req.data_len_send < 1 ||
+  const size_t least = write->file_size == 0 ? 0 : 1;
+  if (req.data_len_cur != write->bytes.size() || req.data_len_send < least ||
       req.data_len_send > std::min(wanted, sizeof req.data)) {
     end_write(instance);
     return -EINVAL;
@@ -190,7 +191,7 @@ int ExtensionService::efs_write(qmi::Address client, const velmor_nvefs_req& req
 
 ExtensionService::OpenWrite* ExtensionService::begin_write(qmi::Address client,
                                                            const velmor_nvefs_req& req) {
-  if (req.data_len_all < 1 || req.data_len_all > kMaxEfsBytes) return nullptr;
+  if (req.data_len_all > kMaxEfsBytes) return nullptr;
   if (!Modem::is_efs_path(path_of(req))) return nullptr;
   if (open_writes_.size() == kMaxOpenWrites) open_writes_.pop_front();
   do {

@@ -1,0 +1,271 @@
+// tovictl run: every command of tovi, every way to fail it.
+#include <filesystem>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <regex>
+
+#include "gtest/gtest.h"
+#include "support/tool.h"
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define UNDER_SANITIZER 1
+#endif
+#endif
+#ifdef UNDER_SANITIZER
+constexpr bool kSlow = true;
+#else
+constexpr bool kSlow = false;
+#endif
+
+namespace testing_support {
+namespace {
+
+using nlohmann::json;
+
+Args words_of(const std::string& command) {
+  Args words;
+  for (size_t at = 0; at < command.size();) {
+    const size_t end = std::min(command.find(' ', at), command.size());
+    words.push_back(command.substr(at, end - at));
+    at = end + 1;
+  }
+  return words;
+}
+
+// The commands that talk to a service, with what they need in the modem beside the factory content.
+// A statistic stands for all: they are one code.
+const char* const kCommands[] = {
+    "3 0 1 2",  "3 1",      "3 2",         "3 3 1 4 0x30000",
+    "3 4",      "3 5",      "4 1 0 550",   "4 2 0 77 1 2",
+    "4 3 0 10", "4 4 0 /a", "4 5 0 /b 1",  "4 6 0 /a",
+    "5 1",      "5 2 0",    "5 3 0 1 1",   "5 4",
+    "5 5",      "5 6 0",    "5 6 1 1 1 1", "5 10 1 1",
+    "5 10 2 1", "5 10 3 1", "5 10 4 1",    "5 10 5 1",
+    "6 4 35",   "7 1 0",    "7 1 1",       "6 2 4 0 0 0 2 47 97",
+    "9 0 1",    "9 9 0",    "9 12 0",      "9 20 1",
+    "9 30 0",   "10 0 1",   "10 1 2",      "11 0",
+    "11 1",     "11 2",     "11 4 1",      "11 4 0",
+    "11 5 1",   "11 6 1",   "12 0",        "12 1",
+};
+
+void fill(const std::string& state) {
+  run("tovi", {"4", "1", "0", "550"}, {{"TOVI_STATE", state}, {"TOVI_LOG", "/dev/null"}});
+  for (const char* file :
+       {"/efs/0/a", "/efs/0/nv/item_files/modem/velmor/rf_ant_port_config",
+        "/efs/0/nv/item_files/modem/antenna/ant_tx_config", "/efs/0/skarn/skarn_print_mask"}) {
+    write_file(state + file, std::string(500, 'x'));
+  }
+  write_file(state + "/slot/2", "holds=esim\nsim=present\npower=on\n");
+}
+
+// What is printed, but for what other threads print at their own times.
+std::string own_lines(const std::string& output) {
+  static const std::regex others("RIL\\[qmi_pdc_[^\n]*\n");
+  // A modem that restarts takes the service away before the wait for its answer is over, or after.
+  static const std::regex lost("send msg sync failed:-[23]");
+  return std::regex_replace(std::regex_replace(without_lines(output), others, ""), lost, "lost");
+}
+
+// One command with one fault, by tovictl and by tovi, each with a modem of its own.
+struct Trial {
+  std::string command, rules;
+  ScratchFolder folder;
+  std::unique_ptr<Program> ctl, plain;
+
+  Trial(const std::string& command, const std::string& rules, const std::string& state,
+        Variables more = {})
+      : command(command), rules(rules) {
+    Args words = words_of(command);
+    more.insert({{"TOVI_LOG", "/dev/null"},
+                 {"TOVI_SIM_FAULTS", rules},
+                 // Timers must not run out on a busy machine.
+                 {"TOVI_TIME_SCALE", kSlow || command.starts_with("10 ") ? "0.1" : "0.02"}});
+    const auto with_state = [&](const char* name) {
+      std::filesystem::copy(state, folder / name, std::filesystem::copy_options::recursive);
+      more["TOVI_STATE"] = folder / name;
+      return more;
+    };
+    plain = std::make_unique<Program>("tovi", words, with_state("plain"));
+    words.insert(words.begin(), {"--json", "--yes", "--timeout", "5", "run"});
+    ctl = std::make_unique<Program>("tovictl", words, with_state("ctl"));
+  }
+
+  json told;
+  int end() {
+    const Result result = ctl->wait();
+    told = json::parse(result.out, nullptr, false);
+    EXPECT_FALSE(told.is_discarded()) << what() << result.out << result.err;
+    if (told.is_discarded()) return -1;
+    EXPECT_EQ(told["status"], result.status) << what();
+    EXPECT_EQ(own_lines(told.value("output", "")), own_lines(plain->wait().out)) << what();
+    return result.status;
+  }
+  std::string what() const { return command + " with " + rules + " "; }
+};
+
+// What makes an exchange fail, and what that is.
+struct Failure {
+  const char* action;
+  int status;
+  const char* service = "";  // of whom alone
+};
+const Failure kFailures[] = {
+    {"drop", 5},
+    {"delay:90000", 5},
+    {"stray", 5},
+    {"error:94", 1},
+    {"result:-5", 1, "extend"},
+    {"short:0", 6},
+    {"garbage", 6},
+    {"down", 5},
+    {"len:3", 6, "extend"},
+    {"no-ind", 5, "pdc"},
+    {"ind-other:7", 5, "pdc"},
+};
+
+// An exchange whose failure is none of the command's: only where a later one succeeds, or where
+// nothing is there.
+bool is_excused(const std::string& command, const std::string& exchange) {
+  return command.starts_with("5 10 ") && exchange == "get_eid";
+}
+
+class CtlRun : public testing::TestWithParam<const char*> {};
+
+TEST_P(CtlRun, EveryFailureOfEveryExchangeHasItsStatus) {
+  ScratchFolder folder;
+  fill(folder / "state");
+  struct Case {
+    std::unique_ptr<Trial> trial;
+    int want;
+    bool excused;
+  };
+  std::vector<Case> cases;
+  const auto end_all = [&] {
+    for (const Case& one : cases) {
+      const int status = one.trial->end();
+      // A client that opens itself again finds no service any more.
+      const bool gone = one.want == 5 && one.trial->rules.ends_with("=down") && status == 4;
+      EXPECT_TRUE(status == one.want || gone || (one.excused && status == 0))
+          << one.trial->what() << "is " << status << ", not " << one.want << ": "
+          << one.trial->told["cause"];
+    }
+    cases.clear();
+  };
+  const std::string command = GetParam();
+  Trial clean(command, "", folder / "state");
+  EXPECT_EQ(clean.end(), 0) << clean.told["cause"];
+  std::map<std::string, int> count;
+  int exchange = 0;
+  const auto exchanges = clean.told["exchanges"];
+  for (const json& seen : exchanges) {
+    const std::string service = seen["service"], name = seen["name"];
+    const int n = ++count[service];
+    // A sanitizer is slow to start: there the first and the last will do.
+    if (kSlow && ++exchange != 1 && exchange != static_cast<int>(exchanges.size())) continue;
+    for (const Failure& failure : kFailures) {
+      if (*failure.service != '\0' && service != failure.service) continue;
+      const std::string rule = service + "#" + std::to_string(n) + "=" + failure.action;
+      cases.push_back({std::make_unique<Trial>(command, rule, folder / "state"), failure.status,
+                       is_excused(command, name)});
+      if (cases.size() == 8) end_all();
+    }
+  }
+  for (const auto& [service, n] : count) {
+    cases.push_back(
+        {std::make_unique<Trial>(command, service + "=absent", folder / "state"), 4, false});
+  }
+  cases.push_back(
+      {std::make_unique<Trial>(command, "", folder / "state",
+                               Variables{{"TOVI_MODEM", "unix:" + (folder / "nobody")}}),
+       3, false});
+  end_all();
+}
+
+INSTANTIATE_TEST_SUITE_P(Command, CtlRun, testing::ValuesIn(kCommands),
+                         [](const auto& command) { return std::to_string(command.index); });
+
+// What is refused, told or excused beside the exchanges.
+TEST(CtlRunRows, HaveTheirStatus) {
+  const struct {
+    const char* command;
+    int status;
+    Variables variables = {};
+    const char* file = "";  // with this content instead
+    const char* content = "";
+  } rows[] = {
+      // Words that tovi would misread: nothing is sent.
+      {"4 3 0 0x226", 2},
+      {"4 3 0 x", 2},
+      {"4 2 0 77 256", 2},
+      {"4 2 2 77 1", 2},
+      {"4 1 0 7233", 2},
+      {"11 help", 2},
+      {"8 AT`id`", 2},
+      {"8 AT$x", 2},
+      {"3 3 1 4 010", 2},
+      {"9 13 0", 2},
+      {"9 30 1", 2},
+      {"5 6 1 1", 2},
+      {"12 0 1", 2},
+      {"13 1", 2},
+      {"4", 2},
+      // The ports, a property, a local file.
+      {"8 AT+CSQ", 0},
+      {"8 AT+NO", 1},
+      {"8 AT", 3, {{"TOVI_MODEM", "unix:/nobody"}}},
+      {"5 0 0 0 1000 0", 0},
+      {"5 0 0 0 1000 0x99", 1},
+      {"5 0 0 0 1000 0", 3, {{"TOVI_MODEM", "unix:/nobody"}}},
+      {"11 3 1", 0},
+      {"11 7", 0},
+      {"11 7", 2, {{"TOVI_DEVICE_ROOT", "/nonexistent"}}},
+      {"11 8 1", 0},
+      {"7 0 0", 0},
+      // Inside the answers.
+      {"4 4 0 /none", 1},
+      {"4 4 0 /e", 6, {}, "efs/0/e", ""},
+      {"5 10 5 1", 1, {}, "slot/2", "holds=sim\nsim=present\npower=on\n"},
+      {"5 10 3 1", 6, {}, "euicc", "eid=89049032123451234512345678901234\n"},
+      {"9 8 0", 6, {}, "stats/0/112", "length=19\n"},
+      {"7 1 1", 6, {{"TOVI_SIM_FAULTS", "extend=len:60"}}},
+      {"10 0 1", 1, {}, "pdc/software/0", "selected=\nactive=\npending=\n"},
+      {"10 1 1", 1, {}, "pdc/software/0", "selected=\nactive=\npending=\n"},
+      {"12 1", 5, {{"TOVI_SIM_FAULTS", "nas=no-ind"}}},
+      // The normal course.
+      {"5 10 1 1", 0, {{"TOVI_SIM_FAULTS", "uim/get_eid#1=error:94;uim/get_eid#2=drop"}}},
+      {"5 10 1 1", 1, {{"TOVI_SIM_FAULTS", "uim/get_eid=error:94"}}},
+      {"5 10 1 1", 0},
+      {"11 1", 0},
+      {"11 1", 1, {{"TOVI_SIM_FAULTS", "extend/efs_read=result:-5"}}},
+  };
+  for (const auto& row : rows) {
+    ScratchFolder folder;
+    fill(folder / "state");
+    if (*row.file != '\0') write_file(folder / "state/" + row.file, row.content);
+    Variables variables = row.variables;
+    variables.insert(
+        {{"TOVI_STATE", folder / "state"}, {"TOVI_LOG", "/dev/null"}, {"TOVI_TIME_SCALE", "0.02"}});
+    Args words = words_of(row.command);
+    words.insert(words.begin(), {"--yes", "--timeout", "5", "run"});
+    const Result result = run("tovictl", words, variables);
+    EXPECT_EQ(result.status, row.status) << row.command << " " << result.err;
+    if (row.status == 2 && variables.count("TOVI_DEVICE_ROOT") == 0) {
+      EXPECT_EQ(result.out, "") << row.command;
+    }
+  }
+}
+
+// Every command that deletes, switches, restarts or changes a configuration, and no other.
+TEST(CtlRunRows, NeedAYes) {
+  for (const char* command :
+       {"3 2", "3 5", "4 3 0 10", "4 6 0 /a", "5 3 0 1 1", "5 6 1 1 1 1", "5 10 1 1", "5 10 2 1",
+        "5 10 5 1", "10 0 1", "10 1 1", "11 0", "11 1", "11 4 1", "11 5 0", "11 6 1"}) {
+    Args words = words_of(command);
+    words.insert(words.begin(), "run");
+    EXPECT_EQ(run("tovictl", words, {{"TOVI_MODEM", "unix:/nobody"}}).status, 8) << command;
+  }
+}
+
+}  // namespace
+}  // namespace testing_support
