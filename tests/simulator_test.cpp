@@ -279,24 +279,28 @@ TEST_F(Simulator, ResetEmptiesOnlyAStateFolderThatNoServerUses) {
 TEST_F(Simulator, AFolderOfAnEarlierBuildGetsWhatItLacksOnce) {
   run("tovi", {"4", "1", "0", "550"}, state);
   const std::string current = read_file(folder / "state/version");
-  EXPECT_EQ(current, "1 1\n");
+  EXPECT_EQ(current, "1 2\n");
   const std::string record = read_file(folder / "state/stats/1/110");
   const struct {
     const char* version;
     bool completes;
     std::string afterwards;
-  } rows[] = {{"1\n", true, current},
-              {"1 0\n", true, current},
-              {"1 1\n", false, current},
-              {"1 999\n", false, "1 999\n"}};
+    bool adds_the_last;
+  } rows[] = {{"1\n", true, current, true},
+              {"1 0\n", true, current, true},
+              {"1 1\n", false, current, true},
+              {"1 2\n", false, current, false},
+              {"1 999\n", false, "1 999\n", false}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.version);
     write_file(folder / "state/version", row.version);
     write_file(folder / "state/nv/0/550", "mine");
     std::filesystem::remove(folder / "state/sar");
+    std::filesystem::remove(folder / "state/networks");
     std::filesystem::remove_all(folder / "state/stats");
     EXPECT_EQ(run("tovi", {"4", "1", "0", "550"}, state).err, "");
     EXPECT_EQ(exists(folder / "state/sar"), row.completes);
+    EXPECT_EQ(exists(folder / "state/networks"), row.adds_the_last);
     EXPECT_EQ(exists(folder / "state/stats/1/110"), row.completes);
     EXPECT_EQ(read_file(folder / "state/nv/0/550"), "mine");
     EXPECT_EQ(read_file(folder / "state/version"), row.afterwards);

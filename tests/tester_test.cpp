@@ -216,6 +216,46 @@ TEST_F(Tester, TheLogTellsWhatWasAskedAndDoneWithoutIdentities) {
   EXPECT_EQ(full.err, "tovi-modem: /dev/full: No space left on device\n");
 }
 
+TEST_F(Tester, NetworksAndAtCommandsAreThoseOfTheStateFolder) {
+  const struct {
+    const char* file;
+    const char* text;
+    Args args;
+    const char* found;  // in what is printed and traced
+  } rows[] = {
+      {"networks",
+       "310/26=nr serving,preferred A B  # mine\n",
+       {"12", "0"},
+       R"([{mcc = 310, mnc = 26, status = 105, name = "A B"}])"},
+      {"networks",
+       "1/1=gsm home,forbidden x\n",
+       {"12", "0"},
+       "rat = [{mcc = 1, mnc = 1, rat = 4}]"},
+      {"networks", "", {"12", "0"}, "network = []"},
+      {"networks", "1/1=lte fast x\n", {"12", "0"}, "resp = {result = 1, error = 3}"},
+      {"networks", "1001/1=lte - x\n", {"12", "0"}, "resp = {result = 1, error = 3}"},
+      {"at", "AT+X=? -> one|two\n", {"8", "at+x=?"}, "\r\none\r\n\r\ntwo\r\n\r\nOK\r\n"},
+      {"at",
+       "AT+X no-sim -> no\nAT+X sim -> yes | +CME ERROR: 3\n",
+       {"8", "AT+X"},
+       "\r\nyes\r\n\r\n+CME ERROR: 3\r\n"},
+      {"at", "#AT -> x\nAT -> me {imei}.\n", {"8", "AT"}, "\r\nme 001012345678902.\r\n"},
+      {"at", "AT+X\n", {"8", "AT+X"}, "\r\nERROR\r\n"},
+      {"at", "", {"8", "ATE0"}, "\r\nOK\r\n"},
+  };
+  variables["TOVI_TRACE"] = "stderr";
+  for (const auto& row : rows) {
+    const std::string state = folder / "state";
+    write_file(state + "/" + row.file, row.text);
+    Args command = row.args;
+    command.insert(command.begin(), "tovi");
+    const Result result = modem_run({"--state", state}, command);
+    EXPECT_NE((result.out + result.err).find(row.found), std::string::npos)
+        << row.text << result.out << result.err;
+    std::filesystem::remove_all(state);
+  }
+}
+
 // Every command that asks the modem for something: 7 0 and 11 3 do not.
 TEST_F(Tester, EveryRefusalThatACommandCanMeetCanBeProvoked) {
   struct Row {

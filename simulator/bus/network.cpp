@@ -19,7 +19,7 @@ namespace {
 
 std::vector<std::unique_ptr<Service>> make_services(Modem& modem) {
   std::vector<std::unique_ptr<Service>> services;
-  services.push_back(std::make_unique<NasService>());
+  services.push_back(std::make_unique<NasService>(modem));
   services.push_back(std::make_unique<UimService>(modem));
   services.push_back(std::make_unique<SarService>(modem));
   services.push_back(std::make_unique<VsService>(modem.statistics()));

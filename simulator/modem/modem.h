@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "configurations.h"
+#include "networks.h"
 #include "statistics.h"
 
 namespace sim {
@@ -74,6 +75,9 @@ class Modem {
 
   Configurations& configurations() { return configurations_; }
   const Statistics& statistics() const { return statistics_; }
+
+  // What is on the air.
+  std::vector<RadioNetwork> networks() const { return read_networks(folder_ + "/networks"); }
 
   // The SAR DSI; nothing when the state does not hold a number.
   std::optional<uint32_t> sar_dsi() const;

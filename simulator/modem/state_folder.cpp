@@ -26,7 +26,7 @@ using state_files::LockPart;
 // revision counts what was added to the factory content; a folder of a lower one gets the factory
 // files of the higher ones that it lacks. Builds that had no revision wrote the version alone: 0.
 constexpr std::string_view kVersion = "1";
-constexpr unsigned int kRevision = 1;
+constexpr unsigned int kRevision = 2;
 constexpr unsigned int kStatisticsRevision = 1;
 
 struct FactoryFile {
@@ -69,6 +69,25 @@ constexpr std::string_view kSoftware1 =
     "active=1112131415161718191a1b1c1d1e1f2021222324\n"
     "pending=\n";
 
+constexpr std::string_view kNetworks =
+    "# mcc/mnc=radio flags name\n"
+    "# radio: gsm, umts, lte, td-scdma, nr; flags: serving, home, forbidden, preferred, or -\n"
+    "1/1=lte serving,home TEST 1\n"
+    "1/2=lte - TEST 2\n"
+    "1/3=umts forbidden TEST 3\n"
+    "999/99=nr - Lab 5G\n";
+constexpr std::string_view kAt =
+    "# command -> the lines of its answer, with | between; OK follows unless the last is an error\n"
+    "# command sim -> only when a card in slot 1 answers; no-sim: only when none does\n"
+    "AT ->\n"
+    "ATI -> tovi simulated modem\n"
+    "AT+CSQ -> +CSQ: 24,99\n"
+    "AT+CGSN -> {imei}\n"
+    "AT+COPS? sim -> +CREG: 0,1 | +COPS: 0,0,\"TEST 1\",7\n"
+    "AT+COPS? no-sim -> +CREG: 0,0 | +COPS: 0\n"
+    "AT+CPIN? sim -> +CPIN: READY\n"
+    "AT+CPIN? no-sim -> ERROR\n";
+
 // Read by whoever maps it; the first five bytes are the ones that are shown.
 constexpr std::array<char, 100> kShareMemory = {1, 2, 3, 4, 5};
 
@@ -97,6 +116,8 @@ constexpr FactoryFile kFactoryFiles[] = {
   { 1, "device/data/vendor/modem/share_memory",               {kShareMemory.data(), kShareMemory.size()} },
   { 1, "sar",                                                 "# DSI, 0 to 20\ndsi=3\n"sv              },
   { 1, "properties",                                          "# One property a line: name=value\n"sv  },
+  { 2, "networks",                                            kNetworks                                },
+  { 2, "at",                                                  kAt                                      },
 };
 // clang-format on
 static_assert(std::all_of(std::begin(kFactoryFiles), std::end(kFactoryFiles),
@@ -135,9 +156,9 @@ bool read_revision(const std::string& folder, unsigned int& revision, std::strin
 // Whether all that a folder holds belongs to a modem's state. A folder of somebody's own must not
 // become a state folder: a reset would empty it.
 bool holds_only_state(const std::string& folder) {
-  constexpr std::string_view kOwn[] = {".",     "..",    "version", "tmp",        "lock",
-                                       "nv",    "efs",   "sar",     "properties", "slot",
-                                       "euicc", "stats", "pdc",     "device",     "faults"};
+  constexpr std::string_view kOwn[] = {".",   "..",     "version",    "tmp",      "lock",  "nv",
+                                       "efs", "sar",    "properties", "slot",     "euicc", "stats",
+                                       "pdc", "device", "faults",     "networks", "at"};
   const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
   if (entries == nullptr) return true;
   while (const dirent* entry = readdir(entries.get())) {
