@@ -335,6 +335,47 @@ TEST_F(Tester, EveryRefusalThatACommandCanMeetCanBeProvoked) {
   }
 }
 
+// A record of version 4, by hand.
+TEST_F(Tester, ADiagnosticRecordIsUnpackedFieldByField) {
+  const std::string hex =
+      "04000000 2a01 14050000 64470000 3200 6400 0102030405060708 cc00 02 0400 01 39300000 0300";
+  std::string bytes;
+  for (size_t i = 0; i < hex.size(); i += hex[i] == ' ' ? 1 : 2) {
+    if (hex[i] != ' ') bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
+  }
+  write_file(folder / "digits", hex + "\n");
+  write_file(folder / "bytes", bytes);
+  const std::string whole = run("tovi-modem", {"unpack", hex}, variables).out;
+  for (const char* line :
+       {"version            0    32  4 (0x4)\n", "mcc              208    16  204 (0xcc)\n",
+        "mnc_num          224     8  2 (0x2)\n", "tac              256    32  12345 (0x3039)\n",
+        "cgi              144    64  578437695752307201 (0x807060504030201)\n",
+        "pci               32    16  298 (0x12a)\n", "freq_band_ind    288    16  3 (0x3)\n",
+        "allow_access     248     8  1 (0x1)\n"}) {
+    EXPECT_NE(whole.find(line), std::string::npos) << line << whole;
+  }
+  EXPECT_EQ(run("tovi-modem", {"unpack", folder / "digits"}, variables).out, whole);
+  EXPECT_EQ(run("tovi-modem", {"unpack", folder / "bytes"}, variables).out, whole);
+  const Result cut = run("tovi-modem", {"unpack", hex.substr(0, hex.size() - 2)}, variables);
+  EXPECT_NE(cut.out.find("freq_band_ind    288    16  is not in the record\n"), std::string::npos);
+  const struct {
+    const char* record;
+    std::string out;
+    std::string err;
+  } rows[] = {
+      {"0400000", "", "0400000: neither a file nor hexadecimal digits, two a byte\n"},
+      {"040000", "", "a record has 4 to 2000 bytes, not 3\n"},
+      {"/", "", "/: Is a directory\n"},
+      {"05000000", "VERSION_NOT_SUPPORT", ""},
+  };
+  for (const auto& row : rows) {
+    const Result result = run("tovi-modem", {"unpack", row.record}, variables);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(result.out.starts_with(row.out)) << result.out;
+    EXPECT_EQ(result.err, row.err.empty() ? "" : "tovi-modem: " + row.err);
+  }
+}
+
 class Recorded : public Tester {
  protected:
   const std::string record = folder / "record";

@@ -280,3 +280,17 @@ void velmor_test_modem_stats_parsing_process_do(const uint8_t* payload, bool tra
   }
   modem_stats_parse_xxxx_diag_xxxx(payload, trace, g_record);
 }
+
+std::vector<UnpkValue> velmor_unpacked_values(const modem_stats_single_data_common_type& record) {
+  constexpr int kVersionBits = 32;
+  const int column = column_of(record.version);
+  std::vector<UnpkValue> values;
+  if (column < 0) return values;
+  for (const UnpkField& field : kFields) {
+    UnpkValue value{field.name, kVersionBits + field.pos[column], field.width, 0};
+    memcpy(&value.value, reinterpret_cast<const uint8_t*>(&record) + field.offset,
+           static_cast<size_t>(field.width / 8));
+    values.push_back(value);
+  }
+  return values;
+}

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 // What a record holds.
 struct modem_stats_single_data_common_type {
@@ -75,6 +76,17 @@ bool modem_stats_parse_xxxx_diag_xxxx(const uint8_t* payload, bool trace,
 // The same without the two lines.
 bool velmor_unpack_record(const uint8_t* payload, bool trace,
                           modem_stats_single_data_common_type& record);
+
+// A field of an unpacked record: where it stood, from the version's first bit on, and its value.
+struct UnpkValue {
+  const char* name;
+  int bit;
+  int width;
+  uint64_t value;
+};
+
+// All fields of an unpacked record but its version, in the order in which they are printed.
+std::vector<UnpkValue> velmor_unpacked_values(const modem_stats_single_data_common_type& record);
 
 // Unpacks the record at `payload`, which may be null, and keeps it.
 void velmor_test_modem_stats_parsing_process_do(const uint8_t* payload, bool trace);

@@ -19,6 +19,7 @@ constexpr const char* kUsage =
     "       tovi-modem getprop NAME        print a system property\n"
     "       tovi-modem setprop NAME VALUE  set a system property\n"
     "       tovi-modem reset               empty the state folder\n"
+    "       tovi-modem unpack HEX|FILE     print a diagnostic statistics record field by field\n"
     "       tovi-modem --help, -h | --version\n"
     "\n"
     "OPTIONS: --faults RULES   misbehave\n"
@@ -56,8 +57,9 @@ struct Verb {
   int (*run)(const Args& args);
 };
 constexpr Verb kVerbs[] = {
-    {"serve", serve}, {"run", run},     {"getprop", getprop}, {"setprop", setprop},
-    {"reset", reset}, {"--help", help}, {"-h", help},         {"--version", version},
+    {"serve", serve},     {"run", run},     {"getprop", getprop},
+    {"setprop", setprop}, {"reset", reset}, {"unpack", unpack},
+    {"--help", help},     {"-h", help},     {"--version", version},
 };
 
 }  // namespace
