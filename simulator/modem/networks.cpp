@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <iterator>
-#include <sstream>
+#include <string_view>
 
 #include "state_reader.h"
 
@@ -30,11 +30,19 @@ constexpr struct {
 };
 
 template <typename Row, size_t N>
-const Row& row_of(const Row (&rows)[N], const std::string& word) {
+const Row& row_of(const Row (&rows)[N], std::string_view word) {
   const auto found = std::find_if(std::begin(rows), std::end(rows),
                                   [&](const Row& row) { return row.word == word; });
   if (found == std::end(rows)) throw StateError();
   return *found;
+}
+
+// What stands before `mark`, which is taken off `text` with it, and with blanks that follow.
+std::string_view take_until(std::string_view& text, char mark) {
+  const size_t end = std::min(text.find(mark), text.size());
+  const std::string_view head = text.substr(0, end);
+  text = state_files::trim(text.substr(std::min(end + 1, text.size())));
+  return head;
 }
 
 // mcc/mnc=radio flags name; the flags with commas between, or "-" for none.
@@ -45,13 +53,12 @@ RadioNetwork network_of(const std::string& key, const std::string& value) {
       static_cast<size_t>(used) != key.size()) {
     throw StateError();
   }
-  std::istringstream words(value);
-  std::string radio, flags;
-  words >> radio >> flags >> std::ws;
-  network.radio = row_of(kRadios, radio).radio;
-  std::istringstream list(flags == "-" ? "" : flags);
-  for (std::string flag; std::getline(list, flag, ',');) network.*row_of(kFlags, flag).flag = true;
-  std::getline(words, network.name);
+  std::string_view rest = value;
+  network.radio = row_of(kRadios, take_until(rest, ' ')).radio;
+  std::string_view flags = take_until(rest, ' ');
+  if (flags == "-") flags = "";
+  while (!flags.empty()) network.*row_of(kFlags, take_until(flags, ',')).flag = true;
+  network.name = state_files::trim(rest);
   return network;
 }
 
