@@ -1,57 +1,16 @@
 // The simulated modem as a program, its state folder, and several programs at once.
 #include <signal.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <time.h>
 
-#include <filesystem>
 #include <sstream>
 
-#include "gtest/gtest.h"
 #include "sim_pdc.h"
 #include "sim_uim.h"
 #include "support/fake_modem.h"
-#include "support/tool.h"
-#include "unix_address.h"
+#include "support/simulator_fixture.h"
 
 namespace {
 
 using namespace testing_support;
-
-class Simulator : public testing::Test {
- protected:
-  std::unique_ptr<Program> serve() {
-    auto server = std::make_unique<Program>("tovi-modem", Args{"serve", "--unix", socket}, state);
-    server->wait_for_error_line("tovi-modem: ready\n");
-    return server;
-  }
-  Result modem(const Args& args) { return run("tovi-modem", args, state); }
-
-  // Starts the same program several times at once; all must end well and quietly.
-  std::vector<std::string> together(const std::vector<Args>& commands, const Variables& variables) {
-    std::vector<std::unique_ptr<Program>> programs;
-    for (const Args& args : commands) {
-      programs.push_back(std::make_unique<Program>("tovi", args, variables));
-    }
-    std::vector<std::string> out;
-    for (const auto& program : programs) {
-      const Result result = program->wait();
-      EXPECT_EQ(result.status, 0);
-      EXPECT_EQ(result.err, "");
-      out.push_back(without_lines(result.out));
-    }
-    return out;
-  }
-
-  ScratchFolder folder;
-  const std::string socket = folder / "socket";
-  const Variables state = {{"TOVI_STATE", folder / "state"}, {"TOVI_LOG", folder / "log"}};
-  const Variables served = {{"TOVI_MODEM", "unix:" + socket},
-                            {"TOVI_LOG", folder / "log"},
-                            {"TOVI_STATE", folder / "elsewhere"}};
-};
 
 TEST_F(Simulator, TheSameCommandsPrintTheSameOverBothEndpoints) {
   const auto server = serve();
@@ -200,14 +159,6 @@ TEST_F(Simulator, EightProgramsMayMakeTheStateAtOnceAndWriteOneFile) {
 
 TEST_F(Simulator, NothingIsWrittenOutsideTheStateFolder) {
   run("tovi", {"4", "5", "0", "/plain/file", "1"}, state);
-  const auto listing = [&] {
-    std::string all;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path())) {
-      all += entry.path().string() + " " +
-             (entry.is_regular_file() ? std::to_string(entry.file_size()) : "") + "\n";
-    }
-    return all;
-  };
   write_file(folder / "log", "");
   Variables quiet = state;
   quiet["TOVI_LOG"] = "/dev/null";
@@ -311,15 +262,6 @@ TEST_F(Simulator, AFolderOfAnEarlierBuildGetsWhatItLacksOnce) {
   }
 }
 
-TEST_F(Simulator, AFolderOfSomebodysOwnNeverBecomesAStateFolder) {
-  write_file(folder / "state/thesis.txt", "x");
-  const Result result = run("tovi", {"4", "1", "0", "550"}, state);
-  EXPECT_NE(result.err.find("holds other things than a modem's state"), std::string::npos);
-  EXPECT_EQ(modem({"reset"}).status, 1);
-  EXPECT_EQ(read_file(folder / "state/thesis.txt"), "x");
-  EXPECT_FALSE(exists(folder / "state/tmp"));
-}
-
 TEST_F(Simulator, OfTwoServersStartedTogetherOneServes) {
   serve()->kill(SIGKILL);  // leaves a dead socket
   std::vector<std::unique_ptr<Program>> servers;
@@ -357,60 +299,6 @@ kill $! && wait $!)";
   }
 }
 
-TEST_F(Simulator, WhatCannotBeReadIsTheModemsOwnFailureAndStopsNobody) {
-  using std::filesystem::path;
-  const struct {
-    const char* file;
-    Args args;
-    const char* found;    // in what is printed and traced when the file cannot be read
-    uintmax_t too_large;  // 0: there is no limit below that of every file
-  } rows[] = {
-      {"nv/0/550", {"4", "1", "0", "550"}, "rsp.result = -5\n", 425},
-      {"efs/0/nv/item_files/ims/IMS_enable",
-       {"4", "4", "0", "/nv/item_files/ims/IMS_enable"},
-       "error_code(-5)",
-       102411},
-      {"slot/1", {"5", "2", "0"}, "rsp.result = -5\n", 0},
-      {"slot/1", {"8", "AT+CPIN?"}, "ERROR", 0},
-      {"sar", {"5", "5"}, "resp = {result = 1, error = 3}", 0},
-      {"stats/0/82", {"9", "0", "0"}, "resp = {result = 1, error = 3}", 0},
-      {"pdc/software/0", {"10", "1", "1"}, "resp = {result = 1, error = 3}", 0},
-      {"version", {"5", "2", "0"}, "/version: ", 0},
-  };
-  Variables traced = state;
-  traced["TOVI_TRACE"] = "stderr";
-  traced["TOVI_TIME_SCALE"] = "0.1";
-  EXPECT_EQ(run("tovi", {"5", "2", "0"}, state).status, 0);
-  for (const auto& row : rows) {
-    const path file = path(folder / "state") / row.file;
-    const auto put = [&](int kind) {
-      switch (kind) {
-        case 0: std::filesystem::create_symlink(file.filename(), file); break;
-        case 1: EXPECT_EQ(mkfifo(file.c_str(), 0600), 0); break;
-        default: write_file(file, "");
-      }
-      if (kind == 2) std::filesystem::resize_file(file, uintmax_t{1} << 40);
-      if (kind == 3) std::filesystem::resize_file(file, row.too_large);
-    };
-    std::filesystem::rename(file, file.string() + ".kept");
-    for (int kind = 0; kind < (row.too_large != 0 ? 4 : 3); ++kind) {
-      put(kind);
-      const Result result = run("tovi", row.args, traced);
-      EXPECT_NE((result.out + result.err).find(row.found), std::string::npos)
-          << row.file << " " << kind << "\n"
-          << result.out << result.err;
-      std::filesystem::remove(file);
-    }
-    std::filesystem::rename(file.string() + ".kept", file);
-  }
-  // A setting is not lost for one that could not be read.
-  const std::string properties = folder / "state/properties";
-  std::filesystem::remove(properties);
-  ASSERT_EQ(mkfifo(properties.c_str(), 0600), 0);
-  EXPECT_EQ(modem({"setprop", "a", "1"}).status, 1);
-  EXPECT_TRUE(std::filesystem::is_fifo(properties));
-}
-
 TEST_F(Simulator, PropertiesKeepWhatAPersonWroteAroundThem) {
   EXPECT_EQ(modem({"getprop", "a.b"}).out, "\n");
   EXPECT_EQ(modem({"setprop", "a.b", "1"}).status, 0);
@@ -427,117 +315,6 @@ TEST_F(Simulator, PropertiesKeepWhatAPersonWroteAroundThem) {
     EXPECT_EQ(modem(bad).status, 1);
   }
   EXPECT_EQ(read_file(file), "# mine\na.b=two words\nother=x\n");
-}
-
-// A socket that listens with room for `clients`, and lets none of them in.
-qmi::Descriptor mute_listener(const std::string& path, int clients) {
-  sockaddr_un address;
-  EXPECT_TRUE(make_unix_address(path, address));
-  const auto* name = reinterpret_cast<const sockaddr*>(&address);
-  qmi::Descriptor listener(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  EXPECT_EQ(bind(listener.get(), name, sizeof address), 0);
-  EXPECT_EQ(listen(listener.get(), clients), 0);
-  return listener;
-}
-
-TEST_F(Simulator, WhyASocketCannotBeConnectedToIsSaidOnceAndNotWaitedForWithoutEnd) {
-  write_file(folder / "file", "");
-  mute_listener(folder / "dead", 1);
-  const auto silent = mute_listener(folder / "silent", 100);
-  const auto full = mute_listener(folder / "full", 0);
-  const qmi::Descriptor first(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  ASSERT_EQ(connect_unix(first.get(), folder / "full"), 0);
-  const struct {
-    const char* path;
-    const char* reason;
-  } rows[] = {
-      {"nobody", "no such socket"}, {"file", "not a socket"}, {"dead", "nobody serves there"},
-      {"silent", "no answer"},      {"full", "no answer"},
-  };
-  for (const auto& row : rows) {
-    const std::string modem = "unix:" + (folder / row.path);
-    const auto begin = timing::Clock::now();
-    const Result result =
-        run("tovi", {"4", "1", "0", "550"}, {{"TOVI_MODEM", modem}, {"TOVI_TIME_SCALE", "0.1"}});
-    EXPECT_EQ(result.err, "tovi: TOVI_MODEM=" + modem + ": " + row.reason + "\n");
-    EXPECT_NE(result.out.find("error_code(-102)"), std::string::npos) << result.out;
-    EXPECT_LT(timing::Clock::now() - begin, std::chrono::seconds(10)) << row.path;
-  }
-}
-
-qmi::Descriptor connected(const std::string& path) {
-  qmi::Descriptor client(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  EXPECT_EQ(connect_unix(client.get(), path), 0);
-  return client;
-}
-
-enum class Treatment { Served, HungUpOn, LeftWaiting };
-
-// What comes of asking the name service for everything.
-Treatment ask(const qmi::Descriptor& client) {
-  const uint32_t lookup[] = {1, 0xFFFFFFFE, 10, 0, 0, 0, 0};
-  send(client.get(), lookup, sizeof lookup, MSG_NOSIGNAL);
-  pollfd answer{client.get(), POLLIN, 0};
-  qmi::poll_until(&answer, 1, timing::Clock::now() + std::chrono::seconds(10));
-  char byte;
-  const ssize_t n = recv(client.get(), &byte, 1, MSG_DONTWAIT);
-  if (n > 0) return Treatment::Served;
-  return n == 0 || errno == ECONNRESET ? Treatment::HungUpOn : Treatment::LeftWaiting;
-}
-
-// Until a server has seen others leave, it may still hang up on a newcomer.
-bool serves_soon(const std::string& path) {
-  const auto limit = timing::Clock::now() + std::chrono::seconds(10);
-  while (timing::Clock::now() < limit) {
-    if (ask(connected(path)) == Treatment::Served) return true;
-  }
-  return false;
-}
-
-std::chrono::nanoseconds processor_time(pid_t pid) {
-  clockid_t clock;
-  timespec used{};
-  EXPECT_EQ(clock_getcpuclockid(pid, &clock), 0);
-  clock_gettime(clock, &used);
-  return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
-}
-
-TEST_F(Simulator, AServerThatRunsOutOfDescriptorsHangsUpOnClientsAndServesTheOthers) {
-  using namespace std::chrono_literals;
-  Program server(
-      "/bin/sh",
-      {"-c", "ulimit -n 40; exec " TOVI_BUILD_FOLDER "/tovi-modem serve --unix " + socket}, state);
-  server.wait_for_error_line("tovi-modem: ready\n");
-  for (const std::string& path : {socket, folder / "state/device/dev/diag"}) {
-    std::vector<qmi::Descriptor> clients;
-    for (int i = 0; i < 60; ++i) clients.push_back(connected(path));
-    int served = 0;
-    for (const qmi::Descriptor& client : clients) {
-      const Treatment treatment = ask(client);
-      EXPECT_NE(treatment, Treatment::LeftWaiting) << path;
-      served += treatment == Treatment::Served;
-    }
-    EXPECT_GE(served, 4) << path;
-    EXPECT_LE(served, 30) << path;
-    const auto before = processor_time(server.id());
-    qmi::poll_until(nullptr, 0, timing::Clock::now() + 500ms);
-    EXPECT_LT(processor_time(server.id()) - before, 250ms) << path;
-    clients.clear();
-    EXPECT_TRUE(serves_soon(path)) << path;
-  }
-  // Not even one descriptor: whoever connects waits until there is one.
-  const rlimit none{3, 40}, some{40, 40};
-  prlimit(server.id(), RLIMIT_NOFILE, &none, nullptr);
-  const auto client = connected(socket), diag_client = connected(folder / "state/device/dev/diag");
-  const auto before = processor_time(server.id());
-  qmi::poll_until(nullptr, 0, timing::Clock::now() + 500ms);
-  EXPECT_LT(processor_time(server.id()) - before, 250ms);
-  prlimit(server.id(), RLIMIT_NOFILE, &some, nullptr);
-  EXPECT_NE(ask(client), Treatment::LeftWaiting);
-  EXPECT_NE(ask(diag_client), Treatment::LeftWaiting);
-  EXPECT_TRUE(serves_soon(socket) && serves_soon(folder / "state/device/dev/diag"));
-  server.kill(SIGTERM);
-  EXPECT_EQ(server.wait().status, 0);
 }
 
 TEST_F(Simulator, WrongUsageEndsWithStatus2) {

@@ -1,5 +1,6 @@
 #include "device_path.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "environment.h"
@@ -14,13 +15,18 @@ bool modem_is_simulated() {
 }
 
 // A port that a killed process left in the state folder is removed: the pseudo-terminal that its
-// link names may be somebody else's by now.
+// link names may be somebody else's by now. With the lock nobody makes one meanwhile.
 void remove_stale_port(const char* path) {
   using state_files::FolderLock;
   const std::string* folder = environment::state_folder();
   if (folder == nullptr || environment::device_root() != *folder + "/device") return;
-  if (FolderLock::is_held(*folder, state_files::LockPart::Ports)) return;
-  unlink((environment::device_root() + path).c_str());
+  const std::string port = environment::device_root() + path;
+  struct stat status {};
+  std::string problem;
+  if (lstat(port.c_str(), &status) != 0 || !is_simulated_state(*folder, problem)) return;
+  const FolderLock nobodys(*folder, state_files::LockPart::Ports, FolderLock::Mode::Exclusive,
+                           FolderLock::Wait::No);
+  if (nobodys.held()) unlink(port.c_str());
 }
 
 }  // namespace

@@ -79,8 +79,9 @@ std::string parse_device_root() {
   fprintf(stderr, "%s: %s\n", program_invocation_short_name, line);
 }
 
-Output open_file(const char* name, const char* target, mode_t mode) {
-  const int fd = open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, mode);
+// For the owner alone: it may tell who somebody is.
+Output open_file(const char* name, const char* target) {
+  const int fd = open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
   if (fd >= 0) return {Sink::Descriptor, fd};
   complain("%s=%s: %s", name, target, strerror(errno));
   return {Sink::None, -1};
@@ -88,7 +89,7 @@ Output open_file(const char* name, const char* target, mode_t mode) {
 
 Output open_output(const char* name, const char* target) {
   if (strcmp(target, "stderr") == 0) return {Sink::Descriptor, STDERR_FILENO};
-  return open_file(name, target, 0644);
+  return open_file(name, target);
 }
 
 }  // namespace
@@ -143,7 +144,7 @@ const Output& trace() {
 const Output& record() {
   static const Output output = [] {
     const char* target = variable("TOVI_RECORD");
-    return target != nullptr ? open_file("TOVI_RECORD", target, 0600) : Output{Sink::None, -1};
+    return target != nullptr ? open_file("TOVI_RECORD", target) : Output{Sink::None, -1};
   }();
   return output;
 }

@@ -1,13 +1,26 @@
 #include "state_files.h"
 
-#include <errno.h>
+#include <dirent.h>
 #include <fcntl.h>
-#include <stdlib.h>
+#include <string.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
+
+#include <atomic>
+#include <memory>
+
+#include "retry.h"
 
 namespace state_files {
 namespace {
+
+constexpr std::chrono::seconds kLockLimit{5};
+constexpr time_t kLeftoverAge = 60;  // seconds
+constexpr int kMaxNames = 10000;
+
+std::atomic<bool> g_syncs = false;
 
 bool write_all(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
@@ -74,30 +87,71 @@ qmi::Descriptor open_regular(const std::string& path, size_t max_bytes, size_t& 
   return file;
 }
 
+namespace {
+
+// A new file in `folder`, locked as long as it is open: so nobody takes it for a leftover.
+qmi::Descriptor open_temporary(const std::string& folder, std::string& path) {
+  static std::atomic<unsigned int> last = 0;
+  for (int tries = 0; tries < kMaxNames; ++tries) {
+    path = folder + "/" + std::to_string(getpid()) + "." + std::to_string(++last);
+    qmi::Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (file) flock(file.get(), LOCK_EX | LOCK_NB);
+    if (file || errno != EEXIST) return file;
+  }
+  return qmi::Descriptor();
+}
+
+// What a folder holds is on the disk when this returns true.
+bool sync_folder(const std::string& path) {
+  if (!g_syncs) return true;
+  const qmi::Descriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return folder && fsync(folder.get()) == 0;
+}
+
+}  // namespace
+
 bool write(const std::string& folder, const std::string& path, std::string_view bytes) {
-  std::string temporary = folder + "/tmp/XXXXXX";
-  int fd = mkostemp(temporary.data(), O_CLOEXEC);
-  if (fd < 0 && errno == ENOENT && make_folder(folder + "/tmp")) {
-    temporary = folder + "/tmp/XXXXXX";
-    fd = mkostemp(temporary.data(), O_CLOEXEC);
+  std::string temporary;
+  qmi::Descriptor file = open_temporary(folder + "/tmp", temporary);
+  if (!file && errno == ENOENT && make_folder(folder + "/tmp")) {
+    file = open_temporary(folder + "/tmp", temporary);
   }
-  if (fd < 0) return false;
-  bool ok = write_all(fd, bytes) && fchmod(fd, 0644) == 0;
-  ok = close(fd) == 0 && ok;
-  ok = ok && make_folder(parent_of(path)) && rename(temporary.c_str(), path.c_str()) == 0;
-  if (!ok) {
-    const int error = errno;
-    unlink(temporary.c_str());
-    errno = error;
+  if (!file) return false;
+  const bool stored = write_all(file.get(), bytes) && (!g_syncs || fsync(file.get()) == 0) &&
+                      make_folder(parent_of(path)) && rename(temporary.c_str(), path.c_str()) == 0;
+  if (stored) return sync_folder(parent_of(path));
+  const int error = errno;
+  unlink(temporary.c_str());
+  errno = error;
+  return false;
+}
+
+bool remove(const std::string& path) {
+  return unlink(path.c_str()) == 0 && sync_folder(parent_of(path));
+}
+
+void sync_to_disk() {
+  g_syncs = true;
+}
+
+void remove_leftovers(const std::string& folder) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir((folder + "/tmp").c_str()), closedir);
+  if (entries == nullptr) return;
+  while (const dirent* entry = readdir(entries.get())) {
+    const std::string path = folder + "/tmp/" + entry->d_name;
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
+    if (time(nullptr) - status.st_mtim.tv_sec < kLeftoverAge) continue;
+    const qmi::Descriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (file && flock(file.get(), LOCK_EX | LOCK_NB) == 0) unlink(path.c_str());
   }
-  return ok;
 }
 
 bool make_folder(const std::string& path) {
-  if (mkdir(path.c_str(), 0755) == 0) return true;
-  if (errno == ENOENT) {
-    return make_folder(parent_of(path)) && (mkdir(path.c_str(), 0755) == 0 || errno == EEXIST);
-  }
+  int made = mkdir(path.c_str(), 0700);
+  if (made != 0 && errno == ENOENT && make_folder(parent_of(path)))
+    made = mkdir(path.c_str(), 0700);
+  if (made == 0) return sync_folder(parent_of(path));
   struct stat status {};
   if (errno != EEXIST || stat(path.c_str(), &status) != 0) return false;
   if (S_ISDIR(status.st_mode)) return true;
@@ -169,37 +223,29 @@ struct flock range_of(LockPart part, FolderLock::Mode mode) {
 
 FolderLock::FolderLock(const std::string& folder, LockPart part, Mode mode, Wait wait) {
   const std::string path = folder + "/lock";
-  const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-  if (fd < 0) return;
-  struct flock range = range_of(part, mode);
-  int result;
-  do {
-    result = fcntl(fd, wait == Wait::Yes ? F_OFD_SETLKW : F_OFD_SETLK, &range);
-  } while (result != 0 && errno == EINTR);
-  if (result == 0) {
-    fd_ = fd;
-  } else {
-    close(fd);
-  }
+  file_ = qmi::Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0666));
+  int error = errno;
+  const auto try_to_lock = [&] {
+    struct flock range = range_of(part, mode);
+    error = fcntl(file_.get(), F_OFD_SETLK, &range) == 0 ? 0 : errno;
+    return error != EAGAIN;
+  };
+  const auto limit = wait == Wait::Yes ? timing::Clock::now() + kLockLimit : timing::kPast;
+  if (file_) retry::until(limit, try_to_lock);
+  if (file_ && error == 0) return;
+  busy_ = error == EAGAIN;
+  problem_ = path + ": " + (busy_ ? "another process holds it" : strerror(error));
+  file_ = qmi::Descriptor();
 }
 
 bool FolderLock::is_held(const std::string& folder, LockPart part) {
-  const int fd = open((folder + "/lock").c_str(), O_RDWR | O_CLOEXEC);
-  if (fd < 0) return false;
+  const qmi::Descriptor file(open((folder + "/lock").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
   struct flock range = range_of(part, Mode::Exclusive);
-  const bool asked = fcntl(fd, F_OFD_GETLK, &range) == 0;
-  close(fd);
-  return asked && range.l_type != F_UNLCK;
-}
-
-FolderLock::~FolderLock() {
-  if (fd_ >= 0) close(fd_);
+  return file && fcntl(file.get(), F_OFD_GETLK, &range) == 0 && range.l_type != F_UNLCK;
 }
 
 bool set_value(const std::string& folder, const std::string& path, std::string_view key,
                std::string_view value) {
-  const FolderLock lock(folder, LockPart::Writing);
-  if (!lock.held()) return false;
   const auto text = read(path);
   if (!text && !means_absent(errno)) return false;
   return write(folder, path, with_value(text.value_or(""), key, value));

@@ -7,7 +7,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "descriptor.h"
@@ -33,7 +32,16 @@ qmi::Descriptor open_regular(const std::string& path, size_t max_bytes, size_t& 
 // folders on the way are made. False, with errno set, when that fails.
 bool write(const std::string& folder, const std::string& path, std::string_view bytes);
 
-// Makes a folder and those above it. True when it is there afterwards.
+// Removes a file. False, with errno set, when that fails.
+bool remove(const std::string& path);
+
+// From now on what was written or removed is on the disk when the call returns.
+void sync_to_disk();
+
+// Removes what killed processes have left in folder/tmp.
+void remove_leftovers(const std::string& folder);
+
+// Makes a folder and those above it, for their owner alone. True when it is there afterwards.
 bool make_folder(const std::string& path);
 
 using KeyValues = std::vector<std::pair<std::string, std::string>>;
@@ -62,7 +70,7 @@ enum class LockPart {
   ServedPorts = 3,  // by that one too when it is a server
 };
 
-// Holds a part of folder/lock as long as it lives.
+// Holds a part of folder/lock as long as it lives. Waits for it at most 5 s.
 class FolderLock {
  public:
   enum class Mode { Shared, Exclusive };
@@ -70,19 +78,21 @@ class FolderLock {
 
   FolderLock(const std::string& folder, LockPart part, Mode mode = Mode::Exclusive,
              Wait wait = Wait::Yes);
-  ~FolderLock();
-  FolderLock(FolderLock&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
 
-  bool held() const { return fd_ >= 0; }
+  bool held() const { return static_cast<bool>(file_); }
+  const std::string& problem() const { return problem_; }  // why it is not held, in words
+  bool is_busy() const { return busy_; }                   // another process holds it
 
   // Whether anybody holds a part.
   static bool is_held(const std::string& folder, LockPart part);
 
  private:
-  int fd_ = -1;
+  qmi::Descriptor file_;
+  std::string problem_;
+  bool busy_ = false;
 };
 
-// Sets one key of a file of `key=value` lines in `folder`; nobody else changes it in between.
+// Sets one key of a file of `key=value` lines in `folder`, whose part Writing the caller holds.
 // False, with errno set, when that fails.
 bool set_value(const std::string& folder, const std::string& path, std::string_view key,
                std::string_view value);

@@ -1,12 +1,11 @@
 #include "unix_address.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
-
-#include <algorithm>
 
 bool make_unix_address(const std::string& path, sockaddr_un& address) {
   address = {};
@@ -25,9 +24,13 @@ int connect_unix(int socket, const std::string& path) {
 
 int connect_unix_until(int socket, const std::string& path, timing::Deadline deadline) {
   using std::chrono::microseconds;
-  // 0 would be no limit.
-  const auto left =
-      std::max(std::chrono::ceil<microseconds>(deadline - timing::Clock::now()), microseconds{1});
+  const auto left = std::chrono::ceil<microseconds>(deadline - timing::Clock::now());
+  if (left <= microseconds{0}) {  // as a time-out, 0 would be no limit, and 1 some milliseconds
+    fcntl(socket, F_SETFL, O_NONBLOCK);
+    const int error = connect_unix(socket, path);
+    fcntl(socket, F_SETFL, 0);
+    return error;
+  }
   const timeval limit{static_cast<time_t>(left.count() / 1'000'000),
                       static_cast<suseconds_t>(left.count() % 1'000'000)};
   setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);

@@ -14,5 +14,8 @@ Opened open_loopback_endpoint() {
 
 }  // namespace qmi
 
+bool is_simulated_state(const std::string&, std::string&) {
+  return false;
+}
 void open_simulated_device() {}
 void open_simulated_ports() {}

@@ -6,6 +6,7 @@
 #include "mutex.h"
 #include "properties.h"
 #include "property_store.h"
+#include "simulated_device.h"
 #include "state_files.h"
 
 namespace {
@@ -87,11 +88,14 @@ bool property_store::set(const char* key, const char* value, std::string& proble
     problem = impossible;
     return false;
   }
+  if (!is_simulated_state(*folder, problem)) return false;
   const std::string path = properties_path();
-  if (state_files::make_folder(*folder + "/tmp") &&
-      state_files::set_value(*folder, path, key, value)) {
-    return true;
+  if (!state_files::make_folder(*folder)) {
+    problem = *folder + ": " + strerror(errno);
+    return false;
   }
-  problem = path + ": " + strerror(errno);
+  const state_files::FolderLock lock(*folder, state_files::LockPart::Writing);
+  if (lock.held() && state_files::set_value(*folder, path, key, value)) return true;
+  problem = lock.held() ? path + ": " + strerror(errno) : lock.problem();
   return false;
 }

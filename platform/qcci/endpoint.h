@@ -24,7 +24,8 @@ class Endpoint {
   virtual int send(Address to, std::span<const uint8_t> packet, timing::Deadline deadline) = 0;
 
   // Receives one packet, whole. `packet` is the endpoint's, valid until the next call; only one
-  // thread may be in here at a time. A deadline in the past takes only what is there already.
+  // thread may be in here at a time. A deadline in the past takes only what is there already. What
+  // is no packet counts as an empty one from kNowhere: whoever waits is to see a flood of it, too.
   virtual Received receive(Address& source, std::span<const uint8_t>& packet,
                            timing::Deadline deadline) = 0;
 

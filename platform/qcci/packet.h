@@ -18,6 +18,9 @@ struct Address {
   auto operator<=>(const Address&) const = default;
 };
 
+// The address of nobody.
+inline constexpr Address kNowhere{UINT32_MAX, UINT32_MAX};
+
 // The port of a node's name service; packets from it are control packets, all others are data.
 inline constexpr uint32_t kControlPort = 0xFFFFFFFE;
 

@@ -44,11 +44,8 @@ ssize_t QrtrSocket::receive(Address& source, std::span<uint8_t> buffer) const {
   socklen_t size = sizeof address;
   const ssize_t n = recvfrom(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT,
                              reinterpret_cast<sockaddr*>(&address), &size);
-  if (n >= 0 && (size != sizeof address || address.sq_family != AF_QIPCRTR)) {
-    errno = EAGAIN;
-    return -1;
-  }
-  source = {address.sq_node, address.sq_port};
+  const bool known = size == sizeof address && address.sq_family == AF_QIPCRTR;
+  source = known ? Address{address.sq_node, address.sq_port} : kNowhere;
   return n;
 }
 

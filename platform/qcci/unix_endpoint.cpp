@@ -56,9 +56,12 @@ class UnixEndpoint final : public Endpoint {
         continue;
       }
       const auto size = static_cast<size_t>(n);
-      if (size < sizeof source || size > kBufferBytes) continue;
-      memcpy(&source, buffer_.get(), sizeof source);
-      packet = {buffer_.get() + sizeof source, size - sizeof source};
+      source = kNowhere;
+      packet = {};
+      if (size >= sizeof source && size <= kBufferBytes) {
+        memcpy(&source, buffer_.get(), sizeof source);
+        packet = {buffer_.get() + sizeof source, size - sizeof source};
+      }
       return Received::Packet;
     }
   }

@@ -13,6 +13,7 @@
 #include "accept_client.h"
 #include "exchange.h"
 #include "modem.h"
+#include "retry.h"
 #include "sim_diag.h"
 #include "unix_address.h"
 
@@ -23,7 +24,6 @@ using state_files::FolderLock;
 using state_files::LockPart;
 
 constexpr uint32_t kWaitMs = 10000;
-constexpr useconds_t kLookAgainUs = 2000;
 constexpr size_t kMaxDiagClients = 64;
 constexpr size_t kMaxDiagCommand = 8192;
 constexpr size_t kMaxAtLine = 1024;
@@ -51,37 +51,46 @@ DevicePorts::~DevicePorts() {
 }
 
 DevicePorts::Outcome DevicePorts::open(Owner owner, std::string& problem) {
-  const timing::Deadline deadline = timing::peer_deadline(kWaitMs);
-  while (!take_locks(owner)) {
-    if (FolderLock::is_held(modem_.folder(), LockPart::ServedPorts)) return Outcome::HasServer;
-    if (timing::Clock::now() >= deadline) {
-      problem = modem_.folder() + ": another process has the ports";
-      return Outcome::Failed;
-    }
-    usleep(kLookAgainUs);
+  if (stop_.descriptor() < 0) {
+    failed("eventfd", problem);
+    return Outcome::Failed;
   }
+  bool has_server = false;
+  const bool decided = retry::until(timing::peer_deadline(kWaitMs), [&] {
+    if (take_locks(owner, problem)) return true;
+    has_server = FolderLock::is_held(modem_.folder(), LockPart::ServedPorts);
+    return has_server;
+  });
+  if (has_server) return Outcome::HasServer;
+  if (locks_.empty()) return decided ? Outcome::Failed : Outcome::Incomplete;
   if (!state_files::make_folder(modem_.folder() + "/device/dev")) {
     failed(modem_.folder() + "/device/dev", problem);
-    return Outcome::Failed;
+    return Outcome::Incomplete;
   }
   const bool has_diag = make_diag_port(problem);
   const bool has_at = make_at_port(problem);
-  if (!has_diag && !has_at) return Outcome::Failed;
+  if (!has_diag && !has_at) return Outcome::Incomplete;
   try {
     thread_ = std::thread([this] { serve(); });
   } catch (const std::system_error& error) {
     problem = error.what();
     return Outcome::Failed;
   }
-  return has_diag && has_at ? Outcome::Open : Outcome::Failed;
+  return has_diag && has_at ? Outcome::Open : Outcome::Incomplete;
 }
 
-bool DevicePorts::take_locks(Owner owner) {
-  FolderLock ports(modem_.folder(), LockPart::Ports, FolderLock::Mode::Exclusive,
-                   FolderLock::Wait::No);
-  if (!ports.held()) return false;
-  locks_.push_back(std::move(ports));
-  if (owner == Owner::Server) locks_.emplace_back(modem_.folder(), LockPart::ServedPorts);
+// False when it is worth another try. Without locks afterwards there is a `problem`.
+bool DevicePorts::take_locks(Owner owner, std::string& problem) {
+  for (const LockPart part : {LockPart::Ports, LockPart::ServedPorts}) {
+    if (part == LockPart::ServedPorts && owner == Owner::Command) break;
+    locks_.emplace_back(modem_.folder(), part, FolderLock::Mode::Exclusive, FolderLock::Wait::No);
+    if (locks_.back().held()) continue;
+    const bool busy = locks_.back().is_busy();
+    problem = busy ? modem_.folder() + ": another process has the ports" : locks_.back().problem();
+    locks_.clear();
+    return !busy;
+  }
+  problem.clear();
   return true;
 }
 
@@ -94,6 +103,7 @@ bool DevicePorts::make_diag_port(std::string& problem) {
   }
   unlink(diag_path_.c_str());
   qmi::Descriptor listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!listener) return failed("socket", problem);
   const auto* name = reinterpret_cast<const sockaddr*>(&address);
   if (bind(listener.get(), name, sizeof address) != 0 || listen(listener.get(), SOMAXCONN) != 0) {
     return failed(diag_path_, problem);

@@ -23,15 +23,20 @@ class DevicePorts {
   ~DevicePorts();  // removes the ports
 
   enum class Owner { Command, Server };
-  enum class Outcome { Open, HasServer, Failed };
+  enum class Outcome {
+    Open,
+    HasServer,   // a server has the ports
+    Incomplete,  // one of them, or both, cannot be had
+    Failed,      // none can be served
+  };
 
   // Makes the ports and serves them on a thread of its own. One process at a time has the ports of
   // a state folder: for another command this waits a while, for a server it does not. `problem`
-  // is in words what went wrong, with one of the ports or with both.
+  // is in words what went wrong.
   Outcome open(Owner owner, std::string& problem);
 
  private:
-  bool take_locks(Owner owner);
+  bool take_locks(Owner owner, std::string& problem);
   bool make_diag_port(std::string& problem);
   bool make_at_port(std::string& problem);
   void serve();

@@ -14,6 +14,7 @@
 #include <deque>
 
 #include "accept_client.h"
+#include "retry.h"
 #include "unix_address.h"
 
 namespace sim {
@@ -21,25 +22,49 @@ namespace {
 
 constexpr size_t kMaxWaiting = 4096;
 
-// Held while a socket is looked at and replaced, so that of two servers only one does it.
-class SocketFolderLock {
- public:
-  explicit SocketFolderLock(const std::string& socket_path) {
-    const size_t slash = socket_path.rfind('/');
-    const std::string folder = slash == std::string::npos ? "."
-                               : slash == 0               ? "/"
-                                                          : socket_path.substr(0, slash);
-    folder_ = qmi::Descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder_) flock(folder_.get(), LOCK_EX);
-  }
-
- private:
-  qmi::Descriptor folder_;
-};
-
 ino_t inode_of(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
+}
+
+// Held while a socket is looked at and replaced, so that of two servers only one does it: a file
+// beside the socket, removed by whoever holds it. Waits for it at most 5 s.
+class SocketLock {
+ public:
+  explicit SocketLock(const std::string& socket_path) : path_(socket_path + ".lock") {
+    retry::until(timing::Clock::now() + std::chrono::seconds(5), [this] { return try_to_lock(); });
+  }
+  ~SocketLock() {
+    if (file_) unlink(path_.c_str());
+  }
+
+  bool held() const { return static_cast<bool>(file_); }
+  std::string problem() const { return path_ + ": " + problem_; }
+
+ private:
+  // False when it is worth another try. A file that was removed meanwhile is nobody's lock.
+  bool try_to_lock() {
+    qmi::Descriptor file(
+        open(path_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+    problem_ = file ? "another process holds it" : strerror(errno);
+    if (!file) return true;
+    struct stat status {};
+    const bool locked = flock(file.get(), LOCK_EX | LOCK_NB) == 0 &&
+                        fstat(file.get(), &status) == 0 && status.st_ino == inode_of(path_);
+    if (locked) file_ = std::move(file);
+    return locked;
+  }
+
+  const std::string path_;
+  qmi::Descriptor file_;
+  std::string problem_;
+};
+
+// A socket that does not wait. An invalid one comes with `problem` in words.
+qmi::Descriptor make_socket(std::string& problem) {
+  qmi::Descriptor made(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!made) problem = std::string("socket: ") + strerror(errno);
+  return made;
 }
 
 }  // namespace
@@ -102,26 +127,36 @@ class UnixServer::Connection final : public Peer {
   std::deque<Packet> waiting_;
 };
 
-UnixServer::UnixServer(Router& router) : router_(router), epoll_(epoll_create1(EPOLL_CLOEXEC)) {}
+UnixServer::UnixServer(Router& router) : router_(router) {}
 
 UnixServer::~UnixServer() {
   connections_.clear();
-  const SocketFolderLock lock(path_);
-  if (listener_ && inode_of(path_) == inode_) unlink(path_.c_str());
+  if (!listener_) return;
+  const SocketLock lock(path_);
+  if (lock.held() && inode_of(path_) == inode_) unlink(path_.c_str());
 }
 
 bool UnixServer::listen(const std::string& path, std::string& problem) {
+  epoll_ = qmi::Descriptor(epoll_create1(EPOLL_CLOEXEC));
+  if (!epoll_) {
+    problem = std::string("epoll: ") + strerror(errno);
+    return false;
+  }
   sockaddr_un address;
   if (!make_unix_address(path, address)) {
     problem = path + ": a socket's path has 1 to 107 characters";
     return false;
   }
   const auto* name = reinterpret_cast<const sockaddr*>(&address);
-
-  const SocketFolderLock lock(path);
-  const qmi::Descriptor probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  const SocketLock lock(path);
+  if (!lock.held()) {
+    problem = lock.problem();
+    return false;
+  }
+  const qmi::Descriptor probe = make_socket(problem);
+  if (!probe) return false;
   const int error = connect_unix(probe.get(), path);
-  if (error == 0) {
+  if (error == 0 || error == EAGAIN) {  // EAGAIN: too many wait for it
     problem = path + ": a server is already there";
     return false;
   }
@@ -129,23 +164,24 @@ bool UnixServer::listen(const std::string& path, std::string& problem) {
   if (error == ECONNREFUSED && stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) {
     unlink(path.c_str());
   }
-  qmi::Descriptor listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (bind(listener.get(), name, sizeof address) != 0 || ::listen(listener.get(), SOMAXCONN) != 0) {
+  qmi::Descriptor listener = make_socket(problem);
+  if (!listener) return false;
+  if (bind(listener.get(), name, sizeof address) != 0 || ::listen(listener.get(), SOMAXCONN) != 0 ||
+      !watch(listener.get(), EPOLLIN, false)) {
     problem = path + ": " + strerror(errno);
     return false;
   }
   listener_ = std::move(listener);
   path_ = path;
   inode_ = inode_of(path);
-  watch(listener_.get(), EPOLLIN, false);
   return true;
 }
 
-void UnixServer::watch(int descriptor, uint32_t events, bool known) {
+bool UnixServer::watch(int descriptor, uint32_t events, bool known) {
   epoll_event event{};
   event.events = events;
   event.data.fd = descriptor;
-  epoll_ctl(epoll_.get(), known ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, descriptor, &event);
+  return epoll_ctl(epoll_.get(), known ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, descriptor, &event) == 0;
 }
 
 void UnixServer::accept_client() {
@@ -157,8 +193,8 @@ void UnixServer::accept_client() {
     return;
   }
   const int descriptor = socket.get();
+  if (!watch(descriptor, EPOLLIN, false)) return;
   connections_[descriptor] = std::make_unique<Connection>(*this, std::move(socket));
-  watch(descriptor, EPOLLIN, false);
 }
 
 void UnixServer::run(int stop_descriptor) {

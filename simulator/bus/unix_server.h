@@ -29,10 +29,10 @@ class UnixServer {
   class Connection;
 
   void accept_client();
-  void watch(int descriptor, uint32_t events, bool known);
+  bool watch(int descriptor, uint32_t events, bool known);
 
   Router& router_;
-  const qmi::Descriptor epoll_;
+  qmi::Descriptor epoll_;
   qmi::Descriptor listener_;
   timing::Deadline accept_again_ = timing::kNever;  // until then nobody can be accepted
   std::string path_;

@@ -10,9 +10,6 @@
 namespace sim {
 namespace {
 
-using state_files::FolderLock;
-using state_files::LockPart;
-
 constexpr const char* kTypes[kConfigTypes] = {"platform", "software"};
 
 // A line of pdc/configs: type/id=version size description.
@@ -57,13 +54,14 @@ std::optional<Configuration> Configurations::find(uint32_t type, const std::stri
 bool Configurations::add(const Configuration& configuration) {
   char numbers[32];
   snprintf(numbers, sizeof numbers, "0x%08x %u ", configuration.version, configuration.size);
+  const auto lock = lock_state(folder_);
   return state_files::set_value(folder_, configs_path(),
                                 key_of(configuration.type, configuration.id),
                                 numbers + configuration.description);
 }
 
 bool Configurations::remove(uint32_t type, const std::string& id) {
-  const FolderLock lock(folder_, LockPart::Writing);
+  const auto lock = lock_state(folder_);
   const std::string all = read_state(configs_path()).value_or("");
   std::string text;
   for (size_t at = 0, end; at < all.size(); at = end + 1) {
@@ -75,7 +73,7 @@ bool Configurations::remove(uint32_t type, const std::string& id) {
     const bool meant = configuration && configuration->type == type && configuration->id == id;
     if (!meant) text += line + "\n";
   }
-  return lock.held() && state_files::write(folder_, configs_path(), text);
+  return state_files::write(folder_, configs_path(), text);
 }
 
 std::string Configurations::selection_path(uint32_t type, uint32_t sub) const {
@@ -98,7 +96,7 @@ bool Configurations::store(uint32_t type, uint32_t sub, const Selection& selecti
 }
 
 bool Configurations::select(uint32_t type, uint32_t sub, const std::string& id) {
-  const FolderLock lock(folder_, LockPart::Writing);
+  const auto lock = lock_state(folder_);
   Selection now = selection(type, sub);
   now.selected = id;
   now.pending = id == now.active ? "" : id;
@@ -106,12 +104,13 @@ bool Configurations::select(uint32_t type, uint32_t sub, const std::string& id) 
 }
 
 bool Configurations::activate(uint32_t type, uint32_t sub) {
-  const FolderLock lock(folder_, LockPart::Writing);
+  const auto lock = lock_state(folder_);
   const std::string selected = selection(type, sub).selected;
   return store(type, sub, {selected, selected, ""});
 }
 
 bool Configurations::deactivate(uint32_t type, uint32_t sub) {
+  const auto lock = lock_state(folder_);
   return store(type, sub, {});
 }
 

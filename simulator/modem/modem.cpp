@@ -31,6 +31,7 @@ int efs_error(int error) {
 
 std::unique_ptr<Modem> Modem::open(const std::string& folder, std::string& problem) {
   if (!prepare_state_folder(folder, problem)) return nullptr;
+  state_files::remove_leftovers(folder);
   return std::unique_ptr<Modem>(new Modem(folder));
 }
 
@@ -51,7 +52,7 @@ bool Modem::nv_write(unsigned int sub, unsigned int id, std::string_view value) 
 }
 
 bool Modem::nv_delete(unsigned int sub, unsigned int id) {
-  if (unlink(nv_path(sub, id).c_str()) == 0) return true;
+  if (state_files::remove(nv_path(sub, id))) return true;
   if (!state_files::means_absent(errno)) throw StateError();
   return false;
 }
@@ -96,7 +97,7 @@ int Modem::efs_write(unsigned int sub, std::string_view path, std::string_view b
 int Modem::efs_delete(unsigned int sub, std::string_view path) {
   const auto file = efs_path(sub, path);
   if (!file) return -EINVAL;
-  return unlink(file->c_str()) == 0 ? 0 : efs_error(errno);
+  return state_files::remove(*file) ? 0 : efs_error(errno);
 }
 
 std::string Modem::value(const std::string& file, std::string_view key) const {
@@ -104,6 +105,7 @@ std::string Modem::value(const std::string& file, std::string_view key) const {
 }
 
 bool Modem::set_value(const std::string& file, std::string_view key, std::string_view value) {
+  const auto lock = lock_state(folder_);
   return state_files::set_value(folder_, folder_ + "/" + file, key, value);
 }
 

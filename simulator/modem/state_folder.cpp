@@ -12,6 +12,7 @@
 #include <memory>
 #include <string_view>
 
+#include "simulated_device.h"
 #include "state_files.h"
 #include "statistics.h"
 
@@ -168,20 +169,24 @@ bool holds_only_state(const std::string& folder) {
   return true;
 }
 
+// Whether the folder may be written into, and the revision of what it holds.
+bool is_ours(const std::string& folder, unsigned int& revision, std::string& problem) {
+  if (!read_revision(folder, revision, problem)) return false;
+  if (exists(folder + "/version") || holds_only_state(folder)) return true;
+  problem = folder + ": holds other things than a modem's state";
+  return false;
+}
+
 // Adds the factory files that came after what the folder holds. The version comes last: until it is
 // there, the next process begins again.
 bool write_factory_content(const std::string& folder, std::string& problem) {
-  if (!exists(folder + "/version") && !holds_only_state(folder)) {
-    problem = folder + ": holds other things than a modem's state";
-    return false;
-  }
   if (!state_files::make_folder(folder + "/tmp")) {
     problem = failure(folder);
     return false;
   }
   const FolderLock lock(folder, LockPart::Writing);
   if (!lock.held()) {
-    problem = failure(folder + "/lock");
+    problem = lock.problem();
     return false;
   }
   unsigned int held = 0;
@@ -216,23 +221,30 @@ bool is_new(const std::string& folder) {
   return true;
 }
 
-// Removes a file or a folder with all it holds; links are removed, not followed.
-bool remove_tree(const std::string& path) {
+// Removes a file or a folder with all it holds; links are removed, not followed. False, with
+// `problem` in words, when something is left.
+bool remove_tree(const std::string& path, std::string& problem) {
   if (unlink(path.c_str()) == 0 || errno == ENOENT) return true;
+  const std::string file_problem = failure(path);
   const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(path.c_str()), closedir);
-  if (folder == nullptr) return false;
+  if (folder == nullptr) {
+    problem = errno == ENOTDIR ? file_problem : failure(path);
+    return false;
+  }
   while (const dirent* entry = readdir(folder.get())) {
     const std::string name = entry->d_name;
-    if (name != "." && name != ".." && !remove_tree(path + "/" + name)) return false;
+    if (name != "." && name != ".." && !remove_tree(path + "/" + name, problem)) return false;
   }
-  return rmdir(path.c_str()) == 0;
+  if (rmdir(path.c_str()) == 0) return true;
+  problem = errno == ENOTEMPTY ? path + ": a command is writing into it" : failure(path);
+  return false;
 }
 
 }  // namespace
 
 bool prepare_state_folder(const std::string& folder, std::string& problem) {
   unsigned int revision = 0;
-  if (!read_revision(folder, revision, problem)) return false;
+  if (!is_ours(folder, revision, problem)) return false;
   return revision >= kRevision || write_factory_content(folder, problem);
 }
 
@@ -247,24 +259,32 @@ bool empty_state_folder(const std::string& folder, std::string& problem) {
   const FolderLock no_server(folder, LockPart::Serving, FolderLock::Mode::Exclusive,
                              FolderLock::Wait::No);
   if (!no_server.held()) {
-    problem = folder + ": a server is using it";
+    problem = no_server.is_busy() ? folder + ": a server is using it" : no_server.problem();
     return false;
   }
   const FolderLock lock(folder, LockPart::Writing);
+  if (!lock.held()) {
+    problem = lock.problem();
+    return false;
+  }
   const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
   if (entries == nullptr) {
     problem = failure(folder);
     return false;
   }
   // The version goes first: what a kill leaves behind is then no state folder any more.
-  bool ok = remove_tree(folder + "/version");
+  bool ok = remove_tree(folder + "/version", problem);
   while (const dirent* entry = readdir(entries.get())) {
     const std::string name = entry->d_name;
     if (name == "." || name == ".." || name == "lock") continue;
-    ok = remove_tree(folder + "/" + name) && ok;
+    ok = remove_tree(folder + "/" + name, problem) && ok;
   }
-  if (!ok) problem = failure(folder);
   return ok;
 }
 
 }  // namespace sim
+
+bool is_simulated_state(const std::string& folder, std::string& problem) {
+  unsigned int revision = 0;
+  return sim::is_ours(folder, revision, problem);
+}

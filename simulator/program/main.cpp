@@ -25,6 +25,7 @@ constexpr const char* kUsage =
     "OPTIONS: --faults RULES   misbehave\n"
     "         --log FILE       write down what was asked and done, a JSON object a line\n"
     "         --replay FILE    answer from what TOVI_RECORD wrote; --fast: without its delays\n"
+    "         --sync           keep what was answered whatever happens to the machine\n"
     "\n"
     "The modem's state is the folder TOVI_STATE ($XDG_STATE_HOME/tovi or ~/.local/state/tovi when\n"
     "unset). Programs reach a served modem with TOVI_MODEM=unix:PATH.\n";

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "caretaker.h"
+#include "retry.h"
 #include "router.h"
 #include "serving.h"
 #include "unix_server.h"
@@ -118,6 +119,8 @@ int run_in(const std::string& folder, const RunOptions& options) {
   const std::string socket = folder + "/modem";
   std::string problem;
   Command command;
+  if (command.signals() < 0) return failed(std::string("signalfd: ") + strerror(errno));
+  retry::end_when_readable(command.signals());
   const auto served = ServedModem::open(state, options.wishes, problem);
   if (served == nullptr) return failed(problem);
   sim::Router router(served->modem(), served->take_behaviour());
@@ -125,7 +128,7 @@ int run_in(const std::string& folder, const RunOptions& options) {
   if (!server.listen(socket, problem)) return failed(problem);
   setenv("TOVI_MODEM", ("unix:" + socket).c_str(), 1);
   setenv("TOVI_STATE", state.c_str(), 1);
-  served->open_ports();
+  if (!served->open_ports()) return kFailed;
   if (const int error = command.start(options.command); error != 0) {
     failed(options.command[0] + ": " + strerror(error));
     return error == ENOENT ? kNotFound : kNotRunnable;

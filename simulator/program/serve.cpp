@@ -1,10 +1,13 @@
 // tovi-modem serve: a modem for any number of programs, until it is told to stop.
+#include <errno.h>
 #include <signal.h>
 #include <stdio.h>
+#include <string.h>
 #include <sys/signalfd.h>
 
 #include "environment.h"
 #include "qrtr_server.h"
+#include "retry.h"
 #include "router.h"
 #include "serving.h"
 #include "unix_server.h"
@@ -44,7 +47,7 @@ qmi::Descriptor stop_signals() {
 }
 
 int ready_and_run(auto& server, ServedModem& served, const qmi::Descriptor& stop) {
-  served.open_ports();
+  if (!served.open_ports()) return kFailed;
   fputs("tovi-modem: ready\n", stderr);
   server.run(stop.get());
   return served.finish() ? kDone : kFailed;
@@ -61,6 +64,8 @@ int serve(const Args& args) {
   const auto served = ServedModem::open(*folder, options->wishes, problem);
   if (served == nullptr) return failed(problem);
   const qmi::Descriptor stop = stop_signals();
+  if (!stop) return failed(std::string("signalfd: ") + strerror(errno));
+  retry::end_when_readable(stop.get());
   if (options->qrtr) {
     sim::QrtrServer server(served->modem(), served->take_behaviour());
     return server.listen(problem) ? ready_and_run(server, *served, stop) : failed(problem);

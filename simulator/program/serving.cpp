@@ -9,6 +9,7 @@ using state_files::FolderLock;
 Wishes::Wishes() : faults(environment::sim_faults()) {}
 
 bool Wishes::take(const Args& args, size_t& at) {
+  if (args[at] == "--sync") return sync = true;
   const struct {
     const char* name;
     std::string& value;
@@ -30,10 +31,11 @@ ServedModem::ServedModem(const std::string& folder)
 
 std::unique_ptr<ServedModem> ServedModem::open(const std::string& folder, const Wishes& wishes,
                                                std::string& problem) {
+  if (wishes.sync) state_files::sync_to_disk();
   if (sim::Modem::open(folder, problem) == nullptr) return nullptr;
   std::unique_ptr<ServedModem> served(new ServedModem(folder));
   if (!served->serving_.held()) {
-    problem = folder + "/lock: cannot be locked";
+    problem = served->serving_.problem();
     return nullptr;
   }
   // Once more, now that nobody can empty the folder any more.
@@ -54,12 +56,13 @@ std::unique_ptr<ServedModem> ServedModem::open(const std::string& folder, const 
   return served;
 }
 
-void ServedModem::open_ports() {
+bool ServedModem::open_ports() {
   ports_.emplace(*modem_, witness_);
   std::string problem;
   const auto outcome = ports_->open(sim::DevicePorts::Owner::Server, problem);
   if (outcome == sim::DevicePorts::Outcome::HasServer) problem = "another server has them";
   if (!problem.empty()) environment::complain("diag and AT port: %s", problem.c_str());
+  return outcome != sim::DevicePorts::Outcome::Failed;
 }
 
 }  // namespace program

@@ -21,6 +21,7 @@ struct Wishes {
   std::string log;     // files, or "": none
   std::string replay;
   bool fast = false;
+  bool sync = false;  // what was answered is on the disk
 
   Wishes();
   // Takes the option at `at`, and moves to its value. False when it is none of these.
@@ -37,8 +38,9 @@ class ServedModem {
   sim::Modem& modem() { return *modem_; }
   // For the one network of this modem.
   sim::Behaviour take_behaviour() { return std::move(behaviour_); }
-  // Makes the diag and AT port. What goes wrong is said on standard error.
-  void open_ports();
+  // Makes the diag and AT port. What goes wrong is said on standard error; false when there can be
+  // none.
+  bool open_ports();
   // At the end. Whether what was replayed was asked as it was recorded.
   bool finish() const { return replay_.finish(); }
 

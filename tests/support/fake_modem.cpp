@@ -19,6 +19,14 @@ void send_framed(const qmi::Descriptor& socket, qmi::Address source,
   ::send(socket.get(), framed.data(), framed.size(), MSG_NOSIGNAL);
 }
 
+void send_no_packets(const qmi::Descriptor& socket) {
+  static const Bytes too_long(sizeof(qmi::Address) + qmi::kMaxPacketBytes + 1);
+  constexpr int kFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
+  ::send(socket.get(), too_long.data(), too_long.size(), kFlags);
+  while (::send(socket.get(), too_long.data(), sizeof(qmi::Address) - 1, kFlags) > 0) {
+  }
+}
+
 }  // namespace
 
 Bytes bytes(const std::string& text) {
@@ -83,11 +91,12 @@ void FakeModem::run() {
       MutexLock hold(lock_);
       std::erase_if(connections_, [](const auto& connection) { return !connection->socket; });
       for (const auto& connection : connections_) {
+        if (floods_) send_no_packets(connection->socket);
         fds.push_back({connection->socket.get(), POLLIN, 0});
         order.push_back(connection.get());
       }
     }
-    poll(fds.data(), fds.size(), -1);
+    poll(fds.data(), fds.size(), floods_ ? 0 : -1);
     if (fds[0].revents != 0) return;
     if (fds[1].revents != 0) {
       auto connection = std::make_unique<Connection>();

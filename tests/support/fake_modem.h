@@ -1,6 +1,7 @@
 // A modem for tests that says exactly what a test tells it to, byte for byte, at a unix socket.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <string>
@@ -43,6 +44,9 @@ class FakeModem {
   // Lookups that were not answered get their end markers, late, before the next answer.
   void answer_lookups(bool yes);
 
+  // Sends everybody what is no packet, too short and too long, as fast as it is taken.
+  void flood() { floods_ = true; }
+
   // Sends a packet from a service's port to everybody who has sent it a request.
   void send(uint32_t port, const Bytes& packet);
 
@@ -70,6 +74,7 @@ class FakeModem {
   std::thread thread_;
   qmi::WakeEvent stop_;
   qmi::Descriptor listener_;
+  std::atomic<bool> floods_ = false;
 
   Mutex lock_;
   std::map<uint32_t, Server> servers_ GUARDED_BY(lock_);  // by port
