@@ -482,6 +482,71 @@ TEST_F(Limits, AResetSaysThatACommandIsWriting) {
   EXPECT_EQ(problem, folder / "state/nv/0: a command is writing into it");
 }
 
+// What came from a server until it fell silent.
+struct Heard {
+  size_t bytes = 0;
+  size_t packets = 0;
+  bool hung_up = false;
+};
+std::vector<Heard> hear_out(const std::vector<qmi::Descriptor>& clients) {
+  std::vector<Heard> all(clients.size());
+  std::vector<pollfd> ready;
+  for (const qmi::Descriptor& client : clients) ready.push_back({client.get(), POLLIN, 0});
+  while (qmi::poll_until(ready.data(), ready.size(), timing::Clock::now() + milliseconds(500)) >
+         0) {
+    for (size_t i = 0; i < all.size(); ++i) {
+      if (ready[i].revents == 0) continue;
+      uint8_t packet[1024];
+      const ssize_t n = recv(clients[i].get(), packet, sizeof packet, 0);
+      if (n > 0) {
+        all[i].bytes += static_cast<size_t>(n);
+        ++all[i].packets;
+      } else {
+        all[i].hung_up = true;
+        ready[i].fd = -1;
+      }
+    }
+  }
+  return all;
+}
+
+// A packet to the name service: a lookup of every service.
+Bytes lookup_of_all() {
+  return bytes("01000000 feffffff 0a000000 00000000 00000000 00000000 00000000");
+}
+
+TEST_F(Limits, WhatWaitsForAClientThatDoesNotReadIsBounded) {
+  const auto server = serve();
+  const auto good = connected(socket);
+  constexpr size_t kLookups = 128, kMegabyte = 1 << 20, kKernel = 300000;
+  std::vector<qmi::Descriptor> asker(1);
+  asker[0] = connected(socket);
+  for (int i = 0; i < 200; ++i) send(asker[0].get(), lookup_of_all().data(), 28, 0);
+  EXPECT_EQ(hear_out(asker)[0].packets, kLookups * 7);  // six services and the end of the list
+
+  // The extension service came last, on port 6; each read of an NV item is answered with 541 bytes.
+  Bytes read =
+      bytes("00000000 06000000 00 0100 0200 1102 01 0400 02000000 02 0400 0c000000 10 0002");
+  read.resize(read.size() + 512);
+  ASSERT_EQ(read.size(), 8u + 7 + 14 + 3 + 512);
+  std::vector<qmi::Descriptor> greedy;
+  for (int i = 0; i < 80; ++i) {
+    greedy.push_back(connected(socket));
+    for (int n = 0;
+         n < 2500 && send(greedy.back().get(), read.data(), read.size(), MSG_NOSIGNAL) > 0;)
+      ++n;
+  }
+  EXPECT_EQ(ask(good), Treatment::Served);
+  int hung_up = 0;
+  for (const Heard& heard : hear_out(greedy)) {
+    hung_up += heard.hung_up;
+    EXPECT_LE(heard.bytes, kMegabyte + kKernel);
+    EXPECT_TRUE(heard.hung_up || heard.bytes > kMegabyte / 2) << heard.bytes;
+  }
+  EXPECT_GE(hung_up, 10);
+  EXPECT_LE(hung_up, 30);
+}
+
 // How long each command waits, in seconds, and the line of README's table that says so.
 struct Wait {
   Args args;

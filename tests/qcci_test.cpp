@@ -410,6 +410,46 @@ TEST_F(Qcci, IndicationsAreDeliveredWhileNobodyWaits) {
   qmi_client_release(handle);
 }
 
+// A callback that does not end holds up a thousand others; the news that the service left still
+// come.
+TEST_F(Qcci, IndicationsThatNobodyHearsAreDroppedAndThatIsSaidOnce) {
+  modem.add_service(kExtensionId, kPort);
+  struct Hearer {
+    std::promise<void> may_go_on;
+    std::shared_future<void> gate{may_go_on.get_future()};
+    std::atomic<int> heard = 0;
+  } hearer;
+  Events events;
+  const qmi_client_type handle = open(
+      [](qmi_client_type, unsigned int, void*, unsigned int, void* data) {
+        auto* const self = static_cast<Hearer*>(data);
+        self->gate.wait();
+        ++self->heard;
+      },
+      &hearer);
+  EXPECT_EQ(qmi_client_register_error_cb(handle, on_error, &events), QMI_NO_ERR);
+  echo();
+  EXPECT_EQ(send(handle), QMI_NO_ERR);
+  testing::internal::CaptureStderr();
+  for (int i = 0; i < 1500; ++i) modem.send(kPort, packet(qmi::Kind::Indication, 0, 7, {}));
+  modem.remove_service(kPort);
+  EXPECT_EQ(send(handle), QMI_SERVICE_ERR);
+  hearer.may_go_on.set_value();
+  EXPECT_EQ(events.when("error-2 "), "error-2 ");
+  EXPECT_NEAR(hearer.heard, 1000, 1);  // one of them does not wait
+  const std::string said = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(said.ends_with(": indications are dropped: 1000 wait for a callback\n")) << said;
+  EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1);
+  qmi_client_release(handle);
+}
+
+TEST_F(Qcci, OfANodeAsManyServersAreKnownAsTheKernelHas) {
+  for (uint32_t port = 1; port <= 300; ++port) modem.add_service(kExtensionId, port);
+  unsigned int entries = 0, services = 0;
+  EXPECT_EQ(qmi_client_get_service_list(kService, nullptr, &entries, &services), QMI_NO_ERR);
+  EXPECT_EQ(services, 256u);
+}
+
 TEST_F(Qcci, AServiceThatLeavesEndsRequestsAndTellsTheErrorCallbackOnce) {
   for (const bool hang_up : {false, true}) {
     modem.add_service(kExtensionId, kPort);

@@ -1,11 +1,13 @@
 #include "qcci/callback_lane.h"
 
 #include "detached_thread.h"
+#include "environment.h"
 
 namespace qmi {
 namespace {
 
 constexpr std::chrono::seconds kSettleLimit{3};
+constexpr size_t kMaxWaiting = 1000;
 
 // Whether this thread runs callbacks.
 thread_local bool t_runs_callbacks = false;
@@ -57,8 +59,21 @@ class Runners {
 }  // namespace
 
 void CallbackLane::post(std::function<void()> callback) {
+  queue(std::move(callback), kMaxWaiting);
+}
+
+void CallbackLane::post_last(std::function<void()> callback) {
+  queue(std::move(callback), SIZE_MAX);
+}
+
+void CallbackLane::queue(std::function<void()> callback, size_t limit) {
   MutexLock hold(lock_);
   if (closed_) return;
+  if (queue_.size() >= limit) {
+    static std::atomic_flag said;
+    environment::complain_once(said, "indications are dropped: %zu wait for a callback", limit);
+    return;
+  }
   queue_.push_back(std::move(callback));
   ++posted_;
   if (active_) return;

@@ -15,8 +15,12 @@ namespace qmi {
 
 class CallbackLane : public std::enable_shared_from_this<CallbackLane> {
  public:
-  // Queues a callback. Dropped once the lane is closed, or when no thread can be had.
+  // Queues a callback. Dropped once the lane is closed, when no thread can be had, or when as many
+  // wait already as may, which is said once on standard error.
   void post(std::function<void()> callback);
+
+  // The same whatever waits: for what is told once.
+  void post_last(std::function<void()> callback);
 
   // Waits until every callback that is queued by now has run, but no more than a few seconds for
   // one that does not end: it may itself wait for the caller. Called from a callback, of this lane
@@ -31,6 +35,8 @@ class CallbackLane : public std::enable_shared_from_this<CallbackLane> {
   void run();
 
  private:
+  void queue(std::function<void()> callback, size_t limit);
+
   Mutex lock_;
   Condition finished_;  // a callback, or all of them
   std::deque<std::function<void()>> queue_ GUARDED_BY(lock_);

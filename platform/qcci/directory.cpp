@@ -11,6 +11,8 @@ namespace {
 constexpr uint32_t kLookupLimitMs = 1000;
 constexpr uint32_t kReconnectMs = 100;
 constexpr uint32_t kNoService = UINT32_MAX;
+constexpr size_t kMaxNodeServers = 256;  // that are kept, as many as the kernel's name service has
+constexpr size_t kMaxServers = 16384;
 
 bool has_version(const Server& server, uint8_t major_version) {
   return (server.instance & 0xFF) == major_version;
@@ -197,8 +199,19 @@ void Directory::server_came(Service& service, const Server& server) {
       return;
     }
   }
+  if (!has_room(server.address.node)) return;
   service.servers.push_back(server);
   tell(service, true, server);
+}
+
+bool Directory::has_room(uint32_t node) {
+  size_t all = 0;
+  size_t of_node = 0;
+  for (const Service& service : services_) {
+    all += service.servers.size();
+    for (const Server& known : service.servers) of_node += known.address.node == node;
+  }
+  return all < kMaxServers && of_node < kMaxNodeServers;
 }
 
 void Directory::server_left(Service& service, Address address) {

@@ -81,6 +81,7 @@ class Directory final : private Receiver {
   bool ask(Service& service) REQUIRES(bus_lock);
   void give_up(Service& service) REQUIRES(bus_lock);
   qmi_client_error_type refresh(Service& service) REQUIRES(bus_lock);
+  bool has_room(uint32_t node) REQUIRES(bus_lock);
   void server_came(Service& service, const Server& server) REQUIRES(bus_lock);
   void server_left(Service& service, Address address) REQUIRES(bus_lock);
   void show(const Service& service, Observer::Presence presence) REQUIRES(bus_lock);

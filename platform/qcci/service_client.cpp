@@ -56,7 +56,7 @@ qmi_client_error_type ServiceClient::set_error_cb(qmi_client_error_cb error_cb, 
 
 void ServiceClient::post_error() {
   if (error_cb_ == nullptr) return;
-  lane_->post([cb = error_cb_, handle = handle, data = error_cb_data_] {
+  lane_->post_last([cb = error_cb_, handle = handle, data = error_cb_data_] {
     cb(handle, QMI_SERVICE_ERR, data);
   });
 }

@@ -14,6 +14,8 @@ using qmi::ControlPacket;
 constexpr uint32_t kDelClient = 6;  // a socket somewhere has closed: node, port
 constexpr uint32_t kRoomPauseMs = 1;
 constexpr size_t kMaxWaiting = 4096;
+constexpr size_t kMaxClientBytes = size_t{1} << 20;  // that wait for one client
+constexpr size_t kMaxBytes = size_t{64} << 20;       // for all
 
 }  // namespace
 
@@ -48,11 +50,16 @@ void QrtrServer::withdraw(Running& running) {
 void QrtrServer::deliver(Running& running, qmi::Address client, std::span<const uint8_t> packet) {
   const auto socket = sockets_.find(running.id());
   if (socket == sockets_.end()) return;
-  const bool behind_others =
-      std::any_of(waiting_.begin(), waiting_.end(),
-                  [&](const Waiting& earlier) { return earlier.client == client; });
-  if (!behind_others && socket->second.send(client, packet) != EAGAIN) return;
-  if (waiting_.size() == kMaxWaiting) return;  // nobody reads: lost, as on a real network
+  size_t all_bytes = packet.size();
+  size_t client_bytes = 0;
+  for (const Waiting& earlier : waiting_) {
+    all_bytes += earlier.packet.size();
+    if (earlier.client == client) client_bytes += earlier.packet.size();
+  }
+  if (client_bytes == 0 && socket->second.send(client, packet) != EAGAIN) return;
+  const bool has_room = waiting_.size() < kMaxWaiting && all_bytes <= kMaxBytes &&
+                        client_bytes + packet.size() <= kMaxClientBytes;
+  if (!has_room) return;  // nobody reads: lost, as on a real network
   waiting_.push_back({running.id(), client, {packet.begin(), packet.end()}});
 }
 

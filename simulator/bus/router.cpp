@@ -8,6 +8,8 @@ namespace {
 using qmi::Control;
 using qmi::ControlPacket;
 
+constexpr size_t kMaxLookups = 128;  // of a client, as the kernel's name service allows
+
 constexpr qmi::Address kNameService{kClientNode, qmi::kControlPort};
 
 }  // namespace
@@ -64,7 +66,7 @@ void Router::control(Attached& client, std::span<const uint8_t> bytes) {
   const auto packet = qmi::read_control(bytes);
   if (!packet) return;
   if (packet->command == Control::DelLookup) std::erase(client.lookups, packet->service);
-  if (packet->command != Control::NewLookup) return;
+  if (packet->command != Control::NewLookup || client.lookups.size() >= kMaxLookups) return;
   service_sought(packet->service);
   client.lookups.push_back(packet->service);
   for (const Running& running : services_) {

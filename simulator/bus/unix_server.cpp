@@ -20,7 +20,8 @@
 namespace sim {
 namespace {
 
-constexpr size_t kMaxWaiting = 4096;
+constexpr size_t kMaxClientBytes = size_t{1} << 20;  // that wait for one client
+constexpr size_t kMaxBytes = size_t{64} << 20;       // for all
 
 ino_t inode_of(const std::string& path) {
   struct stat status {};
@@ -74,7 +75,18 @@ class UnixServer::Connection final : public Peer {
  public:
   Connection(UnixServer& server, qmi::Descriptor socket)
       : server_(server), socket_(std::move(socket)), port_(server.router_.attach(*this)) {}
-  ~Connection() override { server_.router_.detach(port_); }
+  ~Connection() override {
+    server_.router_.detach(port_);
+    drop_waiting();
+  }
+
+  size_t waiting_bytes() const { return waiting_bytes_; }
+
+  // The client is gone as soon as the server looks at it next.
+  void hang_up() {
+    drop_waiting();
+    shutdown(socket_.get(), SHUT_RDWR);
+  }
 
   // Takes the client's next packet. False when it has gone.
   bool receive() {
@@ -93,6 +105,7 @@ class UnixServer::Connection final : public Peer {
   // Sends what waits, as far as the client takes it.
   void flush() {
     while (!waiting_.empty() && send_now(waiting_.front().source, waiting_.front().bytes)) {
+      count_waiting(waiting_bytes_ - cost(waiting_.front().bytes.size()));
       waiting_.pop_front();
     }
     if (waiting_.empty()) server_.watch(socket_.get(), EPOLLIN, true);
@@ -106,9 +119,24 @@ class UnixServer::Connection final : public Peer {
 
   void deliver(qmi::Address source, std::span<const uint8_t> packet) override {
     if (waiting_.empty() && send_now(source, packet)) return;
-    if (waiting_.size() == kMaxWaiting) return;  // it does not read: lost, as on a real network
+    const size_t bytes = cost(packet.size());
+    if (waiting_bytes_ + bytes > kMaxClientBytes) return;  // lost, as on a real network
     waiting_.push_back({source, {packet.begin(), packet.end()}});
+    count_waiting(waiting_bytes_ + bytes);
     server_.watch(socket_.get(), EPOLLIN | EPOLLOUT, true);
+    if (server_.waiting_bytes_ > kMaxBytes) server_.hang_up_on_the_greediest();
+  }
+
+  static size_t cost(size_t packet_bytes) { return sizeof(Packet) + packet_bytes; }
+
+  void count_waiting(size_t bytes) {
+    server_.waiting_bytes_ += bytes - waiting_bytes_;
+    waiting_bytes_ = bytes;
+  }
+
+  void drop_waiting() {
+    count_waiting(0);
+    waiting_.clear();
   }
 
   // False when the client has no room. What cannot be sent at all is lost with the client.
@@ -125,6 +153,7 @@ class UnixServer::Connection final : public Peer {
   const qmi::Descriptor socket_;
   const uint32_t port_;
   std::deque<Packet> waiting_;
+  size_t waiting_bytes_ = 0;
 };
 
 UnixServer::UnixServer(Router& router) : router_(router) {}
@@ -182,6 +211,14 @@ bool UnixServer::watch(int descriptor, uint32_t events, bool known) {
   event.events = events;
   event.data.fd = descriptor;
   return epoll_ctl(epoll_.get(), known ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, descriptor, &event) == 0;
+}
+
+void UnixServer::hang_up_on_the_greediest() {
+  const auto greediest =
+      std::max_element(connections_.begin(), connections_.end(), [](const auto& a, const auto& b) {
+        return a.second->waiting_bytes() < b.second->waiting_bytes();
+      });
+  greediest->second->hang_up();
 }
 
 void UnixServer::accept_client() {

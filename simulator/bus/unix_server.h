@@ -29,6 +29,7 @@ class UnixServer {
   class Connection;
 
   void accept_client();
+  void hang_up_on_the_greediest();
   bool watch(int descriptor, uint32_t events, bool known);
 
   Router& router_;
@@ -37,6 +38,7 @@ class UnixServer {
   timing::Deadline accept_again_ = timing::kNever;  // until then nobody can be accepted
   std::string path_;
   ino_t inode_ = 0;
+  size_t waiting_bytes_ = 0;  // for all clients
   std::map<int, std::unique_ptr<Connection>> connections_;  // by descriptor
 };
 
