@@ -9,7 +9,8 @@ using state_files::FolderLock;
 Wishes::Wishes() : faults(environment::sim_faults()) {}
 
 bool Wishes::take(const Args& args, size_t& at) {
-  if (args[at] == "--sync") return sync = true;
+  sync = sync || args[at] == "--sync";
+  if (args[at] == "--sync") return true;
   const struct {
     const char* name;
     std::string& value;
