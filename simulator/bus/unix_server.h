@@ -38,7 +38,7 @@ class UnixServer {
   timing::Deadline accept_again_ = timing::kNever;  // until then nobody can be accepted
   std::string path_;
   ino_t inode_ = 0;
-  size_t waiting_bytes_ = 0;  // for all clients
+  size_t waiting_bytes_ = 0;                                // for all clients
   std::map<int, std::unique_ptr<Connection>> connections_;  // by descriptor
 };
 
