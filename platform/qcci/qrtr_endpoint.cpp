@@ -18,6 +18,7 @@ class QrtrEndpoint final : public Endpoint {
   int send(Address to, std::span<const uint8_t> packet, timing::Deadline deadline) override {
     for (;;) {
       const int error = socket_.send(to, packet);
+      if (error == ENETRESET) interrupt();  // it will not be said again to whoever receives
       if (error != EAGAIN) return error;
       if (timing::Clock::now() >= deadline) return ETIMEDOUT;
       timing::sleep_ms(1);  // that the receiver has room again is not seen by poll

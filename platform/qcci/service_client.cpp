@@ -17,6 +17,7 @@ qmi_client_error_type send_error(int error) {
     case ETIMEDOUT: return QMI_TIMEOUT_ERR;
     case ENODEV:
     case ECONNRESET:
+    case ENETRESET:
     case ECONNREFUSED:
     case EPIPE:
     case ENOTCONN: return QMI_SERVICE_ERR;

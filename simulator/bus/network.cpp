@@ -76,6 +76,11 @@ void Network::set_up(Running& running, bool up) {
   }
 }
 
+void Network::renew(Running& running) {
+  set_up(running, false);
+  set_up(running, true);
+}
+
 void Network::start_services() {
   for (Running& running : services_) start(running);
 }

@@ -58,6 +58,8 @@ class Network {
       REQUIRES(lock_) = 0;
 
   void start_services() REQUIRES(lock_);
+  // Gives a service a new place in the network; its clients are gone.
+  void renew(Running& running) REQUIRES(lock_);
   void stop_services() REQUIRES(lock_);
   void request(Running& running, qmi::Address client, std::span<const uint8_t> packet)
       REQUIRES(lock_);

@@ -47,16 +47,21 @@ void QrtrServer::withdraw(Running& running) {
   std::erase_if(waiting_, [&](const Waiting& packet) { return packet.service == running.id(); });
 }
 
+int QrtrServer::send(uint32_t service, qmi::Address to, std::span<const uint8_t> packet) {
+  const int error = sockets_[service].send(to, packet);
+  if (error == ENETRESET) forgotten_.insert(service);
+  return error;
+}
+
 void QrtrServer::deliver(Running& running, qmi::Address client, std::span<const uint8_t> packet) {
-  const auto socket = sockets_.find(running.id());
-  if (socket == sockets_.end()) return;
+  if (!sockets_.contains(running.id())) return;
   size_t all_bytes = packet.size();
   size_t client_bytes = 0;
   for (const Waiting& earlier : waiting_) {
     all_bytes += earlier.packet.size();
     if (earlier.client == client) client_bytes += earlier.packet.size();
   }
-  if (client_bytes == 0 && socket->second.send(client, packet) != EAGAIN) return;
+  if (client_bytes == 0 && send(running.id(), client, packet) != EAGAIN) return;
   const bool has_room = waiting_.size() < kMaxWaiting && all_bytes <= kMaxBytes &&
                         client_bytes + packet.size() <= kMaxClientBytes;
   if (!has_room) return;  // nobody reads: lost, as on a real network
@@ -68,7 +73,7 @@ void QrtrServer::send_waiting() {
   std::vector<qmi::Address> full;
   std::erase_if(waiting_, [&](const Waiting& packet) REQUIRES(lock_) {
     if (std::find(full.begin(), full.end(), packet.client) != full.end()) return false;
-    if (sockets_[packet.service].send(packet.client, packet.packet) != EAGAIN) return true;
+    if (send(packet.service, packet.client, packet.packet) != EAGAIN) return true;
     full.push_back(packet.client);
     return false;
   });
@@ -81,6 +86,7 @@ void QrtrServer::receive(Running& running) {
   if (socket == sockets_.end()) return;
   qmi::Address source;
   const ssize_t n = socket->second.receive(source, buffer);
+  if (n < 0 && errno == ENETRESET) forgotten_.insert(running.id());
   if (n < 0) return;
   const std::span packet(buffer, static_cast<size_t>(n));
   if (source.port != qmi::kControlPort) {
@@ -117,6 +123,9 @@ void QrtrServer::run(int stop_descriptor) {
     send_waiting();
     for (size_t i = 0; i < owners.size(); ++i) {
       if (fds[i + 1].revents != 0) receive(*owners[i]);
+    }
+    for (Running* const running : owners) {
+      if (forgotten_.erase(running->id()) > 0) renew(*running);
     }
   }
 }

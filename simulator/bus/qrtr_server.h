@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <map>
+#include <set>
 
 #include "network.h"
 #include "qcci/qrtr_socket.h"
@@ -27,6 +28,7 @@ class QrtrServer final : public Network {
       REQUIRES(lock_);
 
   void receive(Running& running) REQUIRES(lock_);
+  int send(uint32_t service, qmi::Address to, std::span<const uint8_t> packet) REQUIRES(lock_);
   void send_waiting() REQUIRES(lock_);
 
   struct Waiting {
@@ -37,6 +39,8 @@ class QrtrServer final : public Network {
 
   std::map<uint32_t, qmi::QrtrSocket> sockets_ GUARDED_BY(lock_);  // by service id
   std::deque<Waiting> waiting_ GUARDED_BY(lock_);                  // for clients that had no room
+  std::set<uint32_t> forgotten_
+      GUARDED_BY(lock_);  // services that a new name service does not know
   int registration_error_ GUARDED_BY(lock_) = 0;
   uint32_t next_port_ GUARDED_BY(lock_) = 1;
 };

@@ -121,6 +121,27 @@ for fault in twice delay:20; do
   stop
 done
 
+# A name service that began anew knows no socket: it is opened again. The kernel's own never does, so
+# its word is put into the program's mouth.
+reset_at() { # PROGRAM CALL N: what strace is to do
+  echo "-f -o /tmp/trace.$1 -e trace=socket,sendto,recvfrom -e inject=$2:error=ENETRESET:when=$3"
+}
+opened() { grep -c QIPCRTR "/tmp/trace.$1"; }
+serve
+strace $(reset_at client sendto 1) ./tovi 4 1 0 550 2>&1 | expect "a forgotten client asks again" 'data len(9)'
+[ "$(opened client)" = 2 ] && passed "on a new socket" || failed "$(opened client) sockets"
+stop
+for call in sendto recvfrom; do
+  strace $(reset_at server $call 8) ./tovi-modem serve --qrtr 2>/tmp/ready &
+  server=$!
+  until grep -q ready /tmp/ready; do sleep 0.01; done
+  TOVI_TIME_SCALE=0.1 ./tovi 4 1 0 550 >/dev/null 2>&1
+  TOVI_TIME_SCALE=0.1 ./tovi 4 1 0 550 >/dev/null 2>&1
+  ./tovi 4 1 0 550 2>&1 | expect "a forgotten service is there again ($call)" 'data len(9)'
+  [ "$(opened server)" = 7 ] && passed "on a new socket" || failed "$(opened server) sockets"
+  stop
+done
+
 # The server goes while a command waits for its answer.
 serve --faults 'ffe4=drop'
 ./tovi 4 1 0 550 >/tmp/out &
