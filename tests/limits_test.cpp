@@ -436,6 +436,7 @@ TEST_F(Limits, AServerThatCannotStartWholeSaysWhyAndEnds) {
   std::string all;
   for (const auto& server : servers) {
     const auto [status, out, err] = server->wait();
+    if (err.find("Sanitizer") != std::string::npos) continue;  // which needs descriptors itself
     const bool ready = err.ends_with("tovi-modem: ready\n");
     EXPECT_TRUE(status == 127 || status == (ready ? 0 : 1)) << err;  // 127: did not even begin
     EXPECT_TRUE(ready || std::count(err.begin(), err.end(), '\n') == 1) << err;
@@ -595,6 +596,7 @@ class Waits : public Limits {
       EXPECT_GE(took, wait * 0.095) << what;
       EXPECT_LE(took, (wait + more) * 0.105 + kMachine) << what;
     }));
+    usleep(20000);  // all at once would hold each other up
   }
 
   void wait_for_all() {
@@ -620,13 +622,6 @@ TEST_F(Waits, EndWhenTheReadmeSays) {
   const auto mute = mute_listener(folder / "mute", 100);
   const auto full = mute_listener(folder / "full", 0);
   const auto only_one = connected(folder / "full");
-  for (const auto& [args, absent_s, silent_s, line] : kWaits) {
-    EXPECT_NE(readme.find(std::string(line) + "\n"), std::string::npos) << line;
-    begin(args, folder / "absent", absent_s);
-    begin(args, folder / "silent", silent_s);
-    begin(args, folder / "mute", absent_s, 1);
-    begin(args, folder / "full", absent_s, 1);
-  }
   std::vector<std::unique_ptr<Program>> servers;
   const std::pair<const char*, double> faults[] = {{"b/65=drop", 93}, {"b/65#1=down", 119}};
   for (const auto& [fault, wait] : faults) {
@@ -636,6 +631,14 @@ TEST_F(Waits, EndWhenTheReadmeSays) {
                                                 Variables{{"TOVI_STATE", path + ".state"}}));
     servers.back()->wait_for_error_line("tovi-modem: ready\n");
     begin({"5", "10", "1", "0"}, path, wait);
+  }
+  sleep(1);  // what they ask before that is to be answered in time
+  for (const auto& [args, absent_s, silent_s, line] : kWaits) {
+    EXPECT_NE(readme.find(std::string(line) + "\n"), std::string::npos) << line;
+    begin(args, folder / "absent", absent_s);
+    begin(args, folder / "silent", silent_s);
+    begin(args, folder / "mute", absent_s, 1);
+    begin(args, folder / "full", absent_s, 1);
   }
   wait_for_all();
 }
