@@ -15,20 +15,28 @@
 namespace qmi::record {
 namespace {
 
+constexpr size_t kWordsBytes = 256;  // around the bytes of a packet
+
 void append_hex(std::string& out, std::span<const uint8_t> bytes, const std::vector<bool>& hidden) {
   constexpr const char* kDigits = "0123456789abcdef";
-  out.reserve(out.size() + 2 * bytes.size() + 4);
-  for (size_t i = 0; i < bytes.size(); ++i) {
-    const bool shown = hidden.empty() || !hidden[i];
-    out += shown ? kDigits[bytes[i] >> 4] : '.';
-    out += shown ? kDigits[bytes[i] & 15] : '.';
+  size_t at = out.size();
+  out.resize(at + 2 * bytes.size());
+  for (const uint8_t byte : bytes) {
+    out[at++] = kDigits[byte >> 4];
+    out[at++] = kDigits[byte & 15];
+  }
+  at -= 2 * bytes.size();
+  for (size_t i = 0; i < hidden.size(); ++i) {
+    if (hidden[i]) out[at + 2 * i] = out[at + 2 * i + 1] = '.';
   }
 }
 
 class Recorder final : public Observer {
  public:
   void on_crossing(const Crossing& crossing) override {
-    std::string line = begin(crossing.service.service_id);
+    std::string line;
+    line.reserve(kWordsBytes + 2 * crossing.packet.size());
+    line += begin(crossing.service.service_id);
     const auto header = read_header(crossing.packet);
     char text[100];
     snprintf(text, sizeof text, ",\"service\":\"%s\",\"direction\":\"%c\",\"transaction\":%u,",
