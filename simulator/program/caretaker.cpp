@@ -34,7 +34,9 @@ std::string new_folder() {
   const char* parent = getenv("TMPDIR");
   std::string folder = parent != nullptr && parent[0] != '\0' ? parent : "/tmp";
   folder += "/tovi-modem.XXXXXX";
-  return mkdtemp(folder.data()) != nullptr ? folder : "";
+  if (mkdtemp(folder.data()) == nullptr) return "";
+  std::error_code unknown;
+  return std::filesystem::absolute(folder, unknown);  // the command may go to another folder
 }
 
 }  // namespace

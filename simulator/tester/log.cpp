@@ -101,7 +101,8 @@ void Log::saw(const qmi_idl_service_object& service, qmi::Address client,
   }
   int responses = 0, indications = 0;
   for (const Delivery& delivery : exchange.deliveries) {
-    const bool responds = delivery.packet[0] == static_cast<uint8_t>(qmi::Kind::Response);
+    const auto sent = qmi::read_header(delivery.packet);
+    const bool responds = sent && sent->kind == qmi::Kind::Response;
     ++(responds ? responses : indications);
     if (!responds || responses > 1) continue;
     add_results(line, service, delivery.packet, request.subspan(qmi::kHeaderBytes));

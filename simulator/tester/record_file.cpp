@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <string.h>
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -15,6 +16,7 @@ namespace sim {
 namespace {
 
 constexpr size_t kMaxRecordBytes = size_t{1} << 30;
+constexpr double kLatest = 1e12;  // seconds
 
 // Nothing for what are no bytes.
 std::optional<RecordedPacket> packet_from(const std::string& hex) {
@@ -45,7 +47,9 @@ class Reader {
     try {
       Process& process = processes_[line.at("process").get<int64_t>()];
       const uint32_t service = line.at("service_id").get<uint32_t>();
-      const auto time = static_cast<int64_t>(std::llround(line.at("time").get<double>() * 1e6));
+      const double seconds = line.at("time").get<double>();
+      if (!(seconds >= 0 && seconds < kLatest)) return false;
+      const auto time = static_cast<int64_t>(std::llround(seconds * 1e6));
       if (line.contains("presence")) {
         return take_presence(process, service, time, line.at("presence").get<std::string>());
       }
@@ -63,7 +67,7 @@ class Reader {
   }
 
  private:
-  // What later lines of a process may belong to; indices, or -1.
+  // What later lines of a process may belong to.
   struct Asked {
     size_t exchange;
     uint16_t transaction;

@@ -58,7 +58,9 @@ class Walk {
       element(shape, path);
     } else {
       for (size_t i = 0; i < count && at_ < end_; ++i) {
+        const size_t before = at_;
         element(shape, path + "[" + std::to_string(i) + "]");
+        if (at_ == before) break;  // cut short
       }
     }
   }
