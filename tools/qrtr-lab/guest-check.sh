@@ -126,7 +126,7 @@ done
 reset_at() { # PROGRAM CALL N: what strace is to do
   echo "-f -o /tmp/trace.$1 -e trace=socket,sendto,recvfrom -e inject=$2:error=ENETRESET:when=$3"
 }
-opened() { grep -c QIPCRTR "/tmp/trace.$1"; }
+opened() { grep -c 'socket(AF_QIPCRTR' "/tmp/trace.$1"; }
 serve
 strace $(reset_at client sendto 1) ./tovi 4 1 0 550 2>&1 | expect "a forgotten client asks again" 'data len(9)'
 [ "$(opened client)" = 2 ] && passed "on a new socket" || failed "$(opened client) sockets"
@@ -139,7 +139,8 @@ for call in sendto recvfrom; do
   TOVI_TIME_SCALE=0.1 ./tovi 4 1 0 550 >/dev/null 2>&1
   ./tovi 4 1 0 550 2>&1 | expect "a forgotten service is there again ($call)" 'data len(9)'
   [ "$(opened server)" = 7 ] && passed "on a new socket" || failed "$(opened server) sockets"
-  stop
+  kill $(cat /proc/$server/task/$server/children)  # strace passes no signal on
+  wait $server
 done
 
 # The server goes while a command waits for its answer.
