@@ -528,6 +528,8 @@ TEST_F(Recorded, ADamagedRecordIsReadAsFarAsItGoes) {
        name + ":6: no line of a record" + so_far, 0},
       {whole + R"({"time":1,"process":1,"service_id":65508,"direction":">","bytes":["00"]})" + "\n",
        name + ":6: no line of a record" + so_far, 0},
+      {whole + R"({"time":1,"process":1e30,"service_id":3,"presence":"there"})" + "\n",
+       name + ":6: no line of a record" + so_far, 0},
       {whole + R"({"time":1e300,"process":1,"service_id":3,"presence":"there"})" + "\n",
        name + ":6: no line of a record" + so_far, 0},
       {"hello\n", name + ":1: no line of a record\n", 1},

@@ -45,6 +45,9 @@ class Reader {
     const auto line = nlohmann::json::parse(text, nullptr, false);
     if (!line.is_object()) return false;
     try {
+      if (!line.at("process").is_number_integer() || !line.at("service_id").is_number_unsigned()) {
+        return false;
+      }
       Process& process = processes_[line.at("process").get<int64_t>()];
       const uint32_t service = line.at("service_id").get<uint32_t>();
       const double seconds = line.at("time").get<double>();
