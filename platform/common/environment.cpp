@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -48,16 +49,24 @@ std::optional<ModemChoice> parse_modem() {
   if (!parsed_time_scale().usable) return std::nullopt;
   if (value == "sim") return ModemChoice{ModemKind::Simulated, "", value};
   if (value == "qrtr") return ModemChoice{ModemKind::Qrtr, "", value};
-  if (value.starts_with("unix:")) {
-    const std::string path = value.substr(strlen("unix:"));
-    if (!path.empty() && path.size() < sizeof(sockaddr_un::sun_path)) {
-      return ModemChoice{ModemKind::Unix, path, value};
-    }
-    complain("TOVI_MODEM=%s: a socket's path has 1 to %zu characters", text,
-             sizeof(sockaddr_un::sun_path) - 1);
+  constexpr struct {
+    const char* prefix;
+    ModemKind kind;
+    const char* whose;
+    size_t room;
+  } kWithPath[] = {
+      {"unix:", ModemKind::Unix, "a socket", sizeof(sockaddr_un::sun_path)},
+      {"qmux:", ModemKind::Qmux, "a device", PATH_MAX},
+      {"qmux-proxy:", ModemKind::QmuxProxy, "a device", PATH_MAX},
+  };
+  for (const auto& [prefix, kind, whose, room] : kWithPath) {
+    if (!value.starts_with(prefix)) continue;
+    const std::string path = value.substr(strlen(prefix));
+    if (!path.empty() && path.size() < room) return ModemChoice{kind, path, value};
+    complain("TOVI_MODEM=%s: %s's path has 1 to %zu characters", text, whose, room - 1);
     return std::nullopt;
   }
-  complain("TOVI_MODEM=%s: not one of sim, unix:PATH, qrtr", text);
+  complain("TOVI_MODEM=%s: not one of sim, unix:PATH, qrtr, qmux:PATH, qmux-proxy:PATH", text);
   return std::nullopt;
 }
 

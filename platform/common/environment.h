@@ -8,11 +8,11 @@
 
 namespace environment {
 
-enum class ModemKind { Simulated, Unix, Qrtr };
+enum class ModemKind { Simulated, Unix, Qrtr, Qmux, QmuxProxy };
 
 struct ModemChoice {
   ModemKind kind;
-  std::string path;  // of the unix socket
+  std::string path;  // of the unix socket, or the character device
   std::string text;  // the variable's value
 };
 

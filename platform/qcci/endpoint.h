@@ -53,6 +53,9 @@ Opened open_endpoint(timing::Deadline deadline);
 Opened open_unix_endpoint(const std::string& path, timing::Deadline deadline);
 Opened open_qrtr_endpoint();
 
+// A modem's character device; `proxied`: through libqmi's proxy, which has it.
+Opened open_qmux_endpoint(const std::string& path, bool proxied, timing::Deadline deadline);
+
 // The modem inside this process. Defined by the simulator; a device build has a stub that fails.
 Opened open_loopback_endpoint();
 

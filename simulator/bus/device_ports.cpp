@@ -1,12 +1,9 @@
 #include "device_ports.h"
 
 #include <errno.h>
-#include <fcntl.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <termios.h>
 
 #include <system_error>
 
@@ -47,7 +44,6 @@ DevicePorts::~DevicePorts() {
   stop_.set();
   if (thread_.joinable()) thread_.join();
   if (diag_) unlink(diag_path_.c_str());
-  if (at_) unlink(at_path_.c_str());
 }
 
 DevicePorts::Outcome DevicePorts::open(Owner owner, std::string& problem) {
@@ -68,7 +64,7 @@ DevicePorts::Outcome DevicePorts::open(Owner owner, std::string& problem) {
     return Outcome::Incomplete;
   }
   const bool has_diag = make_diag_port(problem);
-  const bool has_at = make_at_port(problem);
+  const bool has_at = at_.open(at_path_, problem);
   if (!has_diag && !has_at) return Outcome::Incomplete;
   try {
     thread_ = std::thread([this] { serve(); });
@@ -112,24 +108,6 @@ bool DevicePorts::make_diag_port(std::string& problem) {
   return true;
 }
 
-bool DevicePorts::make_at_port(std::string& problem) {
-  qmi::Descriptor modem_end(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
-  char tty[64];
-  if (!modem_end || grantpt(modem_end.get()) != 0 || unlockpt(modem_end.get()) != 0 ||
-      ptsname_r(modem_end.get(), tty, sizeof tty) != 0) {
-    return failed("pseudo-terminal", problem);
-  }
-  at_tty_ = qmi::Descriptor(::open(tty, O_RDWR | O_NOCTTY | O_CLOEXEC));
-  termios mode{};
-  if (!at_tty_ || tcgetattr(at_tty_.get(), &mode) != 0) return failed(tty, problem);
-  cfmakeraw(&mode);
-  if (tcsetattr(at_tty_.get(), TCSANOW, &mode) != 0) return failed(tty, problem);
-  unlink(at_path_.c_str());
-  if (symlink(tty, at_path_.c_str()) != 0) return failed(at_path_, problem);
-  at_ = std::move(modem_end);
-  return true;
-}
-
 void DevicePorts::serve() {
   timing::Deadline accept_again = timing::kNever;  // until then nobody can be accepted
   for (;;) {
@@ -137,7 +115,7 @@ void DevicePorts::serve() {
     const bool accepts = accept_again == timing::kNever && diag_clients_.size() < kMaxDiagClients;
     std::vector<pollfd> fds = {{stop_.descriptor(), POLLIN, 0},
                                {accepts ? diag_.get() : -1, POLLIN, 0},
-                               {at_.get(), POLLIN, 0}};
+                               {at_.descriptor(), POLLIN, 0}};
     for (const qmi::Descriptor& client : diag_clients_) fds.push_back({client.get(), POLLIN, 0});
     qmi::poll_until(fds.data(), fds.size(), accept_again);
     if (fds[0].revents != 0) return;
@@ -177,7 +155,7 @@ bool DevicePorts::answer_diag(int client) {
 // A command ends with a carriage return. Its answer replaces what nobody has read.
 void DevicePorts::answer_at() {
   char text[256];
-  const ssize_t n = read(at_.get(), text, sizeof text);
+  const ssize_t n = read(at_.descriptor(), text, sizeof text);
   for (ssize_t i = 0; i < n; ++i) {
     if (text[i] != '\r') {
       if (at_line_.size() < kMaxAtLine) at_line_ += text[i];
@@ -193,12 +171,12 @@ void DevicePorts::answer_at() {
 // In two pieces, as from a serial line: a reader has to wait for the end.
 void DevicePorts::say_at(std::string_view text) {
   if (text.empty()) return;
-  tcflush(at_tty_.get(), TCIFLUSH);
+  at_.drop_unread();
   const size_t half = text.size() / 2;
-  [[maybe_unused]] ssize_t sent = write(at_.get(), text.data(), half);
+  [[maybe_unused]] ssize_t sent = write(at_.descriptor(), text.data(), half);
   pollfd stop{stop_.descriptor(), POLLIN, 0};
   qmi::poll_until(&stop, 1, timing::Clock::now() + kBetweenAtPieces);
-  sent = write(at_.get(), text.data() + half, text.size() - half);
+  sent = write(at_.descriptor(), text.data() + half, text.size() - half);
 }
 
 }  // namespace sim

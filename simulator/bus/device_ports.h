@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "descriptor.h"
+#include "linked_terminal.h"
 #include "sim_at.h"
 #include "state_files.h"
 
@@ -38,7 +39,6 @@ class DevicePorts {
  private:
   bool take_locks(Owner owner, std::string& problem);
   bool make_diag_port(std::string& problem);
-  bool make_at_port(std::string& problem);
   void serve();
   bool answer_diag(int client);
   void answer_at();
@@ -50,8 +50,7 @@ class DevicePorts {
   const std::string at_path_;
   std::vector<state_files::FolderLock> locks_;
   qmi::Descriptor diag_;
-  qmi::Descriptor at_;      // the modem's end of the pseudo-terminal
-  qmi::Descriptor at_tty_;  // the other end, held so that it outlives its users
+  LinkedTerminal at_;
   qmi::WakeEvent stop_;
   std::thread thread_;
 

@@ -11,9 +11,9 @@ namespace program {
 namespace {
 
 constexpr const char* kUsage =
-    "usage: tovi-modem serve --unix PATH | --qrtr [OPTIONS]\n"
-    "                                      serve the simulated modem at a unix socket, or on the\n"
-    "                                      kernel's QRTR\n"
+    "usage: tovi-modem serve --unix PATH | --qrtr | --qmux LINK [OPTIONS]\n"
+    "                                      serve the simulated modem at a unix socket, on the\n"
+    "                                      kernel's QRTR, or as a device that LINK leads to\n"
     "       tovi-modem run [--state DIR] [OPTIONS] -- COMMAND...\n"
     "                                      run a command with a modem of its own, new or DIR's\n"
     "       tovi-modem getprop NAME        print a system property\n"
@@ -28,7 +28,8 @@ constexpr const char* kUsage =
     "         --sync           keep what was answered whatever happens to the machine\n"
     "\n"
     "The modem's state is the folder TOVI_STATE ($XDG_STATE_HOME/tovi or ~/.local/state/tovi when\n"
-    "unset). Programs reach a served modem with TOVI_MODEM=unix:PATH.\n";
+    "unset). Programs reach a served modem with TOVI_MODEM=unix:PATH, qrtr or\n"
+    "qmux:LINK.\n";
 
 void print_usage(FILE* to) {
   constexpr size_t kWidth = 90;

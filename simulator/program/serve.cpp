@@ -6,6 +6,7 @@
 #include <sys/signalfd.h>
 
 #include "environment.h"
+#include "qmux_server.h"
 #include "qrtr_server.h"
 #include "retry.h"
 #include "router.h"
@@ -18,6 +19,7 @@ namespace {
 struct ServeOptions {
   bool qrtr = false;
   std::string socket;
+  std::string device;  // the link to it
   Wishes wishes;
 };
 
@@ -28,11 +30,14 @@ std::optional<ServeOptions> parse_options(const Args& args) {
       options.qrtr = true;
     } else if (args[i] == "--unix" && i + 1 < args.size()) {
       options.socket = args[++i];
+    } else if (args[i] == "--qmux" && i + 1 < args.size()) {
+      options.device = args[++i];
     } else if (!options.wishes.take(args, i)) {
       return std::nullopt;
     }
   }
-  if (options.qrtr == !options.socket.empty()) return std::nullopt;  // one of the two
+  const int ways = options.qrtr + !options.socket.empty() + !options.device.empty();
+  if (ways != 1) return std::nullopt;
   return options;
 }
 
@@ -69,6 +74,11 @@ int serve(const Args& args) {
   if (options->qrtr) {
     sim::QrtrServer server(served->modem(), served->take_behaviour());
     return server.listen(problem) ? ready_and_run(server, *served, stop) : failed(problem);
+  }
+  if (!options->device.empty()) {
+    sim::QmuxServer server(served->modem(), served->take_behaviour());
+    return server.listen(options->device, problem) ? ready_and_run(server, *served, stop)
+                                                   : failed(problem);
   }
   sim::Router router(served->modem(), served->take_behaviour());
   sim::UnixServer server(router);
