@@ -207,7 +207,8 @@ TEST(QmuxFrames, AreFoundInAnyPiecesAndBetweenWhatIsNone) {
   largest.resize(qmi::qmux::kMaxFrameBytes);
   largest[11] = 0xF3;  // 65536 - 13
   largest[12] = 0xFF;
-  for (const size_t piece : {7, 4096, 60000}) {
+  constexpr size_t kPieces[] = {7, 4096, 60000};
+  for (const size_t piece : kPieces) {
     FrameReader reader(Sender::Modem);
     EXPECT_EQ(frames_of(reader, many, piece), std::vector(10000, both[0]));
     EXPECT_EQ(frames_of(reader, largest, piece).size(), 1U);
@@ -487,6 +488,7 @@ TEST_F(Qmux, ServicesGoAndComeWithARestartAndWithTheDevice) {
   server = serve();
   EXPECT_EQ(events.when(5), "+-+-+");
   EXPECT_EQ(ask(), QMI_NO_ERR);
+  EXPECT_EQ(qmi_client_release(notifier), QMI_NO_ERR);
 }
 
 }  // namespace

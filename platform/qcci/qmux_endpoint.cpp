@@ -142,27 +142,32 @@ Endpoint::Received QmuxEndpoint::receive(Address& source, std::span<const uint8_
   }
 }
 
-// The link of the process, and its end.
-struct Shared {
-  Mutex lock;  // under the bus's
-  std::shared_ptr<QmuxLink> link GUARDED_BY(lock);
-};
+// The link of the process, which is left at the end.
+class SharedLink {
+ public:
+  static SharedLink& instance() {
+    static auto* const only = [] {  // outlives main
+      at_the_end([] {
+        if (const auto link = instance().get()) link->leave();
+      });
+      return new SharedLink;
+    }();
+    return *only;
+  }
 
-Shared& shared() {
-  static auto* const only = [] {  // outlives main
-    auto* made = new Shared;
-    at_the_end([] {
-      std::shared_ptr<QmuxLink> link;
-      {
-        MutexLock hold(shared().lock);
-        link = shared().link;
-      }
-      if (link != nullptr) link->leave();
-    });
-    return made;
-  }();
-  return *only;
-}
+  std::shared_ptr<QmuxLink> get() EXCLUDES(lock_) {
+    MutexLock hold(lock_);
+    return link_;
+  }
+  void set(std::shared_ptr<QmuxLink> link) EXCLUDES(lock_) {
+    MutexLock hold(lock_);
+    link_ = std::move(link);
+  }
+
+ private:
+  Mutex lock_;
+  std::shared_ptr<QmuxLink> link_ GUARDED_BY(lock_);
+};
 
 Opened refuse(const char* reason, qmi_client_error_type result) {
   static std::atomic_flag said;
@@ -246,25 +251,23 @@ Opened greeted(const std::shared_ptr<QmuxLink>& link, QmuxLink::Greeting greetin
 }  // namespace
 
 Opened open_qmux_endpoint(const std::string& path, bool proxied, timing::Deadline deadline) {
-  MutexLock hold(shared().lock);
-  std::shared_ptr<QmuxLink>& link = shared().link;
+  std::shared_ptr<QmuxLink> link = SharedLink::instance().get();
   if (link == nullptr || link->is_lost()) {
     if (link != nullptr) flock(link->descriptor(), LOCK_UN);  // others may still hold it open
-    link = nullptr;
     Descriptor stream;
     const int error = open_stream(path, proxied, stream, deadline);
     if (error != 0) {
       return refuse(reason(error), is_for_good(error) ? QMI_PORT_NOT_OPEN_ERR : QMI_SERVICE_ERR);
     }
-    auto opened = std::make_shared<QmuxLink>(std::move(stream));
+    link = std::make_shared<QmuxLink>(std::move(stream));
     if (proxied) {
-      const auto greeting = opened->open_proxied(whole_path(path), deadline);
+      const auto greeting = link->open_proxied(whole_path(path), deadline);
       if (greeting == QmuxLink::Greeting::Refused) {
         return refuse("qmi-proxy does not open it", QMI_SERVICE_ERR);
       }
-      if (greeting != QmuxLink::Greeting::Answered) return greeted(opened, greeting);
+      if (greeting != QmuxLink::Greeting::Answered) return greeted(link, greeting);
     }
-    link = std::move(opened);
+    SharedLink::instance().set(link);
   }
   const auto greeting = link->greet(deadline);
   // Who does not wait for the answer comes again.

@@ -280,7 +280,8 @@ void QmuxLink::on_answer(const qmux::ControlMessage& message) {
     });
   }
   for (Question* question : questions_) {
-    if (question->transaction != message.transaction || question->id != message.id) continue;
+    const bool asks = question->id == message.id && question->transaction == message.transaction;
+    if (!asks || question->answered) continue;
     question->answer.assign(message.body.begin(), message.body.end());
     question->answered = true;
     question->wake.set();
