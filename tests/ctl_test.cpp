@@ -2,7 +2,12 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <map>
+#include <sstream>
+
 #include "gtest/gtest.h"
+#include "support/fake_modem.h"
 #include "support/tool.h"
 
 namespace testing_support {
@@ -124,6 +129,167 @@ TEST_F(Ctl, APutThatIsKilledLeavesTheOldFileOrTheNew) {
     const std::string left = read_file(held);
     EXPECT_TRUE(left == old_bytes || left == new_bytes) << ms << " " << left.size();
   }
+}
+
+// Every file of a folder but the manifest, by its path.
+std::map<std::string, std::string> tree(const std::string& root) {
+  std::map<std::string, std::string> files;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+    const std::string path = entry.path();
+    if (!entry.is_regular_file() || path.ends_with("manifest.json")) continue;
+    files[path.substr(root.size())] = read_file(path);
+  }
+  return files;
+}
+
+TEST_F(Ctl, ABackupAnswersAsTheModemDidAndBringsItBack) {
+  const std::string backup = folder / "backup";
+  ASSERT_EQ(ctl({"put", "/a/b", "hex:0102"}).status, 0);
+  write_file(folder / "paths", "# beside the known ones\n/a/b\n/none\n");
+  const Args save = {"save", backup, "--nv", "0-700", "--paths", folder / "paths"};
+  ASSERT_EQ(ctl(save).status, 0);
+  EXPECT_EQ(ctl(save).status, 2) << "complete already";
+  const auto of_modem = [&](const std::string& state) {
+    return run("tovi", {"4", "1", "1", "550"}, {{"TOVI_STATE", state}, {"TOVI_LOG", "/dev/null"}});
+  };
+  EXPECT_EQ(of_modem(backup).out, of_modem(folder / "state").out);
+  EXPECT_EQ(of_modem(backup).out.find("fail"), std::string::npos);
+  EXPECT_EQ(ctl({"diff", backup}).out, "");
+  EXPECT_EQ(ctl({"restore", backup}).status, 8);
+
+  write_file(folder / "state/nv/1/77", "x");
+  write_file(folder / "state/efs/0/a/b", "longer");
+  std::filesystem::remove(folder / "state/nv/0/10");
+  const Result differs = ctl({"diff", backup});
+  EXPECT_EQ(differs.status, 7);
+  EXPECT_EQ(differs.out,
+            "removed NV item 10 of subscription 0: 3 bytes, now nothing\n"
+            "changed /a/b of subscription 0: 2 bytes, now 6 bytes\n"
+            "added NV item 77 of subscription 1: nothing, now 1 bytes\n");
+  EXPECT_EQ(ctl({"--yes", "restore", backup}).status, 0);
+  EXPECT_EQ(ctl({"diff", backup}).status, 0);
+
+  // Another device gets the rest and stays itself.
+  const std::string other = "\x08\x0a\x10\x10\x32\x54\x76\x98\x03";
+  write_file(folder / "state/nv/0/550", other);
+  write_file(folder / "state/nv/0/10", "new");
+  EXPECT_EQ(ctl({"--yes", "restore", backup}).status, 7);
+  EXPECT_EQ(read_file(folder / "state/nv/0/10"), "new");
+  EXPECT_EQ(ctl({"--yes", "restore", backup, "--other-device"}).status, 0);
+  EXPECT_EQ(read_file(folder / "state/nv/0/550"), other);
+  EXPECT_EQ(ctl({"diff", backup}).out,
+            "changed NV item 550 of subscription 0: 9 bytes, now 9 bytes\n");
+}
+
+TEST_F(Ctl, AnInterruptedSaveContinuesAndEndsEqual) {
+  ctl({"get", "550"});
+  for (int id = 300; id < 800; ++id) {
+    write_file(folder / ("state/nv/1/" + std::to_string(id)), std::to_string(id));
+  }
+  const auto save = [&](const std::string& to) {
+    return Args{"save", folder / to, "--nv", "0-1200"};
+  };
+  ASSERT_EQ(ctl(save("whole")).status, 0);
+  for (const int ms : {2, 9, 20, 40}) {
+    Program cut("tovictl", save("cut"), variables);
+    usleep(static_cast<useconds_t>(ms * 1000));
+    cut.kill(SIGKILL);
+    cut.wait();
+  }
+  const int status = ctl(save("cut")).status;
+  EXPECT_TRUE(status == 0 || status == 2) << status;  // 2: it was complete before
+  EXPECT_EQ(tree(folder / "cut"), tree(folder / "whole"));
+  EXPECT_EQ(ctl({"diff", folder / "cut", folder / "whole"}).status, 0);
+
+  // What cannot be read is told, and is neither difference nor loss.
+  variables["TOVI_SIM_FAULTS"] = "extend/nv_read#9=result:4";
+  const Args holey = {"--json", "save", folder / "holey", "--nv", "0-20"};
+  EXPECT_NE(ctl(holey).out.find("4 (not stored)"), std::string::npos);
+  variables.erase("TOVI_SIM_FAULTS");
+  EXPECT_EQ(ctl({"diff", folder / "holey"}).status, 0);
+}
+
+TEST_F(Ctl, TheDoctorNamesTheCause) {
+  write_file(folder / "plain", "");
+  FakeModem mute(folder / "mute"), other(folder / "other");
+  mute.answer_lookups(false);
+  other.add_service(0xFFE4, 9, 2);
+  const struct {
+    const char* modem;
+    int status;
+    const char* last_line;
+    const char* faults = "";
+    Args more = {};
+  } rows[] = {
+      {"sim", 0, "nothing is wrong\n"},
+      {"sim", 0, "nothing is wrong\n", "", {"--ask"}},
+      {"unix:@nobody", 3, ": no such socket\n"},
+      {"unix:@plain", 3, ": not a socket\n"},
+      {"unix:@mute", 5, " does not answer\n"},
+      {"unix:@other", 4, "wrong: extension: only version 2 on node 0: not used\n"},
+      {"sim", 4, "wrong: no PDC service; it is for configurations: module 10\n", "pdc=absent"},
+      {"sim", 1, "the UIM service: 94 (NOT_SUPPORTED)\n", "uim=error:94", {"--ask"}},
+      {"sim", 5, "the SAR service: no answer\n", "sar=drop", {"--ask", "--timeout", "0.1"}},
+      {"what", 3, "a TOVI_ variable cannot be used\n"},
+  };
+  for (const auto& row : rows) {
+    std::string modem = row.modem;
+    if (const size_t at = modem.find('@'); at != std::string::npos)
+      modem.replace(at, 1, folder / "");
+    Variables with = variables;
+    with["TOVI_MODEM"] = modem;
+    with["TOVI_SIM_FAULTS"] = row.faults;
+    Args args = row.more;
+    args.insert(args.begin(), "doctor");
+    const Result result = run("tovictl", args, with);
+    EXPECT_EQ(result.status, row.status) << modem << result.out;
+    EXPECT_TRUE(result.out.ends_with(row.last_line)) << modem << "\n" << result.out;
+  }
+}
+
+TEST_F(Ctl, AWatchTellsARestartAndOutlivesIt) {
+  variables["TOVI_SIM_FAULTS"] = "vs/get_stats#3=restart:50;vs/get_stats#6=error:52";
+  const std::string page = folder / "page.html";
+  const Result json = ctl({"--json", "watch", "--every", "0", "--count", "6", "nr-snr", "wcdma",
+                           "--sub", "1", "--report", page});
+  EXPECT_EQ(json.status, 0) << json.err;
+  std::string events;
+  std::istringstream lines(json.out);
+  for (std::string line; std::getline(lines, line);) {
+    events += line.find("\"away\"") != std::string::npos   ? 'a'
+              : line.find("\"back\"") != std::string::npos ? 'b'
+              : line.find("snr_rx0") != std::string::npos  ? 's'
+                                                           : 'w';
+  }
+  EXPECT_EQ(events, "swswabswswswsw");
+  const std::string html = read_file(page);
+  for (const char* part : {"<svg", "class=\"gap\"", "nr-snr: 5G", "away 1 time", "rx_agc"}) {
+    EXPECT_NE(html.find(part), std::string::npos) << part;
+  }
+  for (const char* fetched : {"http", "src=", "url(", "@import"}) {
+    EXPECT_EQ(html.find(fetched), std::string::npos) << fetched;
+  }
+  variables.erase("TOVI_SIM_FAULTS");
+
+  write_file(folder / "state/stats/0/110", "length=5\n");
+  const Result csv = ctl({"watch", "--csv", "--count", "1", "wcdma", "gsm"});
+  EXPECT_EQ(csv.out.substr(0, csv.out.find('\n')),
+            "time,wcdma.rx_agc_0,wcdma.rx_agc_1,gsm.rx_prx,gsm.rx_drx");
+  EXPECT_NE(csv.out.find("Z,,,-"), std::string::npos) << csv.out;
+
+  const struct {
+    Args args;
+    int status;
+  } rows[] = {
+      {{"watch", "--list"}, 0},
+      {{"watch"}, 2},
+      {{"watch", "snr"}, 2},
+      {{"watch", "ant", "--sub", "1"}, 2},
+      {{"watch", "nr-snr", "--every", "1min"}, 2},
+      {{"watch", "nr-snr", "--count", "1", "--report", "/nonexistent/x"}, 2},
+      {{"watch", "nr-snr", "--csv", "--json"}, 2},
+  };
+  for (const auto& row : rows) EXPECT_EQ(ctl(row.args).status, row.status) << row.args.back();
 }
 
 }  // namespace

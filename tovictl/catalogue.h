@@ -1,5 +1,5 @@
 // What has a name: results, NV items, services. EFS files stand in velmor_efs_files.h, statistics
-// in statistics.h. The completion, the manual and every verdict take them from here.
+// in named_statistics.h. The completion, the manual and every verdict take them from here.
 #pragma once
 
 #include <cstdint>

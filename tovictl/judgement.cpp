@@ -5,13 +5,13 @@
 #include <algorithm>
 
 #include "catalogue.h"
-#include "hex.h"
+#include "hex_text.h"
 #include "modem_api/nas/nas_service.h"
 #include "modem_api/sar/sar_service.h"
 #include "modem_api/vs/vs_service.h"
 #include "modem_files.h"
+#include "named_statistics.h"
 #include "pdc_service.h"
-#include "statistics.h"
 #include "uim_service.h"
 
 namespace ctl {

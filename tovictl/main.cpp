@@ -59,5 +59,9 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return report(Verdict{Status::Usage, problem_of(*app, error)}, settings);
   }
-  return report(run(), settings);
+  try {
+    return report(run(), settings);
+  } catch (const std::exception& error) {
+    return report(Verdict{Status::Usage, error.what()}, settings);  // no memory, most likely
+  }
 }

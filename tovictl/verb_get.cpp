@@ -1,5 +1,5 @@
 // tovictl get: an NV item or a whole EFS file.
-#include "hex.h"
+#include "hex_text.h"
 #include "local_files.h"
 #include "modem_files.h"
 #include "results.h"

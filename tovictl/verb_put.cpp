@@ -1,5 +1,5 @@
 // tovictl put: writes an NV item or a whole EFS file, reads it back, has it committed.
-#include "hex.h"
+#include "hex_text.h"
 #include "local_files.h"
 #include "modem_files.h"
 #include "verbs.h"

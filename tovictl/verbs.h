@@ -53,9 +53,14 @@ std::span<const Verb> verbs();
 std::unique_ptr<CLI::App> make_command_line(Settings& settings, Run& chosen);
 
 // One function for each row of the table.
+Run declare_diff(CLI::App& app, const Settings& settings);
+Run declare_doctor(CLI::App& app, const Settings& settings);
 Run declare_get(CLI::App& app, const Settings& settings);
 Run declare_put(CLI::App& app, const Settings& settings);
-Run declare_run(CLI::App& app, const Settings& settings);
+Run declare_restore(CLI::App& app, const Settings& settings);
 Run declare_rm(CLI::App& app, const Settings& settings);
+Run declare_run(CLI::App& app, const Settings& settings);
+Run declare_save(CLI::App& app, const Settings& settings);
+Run declare_watch(CLI::App& app, const Settings& settings);
 
 }  // namespace ctl

@@ -55,6 +55,16 @@ fi
 kill $beside || failed "tqftpserv has ended"
 wait $beside
 
+./tovictl doctor --ask 2>&1 | expect "tovictl: the doctor finds nothing wrong" 'nothing is wrong'
+head -c 5000 tovictl >/tmp/file
+./tovictl put /test/file /tmp/file
+./tovictl get /test/file | cmp -s - /tmp/file && passed "tovictl: a whole file there and back" ||
+  failed "tovictl: a whole file there and back"
+./tovictl run 4 1 0 79 2>&1 | expect "tovictl: a refusal has its name" 'refused: extend nv_read 79: 5 (not active)'
+./tovictl --json watch --count 3 --every 0 nr-snr | expect "tovictl: a watch" snr_rx3
+./tovictl save /tmp/backup --nv 0-1000 2>/dev/null && ./tovictl diff /tmp/backup && passed "tovictl: a backup" ||
+  failed "tovictl: a backup"
+
 # Every socket that has sent costs the kernel's grace period when it closes.
 while read -r wanted command; do
   count=$(strace -f -e trace=socket ./tovi $command 2>&1 >/dev/null | grep -c QIPCRTR)

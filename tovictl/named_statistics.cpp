@@ -1,4 +1,4 @@
-#include "statistics.h"
+#include "named_statistics.h"
 
 #include <string.h>
 
