@@ -246,18 +246,18 @@ TEST_F(Qmux, ASignalAtAnyMomentReleasesTheClientId) {
       {kReleaseSarId5, SIGTERM, {kAskVersions, kAskSarId, kAskSar, kReleaseSarId5}},
   };
   for (const auto& row : rows) {
-    std::atomic<Program*> command = nullptr;
+    std::atomic<pid_t> command = 0;
     Device device(link, [&](const std::string& frame) -> std::string {
       if (frame == row.during) {
-        while (command == nullptr) usleep(100);
-        command.load()->kill(row.signal);
+        while (command == 0) usleep(100);
+        kill(command, row.signal);
         usleep(20'000);
         if (frame == kAskVersions) return "";
       }
       return sar_modem(frame, row.during == kAskSar ? "" : kSarIs3);
     });
     Program tovi("tovi", {"5", "5"}, modem_at("qmux:" + link));
-    command = &tovi;
+    command = tovi.id();
     const int status = tovi.wait().status;
     const bool was_done = status == 0 && row.during == kReleaseSarId5;
     EXPECT_TRUE(status == 128 + row.signal || was_done) << row.during << " " << status;
