@@ -1,5 +1,8 @@
 // tovictl as scripts use it: files, statuses.
+#include <fcntl.h>
 #include <signal.h>
+#include <stdlib.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -214,6 +217,14 @@ TEST_F(Ctl, TheDoctorNamesTheCause) {
   FakeModem mute(folder / "mute"), other(folder / "other");
   mute.answer_lookups(false);
   other.add_service(0xFFE4, 9, 2);
+  Program device("tovi-modem", {"serve", "--qmux", folder / "wdm"}, variables);
+  device.wait_for_error_line("ready\n");
+  const qmi::Descriptor used(posix_openpt(O_RDWR | O_NOCTTY));
+  char name[64];
+  ASSERT_TRUE(unlockpt(used.get()) == 0 && ptsname_r(used.get(), name, sizeof name) == 0);
+  ASSERT_EQ(symlink(name, (folder / "busy").c_str()), 0);
+  const qmi::Descriptor user(open(name, O_RDWR | O_NOCTTY));
+  ASSERT_EQ(flock(user.get(), LOCK_EX), 0);
   const struct {
     const char* modem;
     int status;
@@ -231,6 +242,11 @@ TEST_F(Ctl, TheDoctorNamesTheCause) {
       {"sim", 1, "the UIM service: 94 (NOT_SUPPORTED)\n", "uim=error:94", {"--ask"}},
       {"sim", 5, "the SAR service: no answer\n", "sar=drop", {"--ask", "--timeout", "0.1"}},
       {"what", 3, "a TOVI_ variable cannot be used\n"},
+      {"qmux:@wdm", 0, "nothing is wrong\n", "", {"--ask"}},
+      {"qmux:@busy", 3, "programs share it through qmux-proxy:PATH\n"},
+      {"qmux:@none", 3, ": no such device: is the modem there?\n"},
+      {"qmux-proxy:@plain", 3, ": not a character device\n"},
+      {"qmux:/dev/null", 5, "wrong: names: no modem answers behind it\n"},
   };
   for (const auto& row : rows) {
     std::string modem = row.modem;

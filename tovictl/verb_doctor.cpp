@@ -1,7 +1,9 @@
 // tovictl doctor: where the modem is, what of it is there, and what is wrong.
 #include <errno.h>
 #include <fcntl.h>
+#include <grp.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -60,10 +62,47 @@ std::string why(int error) {
               : "");
 }
 
+bool is_device(const environment::ModemChoice& modem) {
+  return modem.kind == environment::ModemKind::Qmux ||
+         modem.kind == environment::ModemKind::QmuxProxy;
+}
+
+// Out of the file itself: a program without shared libraries cannot ask elsewhere.
+std::string group_name(gid_t id) {
+  std::string name = std::to_string(id);
+  FILE* groups = fopen("/etc/group", "re");
+  if (groups == nullptr) return name;
+  while (const group* entry = fgetgrent(groups)) {
+    if (entry->gr_gid == id) name = entry->gr_name;
+  }
+  fclose(groups);
+  return name;
+}
+
+// What is wrong with a modem's device, or nothing. The proxy opens it with rights of its own.
+std::string device_problem(const environment::ModemChoice& modem) {
+  struct stat status {};
+  if (stat(modem.path.c_str(), &status) != 0) {
+    return errno == ENOENT ? "no such device: is the modem there?" : why(errno);
+  }
+  if (!S_ISCHR(status.st_mode)) return "not a character device";
+  if (modem.kind == environment::ModemKind::QmuxProxy) return "";
+  const qmi::Descriptor device(
+      open(modem.path.c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!device && errno == EACCES) {
+    return "no permission: its group is " + group_name(status.st_gid);
+  }
+  const bool busy =
+      device ? flock(device.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK : errno == EBUSY;
+  if (busy) return "busy, another program uses it; programs share it through qmux-proxy:PATH";
+  return device ? "" : why(errno);
+}
+
 // Whether somebody is at the end that TOVI_MODEM names.
 Verdict look_at_transport(const environment::ModemChoice& modem, Findings& findings) {
   const auto bad = [&](const std::string& text) {
-    findings.note("socket", text, {Status::Unreachable, modem.text + ": " + text});
+    findings.note(is_device(modem) ? "device" : "socket", text,
+                  {Status::Unreachable, modem.text + ": " + text});
     return findings.worst();
   };
   if (modem.kind == environment::ModemKind::Simulated) {
@@ -79,6 +118,12 @@ Verdict look_at_transport(const environment::ModemChoice& modem, Findings& findi
                                        : why(errno));
     }
     findings.note("socket", "QRTR, node " + std::to_string(socket.name_service().node));
+    return {};
+  }
+  if (is_device(modem)) {
+    const std::string problem = device_problem(modem);
+    if (!problem.empty()) return bad(problem);
+    findings.note("device", modem.path);
     return {};
   }
   struct stat status {};
@@ -119,6 +164,10 @@ void look_at_services(const environment::ModemChoice& modem, Findings& findings,
   std::vector<uint32_t> ids;
   for (const KnownService& service : services) ids.push_back(service.description()->service_id);
   const BusSurvey survey = survey_bus(ids, ms);
+  if (!survey.reached && is_device(modem)) {
+    findings.note("names", "no modem answers behind it", {Status::NoAnswer, ""});
+    return;
+  }
   if (!survey.reached) {
     findings.note("names", "cannot be asked", {Status::Unreachable, ""});
     return;
@@ -135,6 +184,11 @@ void look_at_services(const environment::ModemChoice& modem, Findings& findings,
     bool usable = false;
     const std::string text = places(survey.services[i], version, usable);
     Verdict verdict;
+    const bool has_no_way = is_device(modem) && services[i].description()->service_id > UINT8_MAX;
+    if (text.empty() && has_no_way) {
+      findings.note(title, "not there: its number does not fit a device's frames");
+      continue;
+    }
     if (text.empty()) {
       verdict = {Status::NoService, "no " + title + " service; it is for " + services[i].used_for};
     } else if (!usable) {
@@ -196,12 +250,12 @@ Verdict ask_extension(uint32_t ms) {
   return done;
 }
 
-void ask_services(Findings& findings, uint32_t ms) {
+void ask_services(const environment::ModemChoice& modem, Findings& findings, uint32_t ms) {
   const auto object = [](size_t i) { return known_services()[i].description(); };
   pdc_get_selected_config_req_msg_v01 software{};
   software.config_type = PDC_CONFIG_TYPE_MODEM_SW_V01;
   const Verdict answers[] = {
-      ask_extension(ms),
+      is_device(modem) ? Verdict{} : ask_extension(ms),
       ask_service<uim_get_card_status_req_msg_v01, uim_get_card_status_resp_msg_v01>(
           object(1), QMI_UIM_GET_CARD_STATUS_REQ_V01, {}, ms),
       // Switches on for this client what it has already: the subscription that it is bound to.
@@ -217,6 +271,7 @@ void ask_services(Findings& findings, uint32_t ms) {
   };
   for (size_t i = 0; i < std::size(answers); ++i) {
     Verdict verdict = answers[i];
+    if (i == 0 && is_device(modem)) continue;
     const std::string title = known_services()[i].title;
     const std::string text = verdict.ok() ? "answers" : verdict.text();
     if (!verdict.ok()) verdict.cause = "the " + title + " service: " + verdict.cause;
@@ -239,7 +294,7 @@ Outcome doctor(const Arguments& arguments, const Settings& settings) {
       look_at_services(*modem, findings, ms);
       look_at_switches(findings);
       look_at_ports(*modem, findings);
-      if (arguments.ask && findings.worst().ok()) ask_services(findings, ms);
+      if (arguments.ask && findings.worst().ok()) ask_services(*modem, findings, ms);
     }
   }
   const Verdict& worst = findings.worst();
