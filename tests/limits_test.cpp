@@ -434,16 +434,21 @@ TEST_F(Limits, AServerThatCannotStartWholeSaysWhyAndEnds) {
         variables));
   }
   std::string all;
+  bool seen_at_every_limit = true;
   for (const auto& server : servers) {
     const auto [status, out, err] = server->wait();
-    if (err.find("Sanitizer") != std::string::npos) continue;  // which needs descriptors itself
+    if (err.find("Sanitizer") != std::string::npos) {  // it needs descriptors itself
+      seen_at_every_limit = false;
+      continue;
+    }
     const bool ready = err.ends_with("tovi-modem: ready\n");
     EXPECT_TRUE(status == 127 || status == (ready ? 0 : 1)) << err;  // 127: did not even begin
     EXPECT_TRUE(ready || std::count(err.begin(), err.end(), '\n') == 1) << err;
     all += err;
   }
   for (const char* failed : {"tovi-modem: epoll", "tovi-modem: socket", "/lock"}) {
-    EXPECT_NE(all.find(std::string(failed) + ": Too many open files\n"), std::string::npos) << all;
+    const bool is_said = all.find(std::string(failed) + ": Too many open files\n") != all.npos;
+    EXPECT_TRUE(is_said || !seen_at_every_limit) << all;
   }
   EXPECT_EQ(all.find("Bad file descriptor"), std::string::npos) << all;
   EXPECT_NE(all.find("ready"), std::string::npos);
