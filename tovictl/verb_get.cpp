@@ -43,12 +43,7 @@ Outcome get(const Arguments& arguments, const Settings& settings) {
 
 Run declare_get(CLI::App& app, const Settings& settings) {
   const auto arguments = std::make_shared<Arguments>();
-  app.add_option("target", arguments->target, "NV item (a number) or EFS file (/path)")
-      ->required()
-      ->type_name("TARGET");
-  app.add_option("--sub", arguments->sub, "the subscription, 0 or 1")
-      ->check(CLI::Range(0, 1).description(""))
-      ->type_name("SUB");
+  add_target(app, arguments->target, arguments->sub);
   app.add_option("-o,--output", arguments->file, "write the bytes to FILE")->type_name("FILE");
   return [arguments, &settings] { return get(*arguments, settings); };
 }

@@ -59,15 +59,10 @@ Outcome put(const Arguments& arguments, const Settings& settings) {
 
 Run declare_put(CLI::App& app, const Settings& settings) {
   const auto arguments = std::make_shared<Arguments>();
-  app.add_option("target", arguments->target, "NV item (a number) or EFS file (/path)")
-      ->required()
-      ->type_name("TARGET");
+  add_target(app, arguments->target, arguments->sub);
   app.add_option("source", arguments->source, "a file, - for standard input, or hex:0102...")
       ->required()
       ->type_name("FILE|-|hex:..");
-  app.add_option("--sub", arguments->sub, "the subscription, 0 or 1")
-      ->check(CLI::Range(0, 1).description(""))
-      ->type_name("SUB");
   return [arguments, &settings] { return put(*arguments, settings); };
 }
 

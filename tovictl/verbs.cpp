@@ -61,6 +61,15 @@ void add_settings(CLI::App& app, Settings& settings) {
 
 }  // namespace
 
+void add_target(CLI::App& app, std::string& target, unsigned int& sub) {
+  app.add_option("target", target, "NV item (a number) or EFS file (/path)")
+      ->required()
+      ->type_name("TARGET");
+  app.add_option("--sub", sub, "the subscription, 0 or 1")
+      ->check(CLI::Range(0, 1).description(""))
+      ->type_name("SUB");
+}
+
 std::span<const Verb> verbs() {
   return kVerbs;
 }

@@ -52,6 +52,9 @@ std::span<const Verb> verbs();
 // The whole command line. Parsing it picks the verb: `chosen` is set to what carries that out.
 std::unique_ptr<CLI::App> make_command_line(Settings& settings, Run& chosen);
 
+// The arguments of a verb that is about an NV item or an EFS file.
+void add_target(CLI::App& app, std::string& target, unsigned int& sub);
+
 // One function for each row of the table.
 Run declare_diff(CLI::App& app, const Settings& settings);
 Run declare_doctor(CLI::App& app, const Settings& settings);
