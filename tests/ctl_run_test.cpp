@@ -5,18 +5,8 @@
 #include <regex>
 
 #include "gtest/gtest.h"
+#include "support/slow.h"
 #include "support/tool.h"
-
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define UNDER_SANITIZER 1
-#endif
-#endif
-#ifdef UNDER_SANITIZER
-constexpr bool kSlow = true;
-#else
-constexpr bool kSlow = false;
-#endif
 
 namespace testing_support {
 namespace {

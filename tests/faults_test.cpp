@@ -17,21 +17,11 @@
 #include "gtest/gtest.h"
 #include "service.h"
 #include "support/fake_modem.h"
+#include "support/slow.h"
 #include "support/tool.h"
 #include "velmor_extend_cmn.h"
 #include "velmor_extend_nvefs.h"
 #include "velmor_utils.h"
-
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define UNDER_SANITIZER 1
-#endif
-#endif
-#ifdef UNDER_SANITIZER
-constexpr bool kSlow = true;
-#else
-constexpr bool kSlow = false;
-#endif
 
 namespace {
 
