@@ -99,13 +99,15 @@ set(CPACK_DEBIAN_TOVI-MODEM_PACKAGE_SECTION comm)
 set(CPACK_DEBIAN_TOVI-MODEM_PACKAGE_SUGGESTS tovi)
 set(CPACK_COMPONENT_TOVI-MODEM_DESCRIPTION "simulated modem that speaks QMI
 Serves the extension, UIM, NAS, SAR, PDC and statistics services of a phone's
-modem to many clients, at a unix socket or on the kernel's QRTR. It keeps its
-state in a folder of plain files and can be told to misbehave.")
+modem to many clients, at a unix socket, on the kernel's QRTR or as a device.
+It keeps its state in a folder of plain files, can be told to misbehave, and
+writes down what it was asked.")
 set(CPACK_DEBIAN_TOVICTL_PACKAGE_NAME tovictl)
 set(CPACK_DEBIAN_TOVICTL_PACKAGE_SECTION comm)
 set(CPACK_DEBIAN_TOVICTL_PACKAGE_SUGGESTS "tovi, bash-completion")
 set(CPACK_COMPONENT_TOVICTL_DESCRIPTION "modem tool for scripts, with verdicts, files and data
-Runs the commands of tovi and ends with a status that tells whether they worked,
-moves whole NV items and EFS files, saves, compares and restores them, watches
-radio statistics and finds out what is wrong between here and the modem.")
+Runs the commands of tovi and ends with a status that tells whether they
+worked, moves whole NV items and EFS files, saves, compares and restores
+them, watches radio statistics and finds out what is wrong between here and
+the modem.")
 include(CPack)
