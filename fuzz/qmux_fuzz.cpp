@@ -1,13 +1,12 @@
 // Hostile bytes for both ends of a modem's device. The first byte tells in what pieces the others
 // come, the second who sends them: the frames must be the same in any pieces, and neither end may
 // come to harm.
-#include <stdlib.h>
 #include <sys/socket.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "fuzz.h"
 #include "modem.h"
 #include "qcci/qmux_link.h"
 #include "qmux_server.h"
@@ -36,7 +35,7 @@ std::vector<std::vector<uint8_t>> frames_in(Sender sender, std::span<const uint8
 
 struct Port final : qmi::QmuxLink::Port {
   void on_message(uint8_t, std::span<const uint8_t> message) override {
-    if (message.size() < qmi::kHeaderBytes) abort();
+    fuzz::require(message.size() >= qmi::kHeaderBytes);
   }
   void on_lost() override {}
 };
@@ -44,7 +43,7 @@ struct Port final : qmi::QmuxLink::Port {
 // What a modem may say to a client that asks for its services and sends to one of them.
 void say_to_client(std::span<const uint8_t> stream) {
   int ends[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends) != 0) abort();
+  fuzz::require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends) == 0);
   const qmi::Descriptor modem(ends[0]);
   qmi::QmuxLink link{qmi::Descriptor(ends[1])};
   Port port;
@@ -66,27 +65,15 @@ void say_to_client(std::span<const uint8_t> stream) {
   link.detach(port);
 }
 
-// A folder that goes away with the process.
-struct Scratch {
-  std::string path = "/tmp/qmux-fuzz-XXXXXX";
-  Scratch() {
-    if (mkdtemp(path.data()) == nullptr) abort();
-  }
-  ~Scratch() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
-};
-
 // What a client may say to the modem, which has forgotten the one before.
 void say_to_modem(std::span<const uint8_t> stream) {
-  static const Scratch folder;
+  static const fuzz::Folder folder;
   std::string problem;
   static const auto modem = sim::Modem::open(folder.path + "/state", problem);
-  if (modem == nullptr) abort();
+  fuzz::require(modem != nullptr);
   static sim::QmuxServer server(*modem, {});
   static const bool listens = server.listen(folder.path + "/link", problem);
-  if (!listens) abort();
+  fuzz::require(listens);
   server.take(stream);
   const uint8_t sync[] = {1, 11, 0, 0, 0, 0, 0, 1, 0x27, 0, 0, 0};
   server.take(sync);
@@ -98,7 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 2) return 0;
   const std::span<const uint8_t> stream(data + 2, size - 2);
   const Sender sender = (data[1] & 1) != 0 ? Sender::Modem : Sender::Host;
-  if (frames_in(sender, stream, 1 + data[0]) != frames_in(sender, stream, SIZE_MAX)) abort();
+  fuzz::require(frames_in(sender, stream, 1 + data[0]) == frames_in(sender, stream, SIZE_MAX));
   if (sender == Sender::Modem) {
     say_to_client(stream);
   } else {
