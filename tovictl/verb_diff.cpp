@@ -56,7 +56,9 @@ Outcome diff(const Arguments& arguments, const Settings& settings) {
                    size_text(difference.before) + ", now " + size_text(difference.after) + "\n");
   }
   if (!differences.empty()) {
-    outcome.verdict = {Status::Differs, std::to_string(differences.size()) + " differences"};
+    const size_t count = differences.size();
+    outcome.verdict = {Status::Differs,
+                       std::to_string(count) + (count == 1 ? " difference" : " differences")};
   }
   return outcome;
 }

@@ -169,7 +169,10 @@ void look_at_services(const environment::ModemChoice& modem, Findings& findings,
     return;
   }
   if (!survey.reached) {
-    findings.note("names", "cannot be asked", {Status::Unreachable, ""});
+    const bool simulated = modem.kind == environment::ModemKind::Simulated;
+    findings.note("names",
+                  simulated ? "the simulated modem cannot use its folder" : "cannot be asked",
+                  {Status::Unreachable, ""});
     return;
   }
   if (!survey.services.back().answered) {
