@@ -184,8 +184,10 @@ std::string Report::figure(const Plot& plot, double end) const {
   Range range = range_of(plot);
   if (!(range.low <= range.high)) range = {0, 1};
   const double step = nice_step(std::max(range.high - range.low, 1.0), 5);
-  const double low = std::floor(range.low / step) * step;
-  const Scale scale{end, low, std::max(std::ceil(range.high / step) * step, low + step)};
+  // No line lies on the border.
+  const double margin = step / 4;
+  const double low = std::floor((range.low - margin) / step) * step;
+  const Scale scale{end, low, std::ceil((range.high + margin) / step) * step};
 
   std::string out = text_of(
       "<div class=\"plot\"><svg viewBox=\"0 0 %.0f %.0f\" preserveAspectRatio=\"none\" "

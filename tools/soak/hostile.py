@@ -1,22 +1,19 @@
-"""Hostile clients of a simulated modem, and a good one that must be served beside them.
-
-    hostile.py SOCKET SECONDS TOVI
+"""Hostile clients of a simulated modem, until SIGTERM: hostile.py SOCKET
 
 500 connections send rubbish, packets cut short and too long, lookups and requests whose answers they
-never read, and hang up in the middle. The status is 0 when every command of the good one worked.
+never read, and hang up in the middle.
 """
 import random
+import signal
 import socket
 import struct
-import subprocess
 import sys
-import time
 
 CLIENTS = 500
 MAX_PACKET = 8 + 7 + 0xFFFF
 NAME_SERVICE = struct.pack("<II", 1, 0xFFFFFFFE)
 
-path, seconds, tovi = sys.argv[1], float(sys.argv[2]), sys.argv[3]
+path = sys.argv[1]
 rng = random.Random(1)
 
 
@@ -60,10 +57,16 @@ def too_long():
 KINDS = (lookup, request, request, nv_read, nv_read, nv_read, too_short, too_long)
 clients = [None] * CLIENTS
 sent = hung_up = 0
-good = bad = 0
-running = None
-end = time.monotonic() + seconds
-while time.monotonic() < end:
+ends = False
+
+
+def end(*_):
+    global ends
+    ends = True
+
+
+signal.signal(signal.SIGTERM, end)
+while not ends:
     for i in range(CLIENTS):
         if clients[i] is None or rng.random() < 0.001:
             if clients[i] is not None:
@@ -80,13 +83,4 @@ while time.monotonic() < end:
             hung_up += 1
             clients[i].close()
             clients[i] = None
-    if running is None:
-        running = subprocess.Popen([tovi, "4", "1", "0", "550"], stdout=subprocess.PIPE)
-    elif running.poll() is not None:
-        if b"data len(9)" in running.stdout.read():
-            good += 1
-        else:
-            bad += 1
-        running = None
-print(f"        {sent} packets of hostile clients, {hung_up} hung up on; good commands {good}, failed {bad}")
-sys.exit(0 if good > 0 and bad == 0 else 1)
+print(f"        {sent} packets of hostile clients, {hung_up} hung up on")
