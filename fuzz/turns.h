@@ -13,7 +13,7 @@ namespace turns {
 // Begins it; the caller has the first turn. From now on threads change only where one waits; with a
 // seed other than 0 also wherever a lock is taken or let go, a thread is woken or begins, at
 // random, and sometimes time passes although somebody could go on. May be called again for another
-// seed.
+// seed. libFuzzer has started threads of its own when it executes the first input, and not before.
 void begin(uint64_t seed);
 
 // Lets time pass until `ms` from now, for those who wait.
