@@ -3,6 +3,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <regex>
+#include <sstream>
 
 #include "gtest/gtest.h"
 #include "support/slow.h"
@@ -23,30 +24,21 @@ Args words_of(const std::string& command) {
   return words;
 }
 
-// The commands that talk to a service, with what they need in the modem beside the factory content.
-// A statistic stands for all: they are one code.
-const char* const kCommands[] = {
-    "3 0 1 2",  "3 1",      "3 2",         "3 3 1 4 0x30000",
-    "3 4",      "3 5",      "4 1 0 550",   "4 2 0 77 1 2",
-    "4 3 0 10", "4 4 0 /a", "4 5 0 /b 1",  "4 6 0 /a",
-    "5 1",      "5 2 0",    "5 3 0 1 1",   "5 4",
-    "5 5",      "5 6 0",    "5 6 1 1 1 1", "5 10 1 1",
-    "5 10 2 1", "5 10 3 1", "5 10 4 1",    "5 10 5 1",
-    "6 4 35",   "7 1 0",    "7 1 1",       "6 2 4 0 0 0 2 47 97",
-    "9 0 1",    "9 9 0",    "9 12 0",      "9 20 1",
-    "9 30 0",   "10 0 1",   "10 1 2",      "11 0",
-    "11 1",     "11 2",     "11 4 1",      "11 4 0",
-    "11 5 1",   "11 6 1",   "12 0",        "12 1",
-};
+// The commands of the list that ask a service, each code once.
+std::vector<std::string> commands() {
+  std::istringstream list(read_file(TOVI_TEST_DATA "/commands/all.txt"));
+  std::vector<std::string> found;
+  for (std::string line; std::getline(list, line);) {
+    if (isdigit(line[0])) found.push_back(line);
+  }
+  return found;
+}
 
 void fill(const std::string& state) {
   run("tovi", {"4", "1", "0", "550"}, {{"TOVI_STATE", state}, {"TOVI_LOG", "/dev/null"}});
-  for (const char* file :
-       {"/efs/0/a", "/efs/0/nv/item_files/modem/velmor/rf_ant_port_config",
-        "/efs/0/nv/item_files/modem/antenna/ant_tx_config", "/efs/0/skarn/skarn_print_mask"}) {
-    write_file(state + file, std::string(500, 'x'));
-  }
-  write_file(state + "/slot/2", "holds=esim\nsim=present\npower=on\n");
+  constexpr auto kOver = std::filesystem::copy_options::overwrite_existing;
+  std::filesystem::copy(TOVI_TEST_DATA "/commands/state", state,
+                        std::filesystem::copy_options::recursive | kOver);
 }
 
 // What is printed, but for what other threads print at their own times.
@@ -120,7 +112,7 @@ bool is_excused(const std::string& command, const std::string& exchange) {
   return command.starts_with("5 10 ") && exchange == "get_eid";
 }
 
-class CtlRun : public testing::TestWithParam<const char*> {};
+class CtlRun : public testing::TestWithParam<std::string> {};
 
 TEST_P(CtlRun, EveryFailureOfEveryExchangeHasItsStatus) {
   ScratchFolder folder;
@@ -142,7 +134,7 @@ TEST_P(CtlRun, EveryFailureOfEveryExchangeHasItsStatus) {
     }
     cases.clear();
   };
-  const std::string command = GetParam();
+  const std::string& command = GetParam();
   Trial clean(command, "", folder / "state");
   EXPECT_EQ(clean.end(), 0) << clean.told["cause"];
   std::map<std::string, int> count;
@@ -172,7 +164,7 @@ TEST_P(CtlRun, EveryFailureOfEveryExchangeHasItsStatus) {
   end_all();
 }
 
-INSTANTIATE_TEST_SUITE_P(Command, CtlRun, testing::ValuesIn(kCommands),
+INSTANTIATE_TEST_SUITE_P(Command, CtlRun, testing::ValuesIn(commands()),
                          [](const auto& command) { return std::to_string(command.index); });
 
 // What is refused, told or excused beside the exchanges.

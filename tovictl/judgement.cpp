@@ -209,6 +209,11 @@ Json network_of(const Network& network) {
           {"name", std::string(text_of(network.name, size))}};
 }
 
+// A later indication may tell again what an earlier one told.
+void add_once(Json& list, Json told) {
+  if (std::find(list.begin(), list.end(), told) == list.end()) list.push_back(std::move(told));
+}
+
 Judgement judge_scan(const nas_perform_network_scan_resp_msg_v01& resp, Json& values) {
   values["networks"] = Json::array();
   for (uint32_t i = 0; resp.network_valid != 0 && i < resp.network_len; ++i) {
@@ -311,11 +316,7 @@ Verdict judge_indication(const qmi::Crossing& crossing, Json& values) {
     Json& networks = values["networks"];
     if (networks.is_null()) networks = Json::array();
     for (uint32_t i = 0; ind.network_valid != 0 && i < ind.network_len; ++i) {
-      // A later indication may tell the earlier ones' networks again.
-      Json network = network_of(ind.network[i]);
-      if (std::find(networks.begin(), networks.end(), network) == networks.end()) {
-        networks.push_back(std::move(network));
-      }
+      add_once(networks, network_of(ind.network[i]));
     }
     if (ind.scan_status <= 1) return {};
     return {Status::Refused, name + ": the scan was aborted"};
@@ -326,8 +327,8 @@ Verdict judge_indication(const qmi::Crossing& crossing, Json& values) {
   if (crossing.message->id == QMI_PDC_GET_SELECTED_CONFIG_REQ_V01) {
     const auto& ind = *static_cast<const pdc_get_selected_config_ind_msg_v01*>(crossing.c_struct);
     if (ind.active_config_id_valid == 0) return {Status::Refused, name + ": nothing is active"};
-    values["configurations"].push_back(
-        hex_text(text_of(ind.active_config_id, ind.active_config_id_len)));
+    add_once(values["configurations"],
+             hex_text(text_of(ind.active_config_id, ind.active_config_id_len)));
   }
   return {};
 }

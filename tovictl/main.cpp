@@ -1,4 +1,5 @@
 // tovictl: verdicts, files and data for scripts and engineers.
+#include <errno.h>
 #include <signal.h>
 #include <string.h>
 
@@ -41,7 +42,10 @@ int main(int argc, char** argv) {
   signal(SIGPIPE, SIG_IGN);
   // How a program that this one runs has ended would be lost.
   signal(SIGCHLD, SIG_DFL);
-  results::begin();
+  if (!results::begin()) {
+    results::say(Verdict{Status::Usage, std::string("standard output: ") + strerror(errno)}.text());
+    return static_cast<int>(Status::Usage);
+  }
 
   Settings settings;
   Run run;

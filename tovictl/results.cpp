@@ -22,13 +22,15 @@ void point_library_at(int fd) {
 
 }  // namespace
 
-void begin() {
+bool begin() {
   g_results = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
   g_nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-  g_out = fdopen(g_results, "w");
+  g_out = g_results >= 0 && g_nowhere >= 0 ? fdopen(g_results, "w") : nullptr;
+  if (g_out == nullptr) return false;
   // What was done is seen when it was done, through a pipe too.
   setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   point_library_at(g_nowhere);
+  return true;
 }
 
 FILE* out() {

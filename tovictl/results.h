@@ -10,8 +10,8 @@
 namespace ctl::results {
 
 // Once, before anything is printed: takes standard output for the results. What the libraries print
-// is dropped from now on.
-void begin();
+// is dropped from now on. False, with errno set, when that fails.
+bool begin();
 
 // Standard output.
 FILE* out();
