@@ -2,6 +2,7 @@
 // come, the second who sends them: the frames must be the same in any pieces, and neither end may
 // come to harm.
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -40,8 +41,9 @@ struct Port final : qmi::QmuxLink::Port {
   void on_lost() override {}
 };
 
-// What a modem may say to a client that asks for its services and sends to one of them.
-void say_to_client(std::span<const uint8_t> stream) {
+// What a modem may say to a client that asks for its services and sends to two of them, a piece
+// before each.
+void say_to_client(std::span<const uint8_t> stream, size_t piece) {
   int ends[2];
   fuzz::require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends) == 0);
   const qmi::Descriptor modem(ends[0]);
@@ -51,9 +53,9 @@ void say_to_client(std::span<const uint8_t> stream) {
   const uint8_t message[qmi::kHeaderBytes] = {};
   link.greet(timing::kPast);
   for (const uint8_t service : {uint8_t{0x0B}, uint8_t{0x11}}) {
-    const size_t half = stream.size() / 2;
-    if (write(modem.get(), stream.data(), half) < 0 && half > 0) return;
-    stream = stream.subspan(half);
+    const auto said = stream.first(std::min(piece, stream.size()));
+    if (write(modem.get(), said.data(), said.size()) < 0 && !said.empty()) return;
+    stream = stream.subspan(said.size());
     link.send(port, service, message, timing::kPast);
   }
   while (link.read() && !stream.empty()) {
@@ -81,13 +83,18 @@ void say_to_modem(std::span<const uint8_t> stream) {
 
 }  // namespace
 
+// Where a link's transactions begin: an input meets the same in each process.
+extern "C" pid_t getpid() {
+  return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 2) return 0;
   const std::span<const uint8_t> stream(data + 2, size - 2);
   const Sender sender = (data[1] & 1) != 0 ? Sender::Modem : Sender::Host;
   fuzz::require(frames_in(sender, stream, 1 + data[0]) == frames_in(sender, stream, SIZE_MAX));
   if (sender == Sender::Modem) {
-    say_to_client(stream);
+    say_to_client(stream, 1 + data[0]);
   } else {
     say_to_modem(stream);
   }
