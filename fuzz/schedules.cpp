@@ -1,6 +1,7 @@
 // The library's threads in many orders: a few pieces of work at a time, of which some make the
 // modem restart or a service leave, against the simulated modem of this process. Which ones, and
-// which of the threads goes on whenever one of them could give way, is decided by a seed.
+// which of the threads goes on whenever one of them could give way, is decided by a seed and by
+// what was done since the first one.
 //
 //   schedules COUNT [FIRST]
 //
@@ -320,12 +321,16 @@ void run(uint64_t seed) {
   turns::pass(3000);  // what was planned, and the last callbacks
 }
 
-uint64_t g_seed;
+uint64_t g_first, g_seed;
 
+// What was done before belongs to it: the library goes on from there.
 void say_seed() {
-  char text[64];
+  char text[128];
   const int length =
-      snprintf(text, sizeof text, "FAILED: seed %llu\n", static_cast<unsigned long long>(g_seed));
+      snprintf(text, sizeof text, "FAILED: seed %llu: ./check --schedules %llu %llu\n",
+               static_cast<unsigned long long>(g_seed),
+               static_cast<unsigned long long>(g_seed - g_first + 1),
+               static_cast<unsigned long long>(g_first));
   [[maybe_unused]] const auto n = write(STDERR_FILENO, text, static_cast<size_t>(length));
 }
 
@@ -349,6 +354,7 @@ int main(int argc, char** argv) {
   }
   fuzz::require(freopen("/dev/null", "w", stdout) != nullptr);
   modem_api_init();
+  g_first = first;
   for (g_seed = first; g_seed < first + count; ++g_seed) {
     alarm(60);
     run(g_seed);

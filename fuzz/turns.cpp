@@ -217,9 +217,11 @@ struct Start {
   Thread* thread;
 };
 
+// What the C library still does at a thread's end is no longer in its turn.
 void end_thread(Thread& self) {
   self.state = Thread::Free;
   wake(&self, kMaxThreads);
+  t_self = nullptr;
   hand_to(next_of(self));
 }
 
@@ -229,7 +231,7 @@ void* begin_thread(void* given) {
   t_self = start.thread;
   wait_for_turn(*t_self);
   void* const result = start.run(start.argument);
-  end_thread(*t_self);
+  end_thread(*start.thread);
   return result;
 }
 
