@@ -66,7 +66,7 @@ constexpr Field kSetSelectedReq[] = {
 constexpr Field kListReq[] = {
   { 0x10, Optional, U32, QMI_OPTIONAL(list_req, ind_token)   },
   { 0x11, Optional, U32, QMI_OPTIONAL(list_req, config_type) },
-  { 0x12, Optional, U8,  QMI_OPTIONAL(list_req, next_page)   },
+  { 0x12, Optional, U8,  QMI_OPTIONAL(list_req, multi_config)   },
 };
 constexpr Field kListInd[] = {
   { 0x01, Required, U16as32,                           QMI_FIELD(list_ind, error)               },

@@ -63,8 +63,8 @@ struct pdc_list_configs_req_msg_v01 {
   uint32_t ind_token;
   uint8_t config_type_valid;
   uint32_t config_type;
-  uint8_t next_page_valid;
-  uint8_t next_page;  // 1: go on where the list of this token stands
+  uint8_t multi_config_valid;
+  uint8_t multi_config;  // 1: the client takes a list in several pages
 };
 
 struct pdc_activate_config_req_msg_v01 {

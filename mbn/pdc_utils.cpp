@@ -218,8 +218,8 @@ void qmi_pdc_list_configs_follow_up_request(uint32_t* timer_id) {
   req.ind_token_valid = 1;
   req.config_type_valid = 1;
   req.config_type = PDC_CONFIG_TYPE_MODEM_SW_V01;
-  req.next_page_valid = 1;
-  req.next_page = 1;
+  req.multi_config_valid = 1;
+  req.multi_config = 1;
   {
     MutexLock hold(g_pdc_info.mutex);
     req.ind_token = g_pdc_info.ind_token;

@@ -130,7 +130,7 @@ int32_t take_active_id(const pdc_get_selected_config_ind_msg_v01& ind, Speaker s
     velmor_log(LogLevel::Debug, speaker, "NULL pointer for get_sel_holder");
     return PDC_FAILED;
   }
-  if (ind.active_config_id_valid == 0) {
+  if (ind.active_config_id_valid == 0 || ind.active_config_id_len == 0) {
     if (ind.pending_config_id_valid != 0) {
       velmor_log(LogLevel::Debug, speaker, "has pending configuration");
     }

@@ -49,16 +49,16 @@ inline constexpr unsigned int kExtendIndSlots = 7;  // ind_id 0 to 6
 bool velmor_extend_set_ind_handler(unsigned int ind_id, velmor_extend_ind_handler handler);
 void velmor_extend_set_generic_ind_handler(velmor_extend_generic_ind_handler handler);
 
-// Send a common request as it stands and receive the answer. The exchange's result. An answer of
-// fewer than 8 bytes holds no result of the modem's and counts as a failed exchange, here and in
-// the two functions below.
+// Send a common request as it stands and receive the answer, however short: what it leaves out of
+// `*rsp` stays as it was. The exchange's result.
 int velmor_send_common_payload(const velmor_common_tlv_req& req, velmor_common_rsp* rsp);
 int velmor_send_common_payload(const velmor_common_direct_req& req, velmor_common_rsp* rsp);
 
 // Send the common request `t` with `l` bytes of value `v` (null only when `l` is 0) and receive the
 // answer into `rsp`, a velmor_common_rsp. The first sends type, length and value, `l` up to 491;
 // the second type and value only, `l` up to 499. The exchange's result, or VELMOR_INVALID_ARGUMENT;
-// success does not mean that the modem did the work: `rsp`'s `result` says that.
+// an answer of fewer than 8 bytes holds no `result` and counts as a failed exchange. Success does
+// not mean that the modem did the work: `rsp`'s `result` says that.
 int velmor_send_common_qmi_msg(unsigned int t, unsigned int l, void* v, void* rsp);
 int velmor_common_qmi_req(unsigned int t, unsigned int l, void* v, void* rsp);
 

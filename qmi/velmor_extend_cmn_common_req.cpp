@@ -9,14 +9,20 @@ namespace {
 constexpr unsigned int kDirectMax = 499;
 constexpr unsigned int kRspHeaderBytes = offsetof(velmor_common_rsp, data);
 
+template <typename Request>
+int send(const Request& req, velmor_common_rsp* rsp, unsigned int& length) {
+  length = sizeof *rsp;
+  return velmor_extend_qmi_send_sync(REQUEST_ID_COMMON,
+                                     reinterpret_cast<const unsigned char*>(&req), sizeof req,
+                                     reinterpret_cast<unsigned char*>(rsp), &length);
+}
+
 // An answer too short to hold a result counts as a failed exchange.
 template <typename Request>
 int exchange(const Request& req, velmor_common_rsp* rsp) {
-  unsigned int room = sizeof *rsp;
-  const int result =
-      velmor_extend_qmi_send_sync(REQUEST_ID_COMMON, reinterpret_cast<const unsigned char*>(&req),
-                                  sizeof req, reinterpret_cast<unsigned char*>(rsp), &room);
-  if (result != VELMOR_EXTEND_OK || room >= kRspHeaderBytes) return result;
+  unsigned int length = 0;
+  const int result = send(req, rsp, length);
+  if (result != VELMOR_EXTEND_OK || length >= kRspHeaderBytes) return result;
   memset(rsp, 0, sizeof *rsp);
   return VELMOR_EXTEND_FAILED;
 }
@@ -24,11 +30,13 @@ int exchange(const Request& req, velmor_common_rsp* rsp) {
 }  // namespace
 
 int velmor_send_common_payload(const velmor_common_tlv_req& req, velmor_common_rsp* rsp) {
-  return exchange(req, rsp);
+  unsigned int length = 0;
+  return send(req, rsp, length);
 }
 
 int velmor_send_common_payload(const velmor_common_direct_req& req, velmor_common_rsp* rsp) {
-  return exchange(req, rsp);
+  unsigned int length = 0;
+  return send(req, rsp, length);
 }
 
 int velmor_send_common_qmi_msg(unsigned int t, unsigned int l, void* v, void* rsp) {

@@ -315,6 +315,8 @@ TEST_F(Pdc, HandlersCheckWhatTheDecoderAlreadyChecked) {
   selected.active_config_id_len = 124;
   EXPECT_EQ(get_selected(), 0);
   EXPECT_EQ(out.config_id_len, 124u);
+  selected.active_config_id_len = 0;
+  EXPECT_EQ(get_selected(), -6);
   EXPECT_EQ(handled<pdc_get_selected_config_ind_msg_v01>(qmi_pdc_get_selected_config_ind_hdlr,
                                                          PDC_GET_SEL, nullptr),
             -1);

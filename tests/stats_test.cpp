@@ -869,6 +869,9 @@ TEST_F(Stats, RecordsOfEveryShapeHaveADocumentedLine) {
       {{"9", "7", "0"},
        std::string(kSuccess) + "10 0000",
        "Fail to get data fail, number = #, ret = 12, sub = 0, id = 94\n"},
+      {{"9", "7", "0"},  // two are told, one is there
+       std::string(kSuccess) + "10 0d00 02 0000 0000 5e000000 0200 0000",
+       "Fail to get data fail, number = #, ret = 12, sub = 0, id = 94\n"},
       {{"9", "7", "0"}, kSuccess, "Fail to get data fail, number = #, ret = 1, sub = 0, id = 94\n"},
       {{"9", "7", "0"},
        "02 0400 0100 3400",

@@ -25,7 +25,7 @@ constexpr HelpLine kHelp[] = {
 };
 // clang-format on
 
-// Sends one scan request in the name of `place`; the scope is not part of it.
+// Sends one scan request in the name of `speaker`; the scope is not part of it.
 template <typename Request, typename Response>
 int scan(uint16_t msg_id, Speaker speaker) {
   LogScope scope(speaker);

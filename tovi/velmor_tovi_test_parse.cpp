@@ -29,8 +29,8 @@ int velmor_hex_string_to_int(char* text) {
   uint32_t sum = 0;
   for (size_t k = 0; k < count; ++k) {
     const uint64_t digit = digit_value(text[k]);
-    const size_t speaker = count - 1 - k;
-    const uint64_t term = speaker < kDigitsOfAnInt ? digit << 4 * speaker : digit * UINT32_MAX;
+    const size_t place = count - 1 - k;
+    const uint64_t term = place < kDigitsOfAnInt ? digit << 4 * place : digit * UINT32_MAX;
     sum += static_cast<uint32_t>(std::min<uint64_t>(term, INT32_MAX));
   }
   return static_cast<int>(sum);

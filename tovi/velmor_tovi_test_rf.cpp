@@ -65,7 +65,7 @@ template <typename Setting>
 int send_setting(uint32_t type, const Setting& setting, Speaker speaker = Speaker::here()) {
   velmor_common_direct_req req{.type = type, .value = {}};
   memcpy(req.value, &setting, sizeof setting);
-  velmor_common_rsp rsp;
+  velmor_common_rsp rsp{};
   const int code = velmor_send_common_payload(req, &rsp);
   if (code != 0) {
     velmor_log(LogLevel::Debug, speaker, "velmor_extend_qmi_send_sync fail, REQUEST_ID_COMMON");

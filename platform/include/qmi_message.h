@@ -101,8 +101,8 @@ constexpr Shape Lenient(Shape list) {
   list.lenient = true;
   return list;
 }
-// A counted list of elements of one size, of which modems may send more than `bound`: those are
-// skipped, and what follows the list is read.
+// A counted list of which modems may send more than `bound` elements: those are skipped, and what
+// follows the list is read.
 constexpr Shape Clipped(Shape list) {
   list.clipped = true;
   return list;
@@ -146,10 +146,7 @@ struct Field {
         count_offset(static_cast<uint32_t>(member.count_offset)) {
     if (member.bytes != size_t{shape.c_bytes} * shape.bound ||
         (presence == Optional) != (valid_offset != kNoOffset) ||
-        shape.counted() != (count_offset != kNoOffset)) {
-      this_row_does_not_fit_its_member();
-    }
-    if (shape.clipped && !(shape.counted() && elements_have_one_size())) {
+        shape.counted() != (count_offset != kNoOffset) || (shape.clipped && !shape.counted())) {
       this_row_does_not_fit_its_member();
     }
   }
@@ -162,14 +159,6 @@ struct Field {
     if (valid_offset != kNoOffset && valid_offset + 1 > end) end = valid_offset + 1;
     if (count_offset != kNoOffset && count_offset + 4 > end) end = count_offset + 4;
     return end;
-  }
-
-  constexpr bool elements_have_one_size() const {
-    for (uint16_t i = 0; i < shape.member_count; ++i) {
-      const Field& member = shape.members[i];
-      if (member.shape.counted() || !member.elements_have_one_size()) return false;
-    }
-    return true;
   }
 };
 

@@ -166,7 +166,12 @@ bool read_value(const Field& field, Reader& in, uint8_t* c_struct) {
       if (!read_element(shape, in, element)) return false;
     }
   }
-  return in.take(beyond * largest_element(shape)).has_value();
+  if (shape.members == nullptr) return in.take(beyond * shape.wire_bytes).has_value();
+  std::vector<uint8_t> skipped(beyond > 0 ? shape.c_bytes : 0);
+  for (; beyond > 0; --beyond) {
+    if (!read_element(shape, in, skipped.data())) return false;
+  }
+  return true;
 }
 
 const Field* find_row(std::span<const Field> rows, uint8_t tlv) {

@@ -102,13 +102,14 @@ uint32_t PdcService::set_selected(qmi::Address, const pdc_set_selected_config_re
   return 0;
 }
 
-// One page at a time, in the order of the state folder.
+// One page at a time, in the order of the state folder; the same token asks for the next one.
 uint32_t PdcService::list(qmi::Address client, const pdc_list_configs_req_msg_v01& req,
                           pdc_list_configs_ind_msg_v01& ind) {
   if (!is_valid(req.config_type)) return kQmiInvalidArgument;
-  if (req.next_page == 0) lists_.erase(client);
   const auto all = configurations_.list(req.config_type);
-  size_t& done = lists_[client];
+  ListPosition& position = lists_[client];
+  if (position.token != req.ind_token) position = {.token = req.ind_token};
+  size_t& done = position.done;
   if (done >= all.size()) {
     lists_.erase(client);
     return kNothingToIndicate;

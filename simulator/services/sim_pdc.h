@@ -46,8 +46,14 @@ class PdcService final : public Service {
   uint32_t set_feature(qmi::Address client, const pdc_type_req_msg_v01& req,
                        pdc_result_ind_msg_v01& ind);
 
+  struct ListPosition {
+    uint32_t token = 0;
+    size_t done = 0;
+  };
+
   Configurations& configurations_;
-  std::map<qmi::Address, size_t> lists_;         // how much of its list each client has had
+  // How much of the list of a token each client has had.
+  std::map<qmi::Address, ListPosition> lists_;
   std::map<qmi::Address, Configuration> loads_;  // what each client has loaded so far
 };
 

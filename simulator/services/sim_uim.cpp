@@ -31,7 +31,8 @@ uim_card_info_v01 card_info(const Slot& slot) {
   usim.perso_feature = 11;
   usim.aid_len = kUsimAid.size();
   std::copy(kUsimAid.begin(), kUsimAid.end(), usim.aid);
-  usim.pin1_state = usim.pin2_state = 1;
+  usim.pin1_state = 3;  // disabled
+  usim.pin2_state = 1;
   usim.pin1_num_retries = usim.pin2_num_retries = 3;
   usim.puk1_num_retries = usim.puk2_num_retries = 10;
   return info;

@@ -29,8 +29,8 @@ constexpr Shape Ids        = Counted8(U32, kVsMaxStats);
 constexpr Shape Items      = Counted8(Struct(kItem, sizeof(item)), kVsMaxItems);
 constexpr Shape Stats      = Counted8(Struct(kStat, sizeof(stat)), kVsMaxStats);
 // What the modem tells is kept as far as there is room for it.
-constexpr Shape ToldStats  = Lenient(Stats);
-constexpr Shape MoreStats  = Lenient(Counted8(Struct(kStat, sizeof(stat)), kVsMaxMoreStats));
+constexpr Shape ToldStats  = Clipped(Stats);
+constexpr Shape MoreStats  = Clipped(Counted8(Struct(kStat, sizeof(stat)), kVsMaxMoreStats));
 
 using raw_req            = vs_raw_req_msg_v01;
 using raw_resp           = vs_raw_resp_msg_v01;
