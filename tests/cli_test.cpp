@@ -50,8 +50,9 @@ TEST_P(Transcript, IsPrintedToTheByte) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, Transcript,
-                         testing::Values("cards", "configurations", "diag", "extension", "nvefs",
-                                         "restarts", "rf", "scans", "statistics", "usage"),
+                         testing::Values("cards", "configurations", "diag", "extension", "modem",
+                                         "nvefs", "restarts", "rf", "scans", "statistics",
+                                         "tovictl", "traces", "usage", "watch"),
                          [](const auto& name) { return std::string(name.param); });
 
 TEST_F(Cli, TheFlagsSwitchLogAndEchoApart) {
@@ -61,7 +62,7 @@ TEST_F(Cli, TheFlagsSwitchLogAndEchoApart) {
   const std::string log = read_file(folder / "log");
   EXPECT_TRUE(log.starts_with("D [tovi][velmor_tovi_test_main.cpp:")) << log;
   EXPECT_TRUE(log.ends_with("] main: Not support\n")) << log;
-  set_property("persist.vendor.velmor.shell_print", "1");
+  set_property("persist.vendor.velmor.shell_print", "2");
   set_property("persist.vendor.velmor.print", "2");
   EXPECT_EQ(tovi({"2"}), line("main", "Not support"));
   EXPECT_EQ(read_file(folder / "log"), log);

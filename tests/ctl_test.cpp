@@ -1,5 +1,6 @@
 // tovictl as scripts use it: files, statuses.
 #include <fcntl.h>
+#include <math.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/file.h>
@@ -10,6 +11,7 @@
 #include <sstream>
 
 #include "gtest/gtest.h"
+#include "report.h"
 #include "support/fake_modem.h"
 #include "support/tool.h"
 
@@ -257,6 +259,30 @@ TEST_F(Ctl, TheDoctorNamesTheCause) {
     EXPECT_EQ(result.status, row.status) << modem << result.out;
     EXPECT_TRUE(result.out.ends_with(row.last_line)) << modem << "\n" << result.out;
   }
+}
+
+// TOVI_TEST_UPDATE=1 writes the page anew: look at it in a browser before it is kept.
+TEST(CtlReport, IsDrawnToTheByte) {
+  ctl::Report report;
+  for (int i = 0; i < 2000; ++i) {
+    const double seconds = i * 0.5, wave = i % 40 < 20 ? i % 20 : 20 - i % 20;
+    if (i > 600 && i < 700) continue;
+    report.add("lte: 4G", "", "earfcn", seconds, 1932);
+    report.add("lte: 4G", "", "pci", seconds, 183.25);
+    report.add("lte: 4G", "dBm", "rsrp_rx0", seconds, -95 - wave);
+    report.add("lte: 4G", "dBm", "rsrp_rx1", seconds, i == 1000 ? NAN : -97.5 - wave / 2);
+    report.add("lte: 4G", "", "path_", seconds, wave);
+    report.add("gsm: GSM", "dBm", "none", seconds, NAN);
+  }
+  report.away(300.5, 349.5);
+  report.away(900, 900.1);
+  ctl::Report brief;
+  brief.add("ant", "", "ant_tx_0", 0, 1);
+  brief.add("ant", "", "ant_tx_0", 2.5, 3);
+  const std::string drawn = report.page("long", "then") + brief.page("short", "now");
+  const std::string golden = TOVI_TEST_DATA "/golden/report.html";
+  if (getenv("TOVI_TEST_UPDATE") != nullptr) write_file(golden, drawn);
+  EXPECT_EQ(drawn, read_file(golden));
 }
 
 TEST_F(Ctl, AWatchTellsARestartAndOutlivesIt) {

@@ -2,6 +2,7 @@
 // NAS. What they send, byte for byte, and what they make of whatever comes back.
 #include "modem_api/nas/nas_service.h"
 #include "support/extend_fixture.h"
+#include "utilities/velmor_log.h"
 #include "utilities/velmor_result.h"
 #include "velmor_extend_nvefs.h"
 #include "velmor_tovi_test_rf.h"
@@ -159,6 +160,15 @@ TEST_F(Extend, IndicationsReachTheHandlerOfTheirSlot) {
   EXPECT_EQ(g_heard, "2:aabbcc 2: 5/1128 6/1288 7/8 8/32 9/408 ");
   velmor_extend_set_ind_handler(2, nullptr);
   velmor_extend_set_generic_ind_handler(nullptr);
+}
+
+TEST(Log, LinesOfAnyLengthAreWhole) {
+  for (const size_t size : {511u, 512u, 513u, 2000u}) {
+    const std::string body(size, 'x');
+    testing::internal::CaptureStdout();
+    VELMOR_LOG_DEBUG("%s", body.c_str());
+    EXPECT_TRUE(captured().ends_with(": " + body + "\n")) << size;
+  }
 }
 
 TEST_F(Extend, CommonRequestsComeInTwoForms) {

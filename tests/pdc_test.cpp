@@ -9,6 +9,7 @@
 #include "sim_pdc.h"
 #include "support/fake_modem_fixture.h"
 #include "utilities/qcril_memory_management.h"
+#include "velmor_mbn_utils.h"
 #include "velmor_timer.h"
 #include "velmor_utils.h"
 
@@ -152,6 +153,19 @@ TEST_F(Pdc, TheOutcomeIsThatOfTheIndication) {
   answer_with(kGood);
   EXPECT_EQ(pdc_select_config(&long_id, kSoftware, 0), -4);
   EXPECT_TRUE(modem.requests().empty());
+  long_id.config_id_len = 124;
+  EXPECT_EQ(pdc_select_config(&long_id, kSoftware, 0), 0);
+}
+
+TEST_F(Pdc, OnlyPlatformAndSoftwareAreRefreshedAndReactivated) {
+  answer_with(active);
+  EXPECT_EQ(velmor_refresh_mbn(1, 2), 0);
+  EXPECT_EQ(velmor_reactivate_mbn(1, 2), -1);
+  velmor_mbn_deactivate_config(0, static_cast<pdc_config_type_enum_v01>(2));
+  velmor_mbn_deactivate_config(2, kSoftware);
+  EXPECT_TRUE(modem.requests().empty());
+  EXPECT_EQ(velmor_refresh_mbn(3, 0), 0);
+  EXPECT_EQ(modem.requests().size(), 2u);
 }
 
 TEST_F(Pdc, RefusalsCountForTheSelectedConfigurationOnly) {
@@ -186,10 +200,16 @@ TEST_F(SilentPdc, AWaitEndsWithTheRequestsTimer) {
     EXPECT_GE(took, timing::scaled(5000));
     EXPECT_LE(took, timing::scaled(5000) + std::chrono::seconds(2));
   }
+  modem.send(kPdcPort, indication(0x22, active));  // too late for who had asked
+  flush();
+  {
+    MutexLock hold(g_pdc_info.mutex);
+    EXPECT_EQ(g_pdc_info.holder(PDC_GET_SEL).result, PDC_FAILED);
+  }
   modem.on_request([](const Bytes& request) {  // one of another kind ends nothing
     return Replies{response(request),
                    indication(0x2E, kGood),
-                   indication(0x27, kGood),
+                   indication(0x27, "01 0200 1000"),
                    indication(0x21, "01 0600 01000000 01 aa"),
                    indication(0x2F, "01 0400 00000000"),
                    indication(0x99, kGood),
@@ -198,9 +218,13 @@ TEST_F(SilentPdc, AWaitEndsWithTheRequestsTimer) {
   EXPECT_EQ(deactivate(), -1);
   EXPECT_EQ(pdc_activate_config_ex(static_cast<pdc_config_type_enum_v01>(2),
                                    PDC_ACTIVATION_REGULAR_V01, 0, 0),
-            0);  // of a type above 1 the indication is waited for
+            -1);  // of a type above 1 the indication is waited for
   modem.on_request([](const Bytes&) { return Replies{}; });
   for (int (*call)() : {get, select, deactivate}) EXPECT_EQ(call(), -1);
+  modem.on_request([lost = true](const Bytes& request) mutable {
+    return std::exchange(lost, false) ? Replies{} : Replies{response(request)};
+  });
+  EXPECT_EQ(velmor_refresh_mbn(3, 1), 0);  // the last subscription's result is that of all
   answer_with(active);
   EXPECT_EQ(get(), 0);
 }

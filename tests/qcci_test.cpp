@@ -478,6 +478,7 @@ TEST_F(Qcci, ANotifierHearsOfEveryChangeAcrossAHangUp) {
   ASSERT_EQ(qmi_client_notifier_init(kService, &params, &notifier), QMI_NO_ERR);
   EXPECT_EQ(qmi_client_register_notify_cb(notifier, on_notify, &events), QMI_NO_ERR);
   auto waited = std::async(std::launch::async, [&] { qmi_cci_os_signal_wait(&params, 500000); });
+  usleep(20000);  // so that it waits already
   modem.add_service(kExtensionId, kPort);
   waited.get();
   EXPECT_EQ(events.when("event0 "), "event0 ");

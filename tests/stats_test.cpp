@@ -140,16 +140,16 @@ TEST_F(Stats, RequestsByteForByte) {
   modem_api_free_client(vs);
 
   // Bound after every attempt, then registered twice: by the client and by the front door.
-  modem.on_request([](const Bytes& request) {
-    const auto id = static_cast<uint16_t>(request[3] | request[4] << 8);
-    return Replies{packet(qmi::Kind::Response, transaction_of(request), id, bytes(kSuccess))};
-  });
-  const int nas = connect(MODEM_API_NAS_1);
-  std::string sent;
-  for (const Bytes& request : modem.requests()) sent += hex(request).substr(6) + " ";
-  const std::string registration = hex(bytes("0300 0400 13 0100 00")) + " ";
-  EXPECT_EQ(sent, hex(bytes("4500 0400 01 0100 01")) + " " + registration + registration);
-  modem_api_free_client(nas);
+  for (const int sub : {0, 1}) {
+    reply(kSuccess);  // forgets the requests so far
+    const int nas = connect(MODEM_API_NAS_0 + sub);
+    std::string sent;
+    for (const Bytes& request : modem.requests()) sent += hex(request).substr(6) + " ";
+    const std::string registration = hex(bytes("0300 0400 13 0100 00")) + " ";
+    EXPECT_EQ(sent, hex(bytes("4500 0400 01 0100 0" + std::to_string(sub))) + " " + registration +
+                        registration);
+    modem_api_free_client(nas);
+  }
 }
 
 TEST_F(Stats, TheTableHoldsOneClientOfAType) {
@@ -160,7 +160,10 @@ TEST_F(Stats, TheTableHoldsOneClientOfAType) {
   EXPECT_EQ(sar, 1);
   EXPECT_EQ(connect(MODEM_API_VS), -1);
   EXPECT_EQ(result, MODEM_API_ALREADY_CONNECTED);
-  modem_api_operational_status_cb(MODEM_API_VS, MODEM_API_CONNECTING);
+  for (const int status :
+       {MODEM_API_SUSPENDED, MODEM_API_SUSPENDING, MODEM_API_SUSPENDED, MODEM_API_CONNECTING}) {
+    modem_api_operational_status_cb(MODEM_API_VS, status);
+  }
   EXPECT_EQ(connect(MODEM_API_VS), -1);
   EXPECT_EQ(result, MODEM_API_ALREADY_CONNECTING);
   EXPECT_EQ(modem_api_set_skarn_feature_status(vs, 2, 1, 1, 1), MODEM_API_INVALID_CLIENT);
@@ -181,8 +184,17 @@ TEST_F(Stats, TheTableHoldsOneClientOfAType) {
     EXPECT_EQ(modem_api_free_client(vs), 0);
     EXPECT_EQ(modem_api_free_client(sar), 0);
   }
-  EXPECT_EQ(events(), "2/0 2/1 2/0 ");
+  EXPECT_EQ(events(), "2/0 2/1 1/0 2/0 ");
   EXPECT_EQ(statuses(MODEM_API_SAR), "130");
+
+  // A second init leaves the table alone, one release ends both, and another does nothing.
+  for (void (*again)() : {+[] { modem_api_init(); }, +[] { modem_api_release(); }}) {
+    EXPECT_EQ(connect(MODEM_API_SAR), 0);
+    again();
+    EXPECT_EQ(connect(MODEM_API_SAR), -1);
+    modem_api_free_client(0);
+    modem_api_release();
+  }
 }
 
 TEST_F(Stats, ErrorsAreMapped) {
@@ -447,9 +459,8 @@ TEST_F(Stats, IndicationsBecomeEvents) {
   ASSERT_EQ(got.payload.size(), 10696u);
   const auto* report = reinterpret_cast<const vs_report_event*>(got.payload.data());
   EXPECT_EQ(report->entry_count, 1u);
-  EXPECT_EQ(report->entries[0].id, 0x52u);
-  EXPECT_EQ(report->entries[0].sub, 1);
-  EXPECT_EQ(report->entries[0].value_len, 4u);
+  const auto words = std::span(got.payload).subspan(4, sizeof report->entries[0]);
+  EXPECT_EQ(hex(words.first(12)) + hex(words.last(8)), "52000000aabbccdd000000000400000001000200");
   EXPECT_EQ(report->field_11, 0xFFFFFFFFu);
   got = indicate(0x0203, "01 0400 09000000" + tlv("02", kTwelveStats) + tlv("10", kTwelveStats));
   report = reinterpret_cast<const vs_report_event*>(got.payload.data());
