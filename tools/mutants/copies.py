@@ -1,7 +1,9 @@
 """Private copies of the tree, in which faults are put, built and tested."""
 
-import os
+import functools
+import hashlib
 import json
+import os
 import re
 import shutil
 import signal
@@ -41,6 +43,7 @@ class Copy:
         problem = done.stdout if done.returncode != 0 else self.problem_of_build()
         if problem is not None:
             raise Unbelievable("the tree does not build\n" + problem)
+        self.unchanged = {}
 
     def _take(self, tree):
         """Writes what differs, so that little is built anew; removes what is no longer there."""
@@ -64,6 +67,18 @@ class Copy:
         with open(os.path.join(self.path, name), "w", encoding="utf-8") as file:
             file.write(text)
 
+    def remember(self, programs):
+        """Has their bytes without a fault."""
+        self.unchanged = {name: self._digest(name) for name in programs}
+
+    def changed(self):
+        """Those that are others with the fault that is built."""
+        return {name for name, digest in self.unchanged.items() if self._digest(name) != digest}
+
+    def _digest(self, name):
+        with open(os.path.join(self.build, name), "rb") as file:
+            return hashlib.sha256(file.read()).digest()
+
     def problem_of_build(self):
         """What the build says when it fails, else None. A second attempt tells a compiler that was
         killed from one that refuses."""
@@ -81,6 +96,18 @@ class Copy:
         raise Unbelievable("the build was ended from outside, twice")
 
 
+@functools.cache
+def programs_of(build, test):
+    """A test's program and those that are built with it, by their names in the build folder."""
+    test = os.path.relpath(test, build)
+    inputs = subprocess.run(["ninja", "-C", build, "-t", "inputs", test], check=True,
+                            stdout=subprocess.PIPE, text=True).stdout.split("\n")
+    paths = {name: os.path.join(build, name) for name in [test, *inputs]
+             if name and not name.startswith("/")}
+    return {name for name, path in paths.items()
+            if os.path.isfile(path) and os.access(path, os.X_OK)}
+
+
 def same(one, other):
     with open(one, "rb") as first, open(other, "rb") as second:
         return first.read() == second.read()
@@ -88,7 +115,8 @@ def same(one, other):
 
 class Tests:
     """The tests of the copy `first`. Each runs by itself, in a place of its own; those that noticed
-    a fault near by come first, then the short ones."""
+    a fault near by come first, then the short ones. One whose programs are the
+    same as without the fault is left out."""
 
     def __init__(self, first, jobs):
         self.jobs = jobs
@@ -97,15 +125,19 @@ class Tests:
                                 check=True, stdout=subprocess.PIPE, text=True).stdout
         self.commands = {test["name"].split(".", 1)[1]: test["command"]
                          for test in json.loads(listed)["tests"]}
+        self.programs = {name: programs_of(first.build, command[0])
+                         for name, command in self.commands.items()}
         self.seconds = dict.fromkeys(self.commands, 10.0)
         self.noticed = Counter()
+        self.running, self.lock = {}, threading.Lock()
         contained = not first.path.startswith("/tmp/") and subprocess.run(
             CONTAINED + ["true"], stderr=subprocess.DEVNULL).returncode == 0
         self.around = CONTAINED if contained else []
 
     def measure(self, copy):
-        """Runs all of them; those that failed twice."""
-        return self._run(copy, list(self.commands), to_the_end=True)
+        """Runs all of them; those that failed, by themselves too."""
+        failed = self._run(copy, list(self.commands), to_the_end=True)
+        return [name for name in failed if not self._passes(copy, name, True)]
 
     def first_failure(self, copy, path):
         """The test that fails, twice, with the fault in `path`; None when all pass."""
@@ -114,53 +146,52 @@ class Tests:
             near = [self.noticed["/".join(parts[:n]), name] for n in range(len(parts), 0, -1)]
             return [-count for count in near] + [self.seconds[name]]
 
-        failed = self._run(copy, sorted(self.commands, key=value), to_the_end=False)
-        for name in failed:
+        changed = copy.changed()
+        names = [name for name, programs in self.programs.items() if programs & changed]
+        failed = self._run(copy, sorted(names, key=value), to_the_end=False)
+        for name in failed[:1]:
             parts = path.split("/")
             self.noticed.update(("/".join(parts[:n]), name) for n in range(1, len(parts) + 1))
         return failed[0] if failed else None
 
-    def _run(self, copy, names, to_the_end):
-        failed, running, lock = [], set(), threading.Lock()
+    def end_all(self, copy=None):
+        """Ends what runs, of one copy if it is given."""
+        with self.lock:
+            for process in [one for one, its in self.running.items() if copy in (None, its)]:
+                end(process)
 
-        def stopped():
-            return failed and not to_the_end
+    def _run(self, copy, names, to_the_end):
+        failed = []
+
+        def fails(name):
+            return not (failed and not to_the_end) and not self._passes(copy, name, to_the_end)
 
         def test(name):
-            if stopped() or self._passes(copy, name, running, lock, stopped, to_the_end):
-                return
-            # Again: a machine that was too busy for the test is no verdict.
-            if stopped() or self._passes(copy, name, running, lock, stopped, to_the_end):
-                return
-            with lock:
-                if stopped():
-                    return
+            # Twice: a machine that was too busy for the test is no verdict.
+            if fails(name) and fails(name):
                 failed.append(name)
                 if not to_the_end:
-                    for other in running:
-                        end(other)
+                    self.end_all(copy)
 
         with ThreadPoolExecutor(self.jobs) as pool:
             list(pool.map(test, names))
         return failed
 
-    def _passes(self, copy, name, running, lock, stopped, measured):
+    def _passes(self, copy, name, measured):
         command = [word.replace(self.root, copy.path, 1) for word in self.commands[name]]
         begin = time.monotonic()
-        with lock:
-            if stopped():
-                return True
+        with self.lock:
             process = subprocess.Popen(self.around + command, cwd=os.path.join(copy.build, "tests"),
                                        stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                        stderr=subprocess.DEVNULL, start_new_session=True)
-            running.add(process)
+            self.running[process] = copy
         try:
             status = process.wait(20 + 5 * self.seconds[name])
         except subprocess.TimeoutExpired:
             status = None
-        with lock:
+        with self.lock:
             end(process)
-            running.discard(process)
+            del self.running[process]
         process.wait()
         if measured and status == 0:
             self.seconds[name] = time.monotonic() - begin
