@@ -31,7 +31,7 @@ bool is_wanted(const std::vector<std::string>& words) {
   if (words.size() < 2 || words[1].find('\0') != std::string::npos) return false;
   const int module = velmor_atoi(words[1].c_str());
   if (module == 8) return false;
-  return module != 11 || words.size() < 4 || words[3].size() < 6;
+  return module != 11 || words.size() < 4 || velmor_atoi(words[3].c_str()) >> 12 == 0;
 }
 
 void run(std::string_view line) {

@@ -41,7 +41,8 @@ namespace {
 
 // Not those that wait for longer than the clock counts.
 void run_tovi(Words& words) {
-  if (words.size() > 3 && velmor_atoi(words[1].c_str()) == 11 && words[3].size() > 6) return;
+  const bool may_wait = words.size() > 3 && velmor_atoi(words[1].c_str()) == 11;
+  if (may_wait && velmor_atoi(words[3].c_str()) >> 12 != 0) return;
   std::vector<char*> argv;
   for (std::string& word : words) argv.push_back(word.data());
   argv.push_back(nullptr);

@@ -5,6 +5,7 @@
 #include <linux/futex.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sched.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -271,6 +272,11 @@ void sleep_for(int64_t ns) {
 void turns::begin(uint64_t seed) {
   g_random = seed == 0 ? 0 : seed * 0x9E3779B97F4A7C15 | 1;
   if (g_began) return;
+  // On one processor a thread follows another at once.
+  cpu_set_t here;
+  CPU_ZERO(&here);
+  CPU_SET(static_cast<size_t>(sched_getcpu()), &here);
+  sched_setaffinity(0, sizeof here, &here);
   t_self = &g_threads[0];
   t_self->state = Thread::Ready;
   t_self->id = pthread_self();

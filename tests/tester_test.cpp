@@ -233,6 +233,7 @@ TEST_F(Tester, NetworksAndAtCommandsAreThoseOfTheStateFolder) {
        "rat = [{mcc = 1, mnc = 1, rat = 4}]"},
       {"networks", "", {"12", "0"}, "network = []"},
       {"networks", "1/1=lte fast x\n", {"12", "0"}, "resp = {result = 1, error = 3}"},
+      {"networks", "1/-1=lte - x\n", {"12", "0"}, "resp = {result = 1, error = 3}"},
       {"networks", "1001/1=lte - x\n", {"12", "0"}, "resp = {result = 1, error = 3}"},
       {"at", "AT+X=? -> one|two\n", {"8", "at+x=?"}, "\r\none\r\n\r\ntwo\r\n\r\nOK\r\n"},
       {"at",

@@ -49,7 +49,8 @@ std::string_view take_until(std::string_view& text, char mark) {
 RadioNetwork network_of(const std::string& key, const std::string& value) {
   RadioNetwork network{};
   int used = 0;
-  if (sscanf(key.c_str(), "%3hu/%3hu%n", &network.mcc, &network.mnc, &used) != 2 ||
+  if (key.find_first_not_of("0123456789/") != key.npos ||  // sscanf would take a sign
+      sscanf(key.c_str(), "%3hu/%3hu%n", &network.mcc, &network.mnc, &used) != 2 ||
       static_cast<size_t>(used) != key.size()) {
     throw StateError();
   }
