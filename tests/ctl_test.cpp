@@ -180,6 +180,25 @@ TEST_F(Ctl, ABackupAnswersAsTheModemDidAndBringsItBack) {
   EXPECT_EQ(read_file(folder / "state/nv/0/550"), other);
   EXPECT_EQ(ctl({"diff", backup}).out,
             "changed NV item 550 of subscription 0: 9 bytes, now 9 bytes\n");
+
+  // A folder that cannot be read is not one without items, which a restore would delete.
+  std::filesystem::remove_all(backup + "/nv/0");
+  std::filesystem::create_symlink("0", backup + "/nv/0");
+  EXPECT_EQ(ctl({"--yes", "restore", backup, "--other-device"}).status, 2);
+}
+
+TEST_F(Ctl, AFileIsReplacedBehindItsLinkAndKeepsItsMode) {
+  write_file(folder / "file", "old");
+  std::filesystem::permissions(folder / "file", std::filesystem::perms::owner_all);
+  std::filesystem::create_symlink("file", folder / "link");
+  std::filesystem::create_hard_link(folder / "file", folder / "before");
+  EXPECT_EQ(ctl({"get", "550", "-o", folder / "link"}).status, 0);
+  EXPECT_EQ(read_file(folder / "file").size(), 9u);
+  EXPECT_EQ(std::filesystem::status(folder / "file").permissions(),
+            std::filesystem::perms::owner_all);
+  EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
+  EXPECT_EQ(read_file(folder / "before"), "old") << "it was not written into";
+  EXPECT_EQ(ctl({"get", "550", "-o", "/dev/full"}).status, 2);
 }
 
 TEST_F(Ctl, AnInterruptedSaveContinuesAndEndsEqual) {

@@ -60,13 +60,13 @@ std::string range_of(const BackupPlan& plan) {
   return std::to_string(plan.first) + "-" + std::to_string(plan.last);
 }
 
-// Names of the regular files in a folder, which may not be there.
-std::set<std::string> names_in(const std::string& folder) {
-  std::set<std::string> names;
+// Names of the files in a folder, which may not be there. False, with errno set, when nobody knows.
+bool names_in(const std::string& folder, std::set<std::string>& names) {
   const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
-  if (entries == nullptr) return names;
+  if (entries == nullptr) return state_files::means_absent(errno);
+  errno = 0;
   while (const dirent* entry = readdir(entries.get())) names.insert(entry->d_name);
-  return names;
+  return errno == 0;
 }
 
 // The digits of NV item 550: a length, then two digits a byte, the lower first; the first of all is
@@ -158,8 +158,11 @@ std::pair<unsigned int, std::string> key_of(const Target& target) {
 }
 
 Verdict read_content(const std::string& folder, const BackupPlan& plan, Content& content) {
-  const std::set<std::string> items[kSubs] = {names_in(folder + "/nv/0"),
-                                              names_in(folder + "/nv/1")};
+  std::set<std::string> items[kSubs];
+  for (unsigned int sub = 0; sub < kSubs; ++sub) {
+    const std::string nv = folder + "/nv/" + std::to_string(sub);
+    if (!names_in(nv, items[sub])) return local_failure(nv);
+  }
   for (size_t i = 0; i < plan.size(); ++i) {
     const Target target = plan.target(i);
     if (target.is_nv && items[target.sub].count(std::to_string(target.id)) == 0) continue;

@@ -4,7 +4,10 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <filesystem>
 
 #include "descriptor.h"
 
@@ -19,6 +22,28 @@ bool write_all(int fd, std::string_view bytes) {
     bytes.remove_prefix(static_cast<size_t>(n));
   }
   return true;
+}
+
+// Where what becomes a file is written: beside it first, or to what is no file at once.
+struct Place {
+  std::string path;  // behind the links
+  std::string written;
+  bool in_place;
+  mode_t mode;
+};
+
+Place place_of(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return {path, path + ".part", false, 0644};
+  if (!S_ISREG(status.st_mode)) return {path, path, true, 0644};
+  std::error_code unresolved;
+  const std::string real = std::filesystem::canonical(path, unresolved);
+  const std::string& file = unresolved ? path : real;
+  return {file, file + ".part", false, status.st_mode & 07777};
+}
+
+int open_for_writing(const Place& place) {
+  return open(place.written.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, place.mode);
 }
 
 }  // namespace
@@ -44,14 +69,22 @@ Verdict read_local_file(const std::string& path, size_t max, std::string& bytes)
   return n < 0 ? local_failure(path) : Verdict{};
 }
 
-// A device, or a pipe, is written to as it is.
 Verdict write_local_file(const std::string& path, std::string_view bytes) {
-  const bool in_place = access(path.c_str(), F_OK) == 0;
-  const std::string temporary = path + ".part";
-  const std::string& written = in_place ? path : temporary;
-  qmi::Descriptor file(open(written.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-  if (!file || !write_all(file.get(), bytes)) return local_failure(written);
-  if (!in_place && rename(temporary.c_str(), path.c_str()) != 0) return local_failure(path);
+  const Place place = place_of(path);
+  const qmi::Descriptor file(open_for_writing(place));
+  const bool written = file && write_all(file.get(), bytes) &&
+                       (place.in_place || rename(place.written.c_str(), place.path.c_str()) == 0);
+  if (written) return {};
+  const Verdict failure = local_failure(place.written);
+  if (!place.in_place) unlink(place.written.c_str());
+  return failure;
+}
+
+Verdict try_local_file(const std::string& path) {
+  const Place place = place_of(path);
+  if (place.in_place) return access(path.c_str(), W_OK) == 0 ? Verdict{} : local_failure(path);
+  if (!qmi::Descriptor(open_for_writing(place))) return local_failure(place.written);
+  unlink(place.written.c_str());
   return {};
 }
 

@@ -74,7 +74,7 @@ bool holds_files(const std::string& folder) {
     const std::string path = entry.path();
     if (!entry.is_directory(error) && !path.starts_with(folder + "/tmp/")) return true;
   }
-  return false;
+  return error && error != std::errc::no_such_file_or_directory;
 }
 
 // A new folder, or one that an interrupted save has left.

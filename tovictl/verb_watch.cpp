@@ -392,7 +392,7 @@ Outcome watch(const Arguments& arguments, const Settings& settings) {
   }
   if (!arguments.report.empty()) {
     // That it can be written is known before the watch, not after it.
-    if (Verdict tried = write_local_file(arguments.report, ""); !tried.ok()) return Outcome(tried);
+    if (Verdict tried = try_local_file(arguments.report); !tried.ok()) return Outcome(tried);
   }
 
   struct sigaction action {};

@@ -150,7 +150,9 @@ std::string Modem::eid() const {
 }
 
 bool Modem::reset_euicc() {
-  return !value("euicc", "profiles").empty() && set_value("euicc", "profiles", "");
+  if (value("euicc", "profiles").empty()) return false;
+  if (!set_value("euicc", "profiles", "")) throw StateError();
+  return true;
 }
 
 std::optional<uint32_t> Modem::sar_dsi() const {
