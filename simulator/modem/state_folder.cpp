@@ -155,30 +155,31 @@ bool read_revision(const std::string& folder, unsigned int& revision, std::strin
 }
 
 // Whether all that a folder holds belongs to a modem's state. A folder of somebody's own must not
-// become a state folder: a reset would empty it.
+// become a state folder: a reset would empty it. False with errno set when nobody knows.
 bool holds_only_state(const std::string& folder) {
   constexpr std::string_view kOwn[] = {".",   "..",     "version",    "tmp",      "lock",  "nv",
                                        "efs", "sar",    "properties", "slot",     "euicc", "stats",
                                        "pdc", "device", "faults",     "networks", "at"};
   const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
-  if (entries == nullptr) return true;
+  if (entries == nullptr) return state_files::means_absent(errno);
+  errno = 0;
   while (const dirent* entry = readdir(entries.get())) {
     const std::string_view name = entry->d_name;
     if (std::find(std::begin(kOwn), std::end(kOwn), name) == std::end(kOwn)) return false;
   }
-  return true;
+  return errno == 0;
 }
 
 // Whether the folder may be written into, and the revision of what it holds.
 bool is_ours(const std::string& folder, unsigned int& revision, std::string& problem) {
   if (!read_revision(folder, revision, problem)) return false;
   if (exists(folder + "/version") || holds_only_state(folder)) return true;
-  problem = folder + ": holds other things than a modem's state";
+  problem = errno != 0 ? failure(folder) : folder + ": holds other things than a modem's state";
   return false;
 }
 
 // Adds the factory files that came after what the folder holds. The version comes last: until it is
-// there, the next process begins again.
+// there, the next process begins again, and it does not come while one of them may be there or not.
 bool write_factory_content(const std::string& folder, std::string& problem) {
   if (!state_files::make_folder(folder + "/tmp")) {
     problem = failure(folder);
@@ -192,9 +193,15 @@ bool write_factory_content(const std::string& folder, std::string& problem) {
   unsigned int held = 0;
   if (!read_revision(folder, held, problem)) return false;
   if (held >= kRevision) return true;  // another process was faster
+  bool all_known = true;
   const auto add = [&](unsigned int revision, const std::string& name, std::string_view bytes) {
     const std::string path = folder + "/" + name;
-    if (revision <= held || exists(path) || state_files::write(folder, path, bytes)) return true;
+    if (revision <= held || access(path.c_str(), F_OK) == 0) return true;
+    if (!state_files::means_absent(errno)) {
+      all_known = false;
+      return true;
+    }
+    if (state_files::write(folder, path, bytes)) return true;
     problem = failure(path);
     return false;
   };
@@ -204,6 +211,7 @@ bool write_factory_content(const std::string& folder, std::string& problem) {
   for (const auto& [name, text] : Statistics::factory_files()) {
     if (!add(kStatisticsRevision, name, text)) return false;
   }
+  if (!all_known) return true;
   const std::string version = std::string(kVersion) + " " + std::to_string(kRevision) + "\n";
   if (state_files::write(folder, folder + "/version", version)) return true;
   problem = failure(folder + "/version");
@@ -214,11 +222,12 @@ bool write_factory_content(const std::string& folder, std::string& problem) {
 bool is_new(const std::string& folder) {
   const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
   if (entries == nullptr) return errno == ENOENT;
+  errno = 0;
   while (const dirent* entry = readdir(entries.get())) {
     const std::string_view name = entry->d_name;
     if (name != "." && name != ".." && name != "lock") return false;
   }
-  return true;
+  return errno == 0;
 }
 
 // Removes a file or a folder with all it holds; links are removed, not followed. False, with
@@ -272,14 +281,25 @@ bool empty_state_folder(const std::string& folder, std::string& problem) {
     problem = failure(folder);
     return false;
   }
-  // The version goes first: what a kill leaves behind is then no state folder any more.
-  bool ok = remove_tree(folder + "/version", problem);
-  while (const dirent* entry = readdir(entries.get())) {
+  // What a kill leaves behind lacks files, as its version says, and goes with the next reset. Where
+  // there is no room for that, the version goes first: then it is no state folder any more.
+  const std::string version = folder + "/version";
+  if (!state_files::write(folder, version, std::string(kVersion) + "\n") &&
+      !remove_tree(version, problem)) {
+    return false;
+  }
+  bool ok = true;
+  const dirent* entry;
+  while (errno = 0, (entry = readdir(entries.get())) != nullptr) {
     const std::string name = entry->d_name;
-    if (name == "." || name == ".." || name == "lock") continue;
+    if (name == "." || name == ".." || name == "lock" || name == "version") continue;
     ok = remove_tree(folder + "/" + name, problem) && ok;
   }
-  return ok;
+  if (errno != 0) {
+    problem = failure(folder);
+    return false;
+  }
+  return ok && remove_tree(version, problem);
 }
 
 }  // namespace sim

@@ -69,9 +69,9 @@ void Caretaker::take_care(const qmi::Descriptor& alive, const std::string& state
   sigprocmask(SIG_BLOCK, &all, nullptr);
   setsid();
   const std::string folder = new_folder();
-  send(alive.get(), folder.data(), folder.size(), MSG_NOSIGNAL);
+  const bool told = send(alive.get(), folder.data(), folder.size(), MSG_NOSIGNAL) >= 0;
   char nothing;
-  while (recv(alive.get(), &nothing, 1, 0) < 0 && errno == EINTR) {
+  while (told && recv(alive.get(), &nothing, 1, 0) < 0 && errno == EINTR) {
   }
   if (!folder.empty()) remove_folder(folder);
   if (!state.empty()) remove_ports(state);
