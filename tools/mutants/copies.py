@@ -37,7 +37,7 @@ class Copy:
             ["cmake", "-S", path, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=",
              "-DCMAKE_CXX_COMPILER=clang++", "-DCMAKE_CXX_COMPILER_LAUNCHER=ccache",
              "-DCMAKE_CXX_FLAGS=-O0 -fsanitize=undefined -fno-sanitize=vptr -fsanitize-trap=undefined",
-             "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld", "-DTOVI_TESTS=ON",
+             "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld -static", "-DTOVI_TESTS=ON",
              "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST"],
             env=self.environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         problem = done.stdout if done.returncode != 0 else self.problem_of_build()
