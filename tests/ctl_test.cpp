@@ -126,7 +126,8 @@ TEST_F(Ctl, WithoutADescriptorForItItSaysWhy) {
     const std::string script =
         "ulimit -n " + std::to_string(limit) + "; exec " TOVI_BUILD_FOLDER "/tovictl get 550";
     const Result result = run("/bin/sh", {"-c", script}, variables);
-    if (result.err.find("Sanitizer") != std::string::npos) continue;  // it needs some itself
+    // A sanitizer, and a loader of shared libraries, need some themselves.
+    if (result.err.find("Sanitizer") != std::string::npos || result.status == 127) continue;
     EXPECT_TRUE(result.status > 0 && result.status < 10) << limit << " " << result.status;
     EXPECT_TRUE(result.err.starts_with("tovi")) << result.err;
   }

@@ -13,6 +13,7 @@
 #include "qcci/qmux_frame.h"
 #include "qmi_client.h"
 #include "support/fake_modem.h"
+#include "support/slow.h"
 #include "support/tool.h"
 #include "uim_service.h"
 
@@ -259,7 +260,9 @@ TEST_F(Qmux, ASignalAtAnyMomentReleasesTheClientId) {
     Program tovi("tovi", {"5", "5"}, modem_at("qmux:" + link));
     command = tovi.id();
     const int status = tovi.wait().status;
-    const bool was_done = status == 0 && row.during == kReleaseSarId5;
+    // The thread sanitizer may keep a signal back until the wait in which it came is over.
+    const bool ended_first = row.during == kReleaseSarId5 || (kSlow && row.during == kAskVersions);
+    const bool was_done = status == 0 && ended_first;
     EXPECT_TRUE(status == 128 + row.signal || was_done) << row.during << " " << status;
     EXPECT_EQ(device.stop(), row.frames) << row.during;
   }
