@@ -1,7 +1,7 @@
-"""Hostile clients of a simulated modem, until SIGTERM: hostile.py SOCKET
+"""Hostile clients of a simulated modem, until SIGTERM: hostile.py SOCKET CLIENTS
 
-500 connections send rubbish, packets cut short and too long, lookups and requests whose answers they
-never read, and hang up in the middle.
+CLIENTS connections send rubbish, packets cut short and too long, lookups and requests whose answers
+they never read, and hang up in the middle.
 """
 import random
 import signal
@@ -9,11 +9,10 @@ import socket
 import struct
 import sys
 
-CLIENTS = 500
 MAX_PACKET = 8 + 7 + 0xFFFF
 NAME_SERVICE = struct.pack("<II", 1, 0xFFFFFFFE)
 
-path = sys.argv[1]
+path, CLIENTS = sys.argv[1], int(sys.argv[2])
 rng = random.Random(1)
 
 
