@@ -49,9 +49,7 @@ void run(std::string_view line) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  for (const char* name : {"TOVI_STATE", "XDG_STATE_HOME", "HOME", "TOVI_MODEM"}) unsetenv(name);
-  static char buffer[1 << 16];
-  setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
+  fuzz::keep_apart();
   return 0;
 }
 

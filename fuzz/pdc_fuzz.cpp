@@ -74,9 +74,7 @@ void call_all(std::span<const uint8_t> calls) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  for (const char* name : {"TOVI_STATE", "XDG_STATE_HOME", "HOME", "TOVI_MODEM"}) unsetenv(name);
-  static char buffer[1 << 16];
-  setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
+  fuzz::keep_apart();
   return 0;
 }
 
