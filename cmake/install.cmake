@@ -44,6 +44,7 @@ install_program(tovi-modem docs/man/tovi-modem.1 docs/simulator.md)
 # The manual and the completion of tovictl have their lists from the program's own tables.
 add_executable(ctl_data completion/ctl_data.cpp)
 target_link_libraries(ctl_data PRIVATE ${all_layers} ctl)
+target_compile_options(ctl_data PRIVATE -O0)  # runs once
 set(ctl_manual ${CMAKE_BINARY_DIR}/man/tovictl.1)
 set(ctl_completion ${CMAKE_BINARY_DIR}/completion/tovictl)
 add_custom_command(OUTPUT ${ctl_manual}

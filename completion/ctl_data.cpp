@@ -7,9 +7,9 @@
 #include <string>
 
 #include "catalogue.h"
+#include "command_line.h"
 #include "named_statistics.h"
 #include "velmor_efs_files.h"
-#include "verbs.h"
 
 namespace {
 

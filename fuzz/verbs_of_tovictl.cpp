@@ -1,6 +1,6 @@
 #include "verbs_of_tovictl.h"
 
-#include "tovictl/verbs.h"
+#include "tovictl/command_line.h"
 
 void fuzz::parse_command_line(const std::vector<std::string>& words) {
   ctl::Settings settings;

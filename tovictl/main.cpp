@@ -3,9 +3,9 @@
 #include <signal.h>
 #include <string.h>
 
+#include "command_line.h"
 #include "results.h"
 #include "standard_descriptors.h"
-#include "verbs.h"
 
 namespace {
 

@@ -65,10 +65,10 @@ Outcome diff(const Arguments& arguments, const Settings& settings) {
 
 }  // namespace
 
-Run declare_diff(CLI::App& app, const Settings& settings) {
+Run declare_diff(Words& words, const Settings& settings) {
   const auto arguments = std::make_shared<Arguments>();
-  app.add_option("folder", arguments->folder, "a backup")->required()->type_name("DIR");
-  app.add_option("other", arguments->other, "another one in place of the modem")->type_name("DIR2");
+  words.required("folder", "DIR", arguments->folder, "a backup");
+  words.optional("other", "DIR2", arguments->other, "another one in place of the modem");
   return [arguments, &settings] { return diff(*arguments, settings); };
 }
 

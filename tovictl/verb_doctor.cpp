@@ -311,9 +311,9 @@ Outcome doctor(const Arguments& arguments, const Settings& settings) {
 
 }  // namespace
 
-Run declare_doctor(CLI::App& app, const Settings& settings) {
+Run declare_doctor(Words& words, const Settings& settings) {
   const auto arguments = std::make_shared<Arguments>();
-  app.add_flag("--ask", arguments->ask, "send each service a request that changes nothing");
+  words.flag("--ask", arguments->ask, "send each service a request that changes nothing");
   return [arguments, &settings] { return doctor(*arguments, settings); };
 }
 

@@ -41,10 +41,10 @@ Outcome get(const Arguments& arguments, const Settings& settings) {
 
 }  // namespace
 
-Run declare_get(CLI::App& app, const Settings& settings) {
+Run declare_get(Words& words, const Settings& settings) {
   const auto arguments = std::make_shared<Arguments>();
-  add_target(app, arguments->target, arguments->sub);
-  app.add_option("-o,--output", arguments->file, "write the bytes to FILE")->type_name("FILE");
+  words.target(arguments->target, arguments->sub);
+  words.optional("-o,--output", "FILE", arguments->file, "write the bytes to FILE");
   return [arguments, &settings] { return get(*arguments, settings); };
 }
 

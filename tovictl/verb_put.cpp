@@ -57,12 +57,11 @@ Outcome put(const Arguments& arguments, const Settings& settings) {
 
 }  // namespace
 
-Run declare_put(CLI::App& app, const Settings& settings) {
+Run declare_put(Words& words, const Settings& settings) {
   const auto arguments = std::make_shared<Arguments>();
-  add_target(app, arguments->target, arguments->sub);
-  app.add_option("source", arguments->source, "a file, - for standard input, or hex:0102...")
-      ->required()
-      ->type_name("FILE|-|hex:..");
+  words.target(arguments->target, arguments->sub);
+  words.required("source", "FILE|-|hex:..", arguments->source,
+                 "a file, - for standard input, or hex:0102...");
   return [arguments, &settings] { return put(*arguments, settings); };
 }
 

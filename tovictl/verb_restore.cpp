@@ -84,11 +84,11 @@ Outcome restore(const Arguments& arguments, const Settings& settings) {
 
 }  // namespace
 
-Run declare_restore(CLI::App& app, const Settings& settings) {
+Run declare_restore(Words& words, const Settings& settings) {
   const auto arguments = std::make_shared<Arguments>();
-  app.add_option("folder", arguments->folder, "a complete backup")->required()->type_name("DIR");
-  app.add_flag("--other-device", arguments->other_device,
-               "also to a modem with another IMEI, which keeps its identity");
+  words.required("folder", "DIR", arguments->folder, "a complete backup");
+  words.flag("--other-device", arguments->other_device,
+             "also to a modem with another IMEI, which keeps its identity");
   return [arguments, &settings] { return restore(*arguments, settings); };
 }
 

@@ -33,9 +33,9 @@ Outcome remove(const Arguments& arguments, const Settings& settings) {
 
 }  // namespace
 
-Run declare_rm(CLI::App& app, const Settings& settings) {
+Run declare_rm(Words& words, const Settings& settings) {
   const auto arguments = std::make_shared<Arguments>();
-  add_target(app, arguments->target, arguments->sub);
+  words.target(arguments->target, arguments->sub);
   return [arguments, &settings] { return remove(*arguments, settings); };
 }
 

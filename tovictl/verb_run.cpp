@@ -114,11 +114,10 @@ Outcome run(const Arguments& arguments, const Settings& settings) {
 
 }  // namespace
 
-Run declare_run(CLI::App& app, const Settings& settings) {
+Run declare_run(Words& words, const Settings& settings) {
   const auto arguments = std::make_shared<Arguments>();
-  app.add_option("words", arguments->words, "module, command and arguments, as tovi takes them")
-      ->required()
-      ->type_name("M C ARG...");
+  words.required("words", "M C ARG...", arguments->words,
+                 "module, command and arguments, as tovi takes them");
   return [arguments, &settings] { return run(*arguments, settings); };
 }
 

@@ -192,15 +192,13 @@ Outcome save(const Arguments& arguments, const Settings& settings) {
 
 }  // namespace
 
-Run declare_save(CLI::App& app, const Settings& settings) {
+Run declare_save(Words& words, const Settings& settings) {
   const auto arguments = std::make_shared<Arguments>();
-  app.add_option("folder", arguments->folder, "a new folder, or that of an interrupted save")
-      ->required()
-      ->type_name("DIR");
-  app.add_option("--nv", arguments->range, "the NV items; all, 0-7232, by default")
-      ->type_name("FIRST-LAST");
-  app.add_option("--paths", arguments->paths, "EFS files beside the known ones, a path a line")
-      ->type_name("FILE");
+  words.required("folder", "DIR", arguments->folder,
+                 "a new folder, or that of an interrupted save");
+  words.optional("--nv", "FIRST-LAST", arguments->range, "the NV items; all, 0-7232, by default");
+  words.optional("--paths", "FILE", arguments->paths,
+                 "EFS files beside the known ones, a path a line");
   return [arguments, &settings] { return save(*arguments, settings); };
 }
 

@@ -426,20 +426,16 @@ Outcome watch(const Arguments& arguments, const Settings& settings) {
 
 }  // namespace
 
-Run declare_watch(CLI::App& app, const Settings& settings) {
+Run declare_watch(Words& words, const Settings& settings) {
   const auto arguments = std::make_shared<Arguments>();
-  app.add_option("statistics", arguments->names, "names of up to ten statistics")
-      ->type_name("STAT...");
-  app.add_flag("--list", arguments->list, "name the statistics");
-  app.add_option("--every", arguments->every, "1s by default; 100ms; 0: as fast as it goes")
-      ->type_name("TIME");
-  app.add_option("--count", arguments->count, "end after N")->type_name("N");
-  app.add_option("--sub", arguments->sub, "the subscription, 0 or 1")
-      ->check(CLI::Range(0, 1).description(""))
-      ->type_name("SUB");
-  app.add_flag("--csv", arguments->csv, "a row an exchange");
-  app.add_option("--report", arguments->report, "leave a page with plots: FILE.html")
-      ->type_name("FILE");
+  words.optional("statistics", "STAT...", arguments->names, "names of up to ten statistics");
+  words.flag("--list", arguments->list, "name the statistics");
+  words.optional("--every", "TIME", arguments->every,
+                 "1s by default; 100ms; 0: as fast as it goes");
+  words.optional("--count", "N", arguments->count, "end after N");
+  words.subscription(arguments->sub);
+  words.flag("--csv", arguments->csv, "a row an exchange");
+  words.optional("--report", "FILE", arguments->report, "leave a page with plots: FILE.html");
   return [arguments, &settings] { return watch(*arguments, settings); };
 }
 

@@ -38,60 +38,10 @@ constexpr Verb kVerbs[] = {
 };
 // clang-format on
 
-std::string status_list() {
-  std::string out = "Exit status:\n";
-  for (int i = 0; i < kStatuses; ++i) {
-    const auto status = static_cast<Status>(i);
-    out += "  " + std::to_string(i) + "  " + status_word(status) + ": " + status_meaning(status) +
-           "\n";
-  }
-  return out;
-}
-
-void add_settings(CLI::App& app, Settings& settings) {
-  app.add_flag("--json", settings.json, "results as JSON on standard output");
-  app.add_option("--timeout", settings.timeout_s, "for an answer or an outcome; 10 by default")
-      ->check(CLI::Range(0.001, 86400.0))
-      ->type_name("SECONDS");
-  app.add_flag("--yes", settings.yes,
-               "do what deletes, switches, restarts or changes a configuration");
-  app.add_flag("--wait", settings.wait, "wait while another tovictl is changing this modem");
-  app.set_help_flag("-h,--help", "print this help, or that of a verb");
-}
-
 }  // namespace
-
-void add_target(CLI::App& app, std::string& target, unsigned int& sub) {
-  app.add_option("target", target, "NV item (a number) or EFS file (/path)")
-      ->required()
-      ->type_name("TARGET");
-  app.add_option("--sub", sub, "the subscription, 0 or 1")
-      ->check(CLI::Range(0, 1).description(""))
-      ->type_name("SUB");
-}
 
 std::span<const Verb> verbs() {
   return kVerbs;
-}
-
-std::unique_ptr<CLI::App> make_command_line(Settings& settings, Run& chosen) {
-  auto app =
-      std::make_unique<CLI::App>("Verdicts, files and data of a modem that speaks QMI.", "tovictl");
-  add_settings(*app, settings);
-  app->set_version_flag("--version", "tovictl " TOVI_VERSION);
-  app->require_subcommand(1);
-  app->get_formatter()->label("SUBCOMMAND", "VERB ...");
-  app->get_formatter()->label("Subcommands", "Verbs");
-  app->footer(status_list());
-  for (const Verb& verb : kVerbs) {
-    CLI::App* sub = app->add_subcommand(verb.name, verb.does);
-    sub->footer(verb.more);
-    sub->set_help_flag("-h,--help", "print this help");
-    sub->fallthrough();
-    const Run run = verb.declare(*sub, settings);
-    sub->callback([&chosen, run] { chosen = run; });
-  }
-  return app;
 }
 
 }  // namespace ctl

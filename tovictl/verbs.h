@@ -2,15 +2,17 @@
 // share.
 #pragma once
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <functional>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <span>
+#include <string>
+#include <vector>
 
 #include "verdict.h"
+
+namespace CLI {
+class App;
+}
 
 namespace ctl {
 
@@ -39,31 +41,50 @@ struct Outcome {
 
 using Run = std::function<Outcome()>;
 
+// What a part of the command line takes, and where its words go. A name that begins with "-" is an
+// option's, any other that of the word at this place; `kind` stands for its word in the help.
+class Words {
+ public:
+  explicit Words(CLI::App& app) : app_(app) {}
+
+  void flag(const char* name, bool& given, const char* does);
+  void required(const char* name, const char* kind, std::string& word, const char* does);
+  void required(const char* name, const char* kind, std::vector<std::string>& rest,
+                const char* does);
+  void optional(const char* name, const char* kind, std::string& word, const char* does);
+  void optional(const char* name, const char* kind, std::vector<std::string>& rest,
+                const char* does);
+  void optional(const char* name, const char* kind, uint64_t& number, const char* does);
+  void optional(const char* name, const char* kind, double& number, double least, double most,
+                const char* does);
+
+  void subscription(unsigned int& sub);
+  // An NV item or an EFS file, and its subscription.
+  void target(std::string& target, unsigned int& sub);
+
+ private:
+  CLI::App& app_;
+};
+
 // A verb. `declare` adds its arguments to the command line and gives what carries it out.
 struct Verb {
   const char* name;
   const char* does;  // in one line
   const char* more;  // what else its user needs to know
-  Run (*declare)(CLI::App& app, const Settings& settings);
+  Run (*declare)(Words& words, const Settings& settings);
 };
 
 std::span<const Verb> verbs();
 
-// The whole command line. Parsing it picks the verb: `chosen` is set to what carries that out.
-std::unique_ptr<CLI::App> make_command_line(Settings& settings, Run& chosen);
-
-// The arguments of a verb that is about an NV item or an EFS file.
-void add_target(CLI::App& app, std::string& target, unsigned int& sub);
-
 // One function for each row of the table.
-Run declare_diff(CLI::App& app, const Settings& settings);
-Run declare_doctor(CLI::App& app, const Settings& settings);
-Run declare_get(CLI::App& app, const Settings& settings);
-Run declare_put(CLI::App& app, const Settings& settings);
-Run declare_restore(CLI::App& app, const Settings& settings);
-Run declare_rm(CLI::App& app, const Settings& settings);
-Run declare_run(CLI::App& app, const Settings& settings);
-Run declare_save(CLI::App& app, const Settings& settings);
-Run declare_watch(CLI::App& app, const Settings& settings);
+Run declare_diff(Words& words, const Settings& settings);
+Run declare_doctor(Words& words, const Settings& settings);
+Run declare_get(Words& words, const Settings& settings);
+Run declare_put(Words& words, const Settings& settings);
+Run declare_restore(Words& words, const Settings& settings);
+Run declare_rm(Words& words, const Settings& settings);
+Run declare_run(Words& words, const Settings& settings);
+Run declare_save(Words& words, const Settings& settings);
+Run declare_watch(Words& words, const Settings& settings);
 
 }  // namespace ctl

@@ -235,13 +235,12 @@ void UnixServer::accept_client() {
 }
 
 void UnixServer::run(int stop_descriptor) {
-  watch(stop_descriptor, EPOLLIN, false);
   for (;;) {
-    pollfd ready{epoll_.get(), POLLIN, 0};
-    const timing::Deadline due = std::min(router_.next_due(), accept_again_);
-    if (due != timing::kNever) qmi::poll_until(&ready, 1, due);
+    pollfd ready[] = {{epoll_.get(), POLLIN, 0}, {stop_descriptor, POLLIN, 0}};
+    qmi::poll_until(ready, 2, std::min(router_.next_due(), accept_again_));
+    if (ready[1].revents != 0) return;
     epoll_event events[64];
-    const int count = epoll_wait(epoll_.get(), events, 64, due == timing::kNever ? -1 : 0);
+    const int count = epoll_wait(epoll_.get(), events, 64, 0);
     router_.run_due();
     if (timing::Clock::now() >= accept_again_) {
       accept_again_ = timing::kNever;
@@ -249,7 +248,6 @@ void UnixServer::run(int stop_descriptor) {
     }
     for (int i = 0; i < count; ++i) {
       const int descriptor = events[i].data.fd;
-      if (descriptor == stop_descriptor) return;
       if (descriptor == listener_.get()) {
         accept_client();
         continue;
