@@ -9,15 +9,11 @@
 #include <memory>
 #include <vector>
 
+#include "all_services.h"
 #include "fuzz.h"
-#include "modem_api/nas/nas_service.h"
-#include "modem_api/sar/sar_service.h"
 #include "modem_api/vs/vs_client.h"
-#include "modem_api/vs/vs_service.h"
-#include "pdc_service.h"
 #include "qcci/qmi_codec.h"
 #include "qcci/trace.h"
-#include "uim_service.h"
 #include "values.h"
 #include "velmor_extend_service.h"
 #include "words.h"
@@ -71,16 +67,8 @@ void show(const qmi_idl_service_object& service, const qmi::Message& message,
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const qmi_idl_service_object_type services[] = {
-      velmor_extend_get_service_object_internal_v01(1, 1, 6),
-      uim_get_service_object_internal_v01(1, 109, 6),
-      nas_get_service_object_internal_v01(1, 397, 6),
-      sar_get_service_object_internal_v01(1, 15, 6),
-      pdc_get_service_object_internal_v01(1, 16, 6),
-      vs_get_service_object_internal_v01(1, 2, 6),
-  };
   if (size < 3 || size - 3 > UINT16_MAX) return 0;
-  const auto& service = *services[data[0] % 8 % std::size(services)];
+  const auto& service = *all_services()[data[0] % 8 % all_services().size()];
   const auto kind = static_cast<qmi::Kind>((data[0] >> 3) % 3 * 2);
   const qmi::Message* named = service.find(kind, data[1] | (data[2] & 0x7FU) << 8);
   const qmi::Message& message =

@@ -1,16 +1,11 @@
 #include "hostile_modem.h"
 
+#include "all_services.h"
 #include "descriptor.h"
 #include "detached_thread.h"
-#include "modem_api/nas/nas_service.h"
-#include "modem_api/sar/sar_service.h"
-#include "modem_api/vs/vs_service.h"
-#include "pdc_service.h"
 #include "qcci/qmi_codec.h"
 #include "qmi_client.h"
 #include "simulated_device.h"
-#include "uim_service.h"
-#include "velmor_extend_service.h"
 
 namespace fuzz {
 namespace {
@@ -18,27 +13,13 @@ namespace {
 constexpr uint32_t kNode = 0;
 constexpr qmi::Address kNameService{1, qmi::kControlPort};
 
-using Service = qmi_idl_service_object_type;
-
-std::span<const Service> services() {
-  static const Service all[] = {
-      nas_get_service_object_internal_v01(1, 397, 6),
-      uim_get_service_object_internal_v01(1, 109, 6),
-      sar_get_service_object_internal_v01(1, 15, 6),
-      vs_get_service_object_internal_v01(1, 2, 6),
-      pdc_get_service_object_internal_v01(1, 16, 6),
-      velmor_extend_get_service_object_internal_v01(1, 1, 6),
-  };
-  return all;
-}
-
 // Where a service is unless the input has it elsewhere.
 const qmi_idl_service_object& service_at(uint32_t port) {
-  return *services()[(port + 5) % 6];
+  return *all_services()[(port + 5) % 6];
 }
 uint32_t port_of(uint32_t service) {
   for (uint32_t i = 0; i < 6; ++i) {
-    if (services()[i]->service_id == service) return i + 1;
+    if (all_services()[i]->service_id == service) return i + 1;
   }
   return 0;
 }
@@ -230,7 +211,7 @@ void HostileModem::act_locked() {
       }
       case 6: {
         const uint8_t which = acts_.byte();
-        const Service about = services()[which % 6];
+        const auto* about = all_services()[which % 6];
         const qmi::ControlPacket news{
             which < 128 ? qmi::Control::NewServer : qmi::Control::DelServer, about->service_id,
             uint32_t{acts_.byte()} << 8 | about->major_version, kNode, acts_.byte() & 15U};

@@ -1,4 +1,5 @@
 // Message tables, the codec that walks them, the trace, and the number readers.
+#include "all_services.h"
 #include "gtest/gtest.h"
 #include "modem_api/nas/nas_service.h"
 #include "modem_api/sar/sar_service.h"
@@ -23,11 +24,7 @@ const qmi_idl_service_object& extension() {
 }
 
 TEST(MessageTables, DeclaredSizesAreWhatTheRowsAddUpTo) {
-  for (const auto* service : {&extension(), sar_get_service_object_internal_v01(1, 15, 6),
-                              nas_get_service_object_internal_v01(1, 397, 6),
-                              uim_get_service_object_internal_v01(1, 109, 6),
-                              pdc_get_service_object_internal_v01(1, 16, 6),
-                              vs_get_service_object_internal_v01(1, 2, 6)}) {
+  for (const auto* service : all_services()) {
     for (const Message& message : service->messages) {
       EXPECT_EQ(largest_body(message), message.wire_max)
           << service->name << " " << message.name << " " << int(message.kind);

@@ -3,33 +3,14 @@
 #include <algorithm>
 #include <iterator>
 
-#include "modem_api/nas/nas_service.h"
-#include "modem_api/sar/sar_service.h"
-#include "modem_api/vs/vs_service.h"
-#include "pdc_service.h"
-#include "uim_service.h"
+#include "all_services.h"
 #include "velmor_extend_payload.h"
-#include "velmor_extend_service.h"
 
 namespace sim {
 namespace {
 
-using Services = std::span<const qmi_idl_service_object_type>;
-
-Services all_services() {
-  static const qmi_idl_service_object_type services[] = {
-      nas_get_service_object_internal_v01(1, 397, 6),
-      uim_get_service_object_internal_v01(1, 109, 6),
-      sar_get_service_object_internal_v01(1, 15, 6),
-      pdc_get_service_object_internal_v01(1, 16, 6),
-      vs_get_service_object_internal_v01(1, 2, 6),
-      velmor_extend_get_service_object_internal_v01(1, 1, 6),
-  };
-  return services;
-}
-
 const qmi_idl_service_object* find_service(auto is_it) {
-  const Services services = all_services();
+  const auto services = all_services();
   const auto found = std::find_if(services.begin(), services.end(), is_it);
   return found != services.end() ? *found : nullptr;
 }
