@@ -52,7 +52,7 @@ TEST_P(Transcript, IsPrintedToTheByte) {
 INSTANTIATE_TEST_SUITE_P(Of, Transcript,
                          testing::Values("cards", "configurations", "diag", "extension", "modem",
                                          "nvefs", "restarts", "rf", "scans", "statistics",
-                                         "tovictl", "traces", "usage", "watch"),
+                                         "tovictl", "traces", "usage", "verdicts", "watch"),
                          [](const auto& name) { return std::string(name.param); });
 
 TEST_F(Cli, TheFlagsSwitchLogAndEchoApart) {

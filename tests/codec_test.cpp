@@ -1,4 +1,7 @@
 // Message tables, the codec that walks them, the trace, and the number readers.
+#include <iomanip>
+#include <sstream>
+
 #include "all_services.h"
 #include "gtest/gtest.h"
 #include "modem_api/nas/nas_service.h"
@@ -8,6 +11,7 @@
 #include "qcci/qmi_codec.h"
 #include "qcci/trace.h"
 #include "support/fake_modem.h"
+#include "support/tool.h"
 #include "uim_service.h"
 #include "velmor_extend_service.h"
 #include "velmor_tovi_test_parse.h"
@@ -21,6 +25,60 @@ using testing_support::hex;
 
 const qmi_idl_service_object& extension() {
   return *velmor_extend_get_service_object_internal_v01(1, 1, 6);
+}
+
+// A message in the words of its documents, to be held against them.
+std::string text_of(std::span<const Field> fields, const std::string& indent) {
+  std::ostringstream out;
+  out << std::setfill('0');
+  for (const Field& field : fields) {
+    const Shape& shape = field.shape;
+    constexpr const char* kForms[] = {"", " always", " up to", " up to, of 16 bits,"};
+    out << indent;
+    if (field.tlv != 0) out << std::hex << std::setw(2) << int(field.tlv) << std::dec << " ";
+    out << (field.presence == Optional ? "optional " : "") << field.name << ":"
+        << (shape.form == Form::One ? "" : kForms[int(shape.form)]);
+    if (shape.form != Form::One) out << " " << shape.bound << " x";
+    if (shape.member_count == 0) {
+      out << (shape.is_signed ? " signed " : " ") << int(shape.wire_bytes) << " bytes";
+    }
+    out << (shape.hidden ? ", hidden" : "") << (shape.text ? ", text" : "")
+        << (shape.payload != nullptr ? ", carries" : "") << (shape.lenient ? ", lenient" : "")
+        << (shape.clipped ? ", clipped" : "") << "\n"
+        << text_of({shape.members, shape.member_count}, indent + "  ");
+  }
+  return out.str();
+}
+
+TEST(MessageTables, AreThoseOfTheModem) {
+  std::ostringstream out;
+  out << std::setfill('0');
+  for (const auto* service : all_services()) {
+    out << std::hex << service->service_id << std::dec << " " << service->name << ", version "
+        << int(service->major_version) << "\n";
+    for (const Message& message : service->messages) {
+      constexpr const char* kKinds[] = {"request", "response", "indication"};
+      out << "  " << std::hex << std::setw(4) << message.id << std::dec << " "
+          << kKinds[int(message.kind) / 2] << " " << message.name << "\n"
+          << text_of(message.fields, "    ");
+    }
+  }
+  const std::string path = TOVI_TEST_DATA "/golden/messages.txt";
+  if (getenv("TOVI_TEST_UPDATE") != nullptr) testing_support::write_file(path, out.str());
+  EXPECT_EQ(out.str(), testing_support::read_file(path));
+}
+
+TEST(NameService, PacketsByteForByte) {
+  const struct {
+    ControlPacket packet;
+    const char* bytes;
+  } rows[] = {
+      {{Control::NewServer, 0xFFE4, 0x101, 1, 6}, "04000000 e4ff0000 01010000 01000000 06000000"},
+      {{Control::DelServer, 0x24, 1, 0, 7}, "05000000 24000000 01000000 00000000 07000000"},
+      {{Control::NewLookup, 0x0B}, "0a000000 0b000000 00000000 00000000 00000000"},
+      {{Control::DelLookup, 0x11}, "0b000000 11000000 00000000 00000000 00000000"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(hex(bytes_of(row.packet)), hex(bytes(row.bytes)));
 }
 
 TEST(MessageTables, DeclaredSizesAreWhatTheRowsAddUpTo) {

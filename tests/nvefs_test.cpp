@@ -284,7 +284,10 @@ class NvefsWithModem : public Nvefs {
     g_velmor_extend_print_flag = 0;
     g_velmor_shell_print_flag = 0;
   }
-  void TearDown() override { g_velmor_shell_print_flag = 1; }
+  void TearDown() override {
+    g_velmor_shell_print_flag = 1;
+    FakeModemTest::TearDown();
+  }
 
   ScratchFolder folder_;
   std::unique_ptr<sim::Modem> simulated_;

@@ -32,7 +32,10 @@ class Pdc : public FakeModemTest {
     g_velmor_shell_print_flag = 0;
     ASSERT_EQ(pdc_init(), 0);
   }
-  void TearDown() override { pdc_clean(); }
+  void TearDown() override {
+    pdc_clean();
+    FakeModemTest::TearDown();
+  }
 
   static Bytes response(const Bytes& request, const std::string& tlvs = kAccepted) {
     return packet(qmi::Kind::Response, transaction_of(request), id_of(request), bytes(tlvs));

@@ -52,7 +52,10 @@ class Stats : public FakeModemTest {
     MutexLock hold(g_lock);
     g_events.clear();
   }
-  void TearDown() override { modem_api_release(); }
+  void TearDown() override {
+    modem_api_release();
+    FakeModemTest::TearDown();
+  }
 
   void reply(const std::string& tlvs) {
     modem.on_request([=](const Bytes& request) {

@@ -3,6 +3,11 @@
 
 #include <stdlib.h>
 
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <set>
+
 #include "gtest/gtest.h"
 #include "support/fake_modem.h"
 #include "support/tool.h"
@@ -18,6 +23,7 @@ class FakeModemTest : public testing::Test {
   // The library reads its variables once in the life of the process. Only a test that waits for
   // what never comes scales its time down: on a busy machine a peer needs the time it is given.
   explicit FakeModemTest(const char* time_scale = "1") { setenv("TOVI_TIME_SCALE", time_scale, 1); }
+  void TearDown() override { expect_known_log(); }
 
   static const std::string& socket_path() {
     static const ScratchFolder folder;
@@ -26,6 +32,25 @@ class FakeModemTest : public testing::Test {
     setenv("TOVI_STATE", (folder / "state").c_str(), 1);
     setenv("TOVI_LOG", (folder / "log").c_str(), 1);
     return path;
+  }
+
+  // What the test has logged, line by line and in any order, is what its file in golden/logs says,
+  // if it has one. TOVI_TEST_UPDATE=1 writes that anew.
+  static void expect_known_log() {
+    const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
+    const std::string name = test.test_suite_name() + std::string(".") + test.name() + ".txt";
+    const std::string known = TOVI_TEST_DATA "/golden/logs/" + name;
+    if (!exists(known)) return;
+    const std::regex place(R"(^(.) \[\w+\]\[(\w+\.\w+):\d+\])");
+    std::set<std::string> lines;
+    std::ifstream log(std::filesystem::path(socket_path()).parent_path() / "log");
+    for (std::string line; std::getline(log, line);) {
+      lines.insert(std::regex_replace(line, place, "$1 $2") + "\n");
+    }
+    std::string said;
+    for (const std::string& line : lines) said += line;
+    if (getenv("TOVI_TEST_UPDATE") != nullptr) write_file(known, said);
+    EXPECT_EQ(said, read_file(known));
   }
 
   // A response of the extension service to `request` that carries `payload`.
