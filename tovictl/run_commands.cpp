@@ -155,7 +155,7 @@ std::string flaw_of(const std::vector<std::string>& words, const RunCommand& com
     return "30 is of subscription 0 only";
   }
   // A start takes three numbers more, a stop none.
-  if (command.module == 5 && command.command == 6 && (words[2] == "1") != (given == 4)) {
+  if (command.module == 5 && command.command == 6 && given != (words[2] == "1" ? 4 : 1)) {
     return "run 5 6 0, or run 5 6 1 and three numbers";
   }
   return "";
