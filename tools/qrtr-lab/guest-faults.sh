@@ -1,6 +1,7 @@
 #!/bin/sh
 # Every row of ./fault-rows on a real kernel's QRTR: the verdict is that on the embedded modem, and
-# the next command works unless the service is gone for good. Prints what is otherwise, and a count.
+# the next command works unless the service is gone for good, or the modem. Prints what is otherwise,
+# and a count.
 export TOVI_LOG=/dev/null TOVI_MODEM=qrtr TOVI_STATE=/tmp/state TOVI_TIME_SCALE=0.1
 rows=0 failures=0
 
@@ -18,9 +19,11 @@ while IFS='|' read -r status rule command; do
   ./tovictl --yes --timeout 5 run $command >/dev/null 2>/tmp/said
   told=$?
   [ $told = "$status" ] || failed "$told, not $status: $(cat /tmp/said)"
-  case $rule in
-    extend*=down) ;;
-    *) ./tovi 4 1 0 550 | grep -q 'data len(9)' || failed "the next command fails" ;;
+  # A modem that restarts may not have begun yet.
+  case "$rule, $command" in *=restart,* | *", 11"*) sleep 0.5 ;; esac
+  case "$rule, $command" in
+    extend*=down,* | *", 11 1") ;;
+    *) TOVI_TIME_SCALE=1 ./tovi 4 1 0 550 | grep -q 'data len(9)' || failed "the next command fails" ;;
   esac
   kill $!
   wait $! || failed "the server ends with $?"
