@@ -187,7 +187,7 @@ Verdict read_imei(ModemFiles& files, std::string& imei) {
   std::string item;
   const ModemFiles::Done done = files.read({true, kImeiItem, "", 0}, item);
   imei = done.ok() ? imei_of(item) : "";
-  if (done.ok() || done.status == Status::Refused) return {};
+  if (done.ok() || done.absent) return {};
   return done;
 }
 

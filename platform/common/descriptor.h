@@ -1,6 +1,7 @@
 // Ownership of a file descriptor, and the small waits on descriptors that endpoints need.
 #pragma once
 
+#include <errno.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -36,9 +37,11 @@ class Descriptor {
 class WakeEvent {
  public:
   int descriptor() const { return fd_.get(); }
+  // What is lost here would be waited for: it is tried twice.
   void set() {
     const uint64_t one = 1;
-    [[maybe_unused]] const ssize_t n = write(fd_.get(), &one, sizeof one);
+    for (int i = 0; i < 2 && write(fd_.get(), &one, sizeof one) < 0 && errno != EAGAIN; ++i) {
+    }
   }
   void clear() {
     uint64_t count;
