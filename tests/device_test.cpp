@@ -128,13 +128,9 @@ class DiagPort {
  public:
   using Packets = std::vector<std::string>;
 
-  // The name may be taken for a while: that of the router is one for the whole machine.
+  // That of the router is one for the whole machine.
   explicit DiagPort(const sockaddr_un& address) {
-    const auto* name = reinterpret_cast<const sockaddr*>(&address);
-    for (int tries = 0; bind(listener_.get(), name, sizeof address) != 0; ++tries) {
-      if (errno != EADDRINUSE || tries == 30000) abort();
-      usleep(1000);
-    }
+    bind_in_turn(listener_.get(), address, sizeof address);
   }
   ~DiagPort() {
     stop_.set();

@@ -3,7 +3,10 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <stddef.h>
 #include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 #include <atomic>
 #include <thread>
@@ -67,7 +70,7 @@ std::vector<Bytes> take_frames(Bytes& stream) {
   return frames;
 }
 
-// A device whose other end is the test's.
+// A device whose other end is the test's, or the connection to a proxy.
 class Device {
  public:
   // What to say to a frame; "tt" is its transaction.
@@ -76,7 +79,11 @@ class Device {
   Device(const std::string& link, Answer answer) : answer_(std::move(answer)) {
     std::string problem;
     EXPECT_TRUE(terminal_.open(link, problem)) << problem;
-    thread_ = std::thread([this] { run(); });
+    thread_ = std::thread([this] { run(terminal_.descriptor()); });
+  }
+  Device(qmi::Descriptor stream, Answer answer)
+      : answer_(std::move(answer)), proxied_(std::move(stream)) {
+    thread_ = std::thread([this] { run(proxied_.get()); });
   }
   ~Device() { stop(); }
 
@@ -89,24 +96,26 @@ class Device {
   }
 
  private:
-  void run() {
+  void run(int device) {
     for (;;) {
-      pollfd fds[] = {{terminal_.descriptor(), POLLIN, 0}, {stop_.descriptor(), POLLIN, 0}};
+      pollfd fds[] = {{device, POLLIN, 0}, {stop_.descriptor(), POLLIN, 0}};
       qmi::poll_until(fds, 2, timing::kNever);
       uint8_t buffer[4096];
-      const ssize_t n = read(terminal_.descriptor(), buffer, sizeof buffer);
+      const ssize_t n = read(device, buffer, sizeof buffer);
       if (n <= 0 && fds[1].revents != 0) return;
       if (n > 0) stream_.insert(stream_.end(), buffer, buffer + n);
       for (const Bytes& frame : take_frames(stream_)) {
         frames_.push_back(masked(frame));
         const Bytes said = bytes(with_transaction(answer_(frames_.back()), frame[7]));
-        EXPECT_EQ(write(terminal_.descriptor(), said.data(), said.size()), std::ssize(said));
+        const ssize_t written = write(device, said.data(), said.size());
+        EXPECT_TRUE(written == std::ssize(said) || errno == EPIPE) << frames_.back();
       }
     }
   }
 
   sim::LinkedTerminal terminal_;
   const Answer answer_;
+  const qmi::Descriptor proxied_;
   qmi::WakeEvent stop_;
   Bytes stream_;
   std::vector<std::string> frames_;
@@ -305,6 +314,43 @@ TEST_F(Qmux, WhatIsNoModemIsSaidInALineAndLeftAlone) {
   const Result result = run("tovi", {"5", "5"}, modem_at("qmux:" + link, "0.05"));
   EXPECT_NE(result.err.find(": busy, another program uses it"), std::string::npos) << result.err;
   EXPECT_EQ(device.stop(), std::vector<std::string>());
+}
+
+// The name of the proxy is one for the whole machine.
+TEST_F(Qmux, AProxyOpensTheDeviceByItsWholePath) {
+  signal(SIGPIPE, SIG_IGN);
+  constexpr char kName[] = "\0qmi-proxy";
+  const std::string null_device = hex(Bytes{'/', 'd', 'e', 'v', '/', 'n', 'u', 'l', 'l'});
+  const std::string open = "01170000000000tt00ff0c00010900" + null_device,
+                    opened = "01120080000001tt00ff070002040000000000",
+                    not_opened = "01120080000001tt00ff070002040001000300";
+  const qmi::Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{AF_UNIX, {}};
+  std::copy_n(kName, sizeof kName, address.sun_path);
+  bind_in_turn(listener.get(), address, offsetof(sockaddr_un, sun_path) + sizeof kName - 1);
+  ASSERT_EQ(symlink("/dev/null", link.c_str()), 0);
+  const Variables variables = modem_at("qmux-proxy:" + link, "0.2");
+  const std::string start = "tovi: TOVI_MODEM=qmux-proxy:" + link + ": ";
+  EXPECT_EQ(run("tovi", {"5", "5"}, variables).err, start + "nobody serves as qmi-proxy\n");
+  ASSERT_EQ(listen(listener.get(), 1), 0);
+  const struct {
+    std::string answer;
+    std::vector<std::string> frames;
+    std::string line;
+  } rows[] = {
+      {opened, {open, kAskVersions, kAskSarId, kAskSar, kReleaseSarId5}, ""},
+      {not_opened, {open}, "qmi-proxy does not open it"},
+      {"", {open}, "no answer"},
+  };
+  for (const auto& row : rows) {
+    Program tovi("tovi", {"5", "5"}, variables);
+    Device proxy(qmi::Descriptor(accept(listener.get(), nullptr, nullptr)),
+                 [&](const auto& frame) { return frame == open ? row.answer : sar_modem(frame); });
+    const Result result = tovi.wait();
+    EXPECT_EQ(result.out.find("SAR DSI: 3\n") != std::string::npos, row.line.empty());
+    EXPECT_EQ(result.err, row.line.empty() ? "" : start + row.line + "\n");
+    EXPECT_EQ(proxy.stop(), row.frames);
+  }
 }
 
 TEST_F(Qmux, TheSimulatedModemHasACountedNumberOfClientIds) {

@@ -3,8 +3,11 @@
 
 #include <sstream>
 
+#include "sim_nas.h"
 #include "sim_pdc.h"
+#include "sim_sar.h"
 #include "sim_uim.h"
+#include "sim_vs.h"
 #include "support/fake_modem.h"
 #include "support/simulator_fixture.h"
 
@@ -40,48 +43,65 @@ TEST_F(Simulator, TheSameCommandsPrintTheSameOverBothEndpoints) {
   EXPECT_FALSE(exists(folder / "elsewhere"));
 }
 
-// The mandatory TLVs, one that nobody knows, the others in descending order; numbered indications.
+std::string tlvs_of(std::span<const uint8_t> body) {
+  std::string text;
+  while (body.size() >= 3) {
+    const size_t end = 3 + body[1] + body[2] * size_t{256};
+    if (end > body.size()) break;
+    text += " " + hex(body.first(1)) + ":" + hex(body.subspan(3, end - 3));
+    body = body.subspan(end);
+  }
+  return body.empty() ? text : text + " and " + hex(body);
+}
+
+// The requests of tests/golden/exchanges.txt, and what the services say to each, each below a line
+// of dashes to a new modem. TOVI_TEST_UPDATE=1 writes it anew.
 TEST_F(Simulator, SendsMessagesAsPhonesLayThemOut) {
-  std::string problem;
-  const auto modem = sim::Modem::open(folder / "phone", problem);
-  ASSERT_NE(modem, nullptr) << problem;
-  const Bytes second = bytes("1112131415161718191a1b1c1d1e1f2021222324");
-  ASSERT_TRUE(modem->configurations().select(1, 0, {second.begin(), second.end()}));
-  sim::UimService uim(*modem);
-  sim::PdcService pdc(modem->configurations());
-  const std::string isd_r = "a0000005591010ffffffff8900000100", accepted = "02 0400 00000000",
-                    ids =
-                        "3f 0100 00 12 1500 14 1112131415161718191a1b1c1d1e1f2021222324"
-                        "11 1500 14 0102030405060708090a0b0c0d0e0f1011121314",
-                    select_software_0 = "01 0400 01000000 10 0400 05000000 11 0400 00000000";
-  const struct {
-    sim::Service& service;
-    std::string request;
-    std::vector<std::string> messages;
-  } rows[] = {
-      {uim,
-       "00 0900 4200 1c00 01 0100 02 10 1100 10" + isd_r + "11 0100 01",
-       {"02 0900 4200 2c00" + accepted + "3f 0100 00 12 1500 14 6f128410" + isd_r +
-        "11 0200 9000 10 0100 01"}},
-      {pdc,
-       "00 0100 2200 1500" + select_software_0,
-       {"02 0100 2200 0700" + accepted,
-        "04 0100 2200 4000 01 0200 0000" + ids + "10 0400 05000000"}},
-      {pdc,
-       "00 0200 2200 1500" + select_software_0,
-       {"02 0200 2200 0700" + accepted,
-        "04 0200 2200 4000 01 0200 0000" + ids + "10 0400 05000000"}},
-  };
+  const std::string path = TOVI_TEST_DATA "/golden/exchanges.txt", said = read_file(path);
+  std::unique_ptr<sim::Modem> modem;
+  std::map<std::string, std::unique_ptr<sim::Service>> services;
   sim::Faults no_faults;
   std::minstd_rand random;
-  for (const auto& row : rows) {
-    const auto sent =
-        sim::carry_out(row.service, {1, 1}, bytes(row.request), no_faults, random).deliveries;
-    ASSERT_EQ(sent.size(), row.messages.size()) << row.request;
-    for (size_t i = 0; i < sent.size(); ++i) {
-      EXPECT_EQ(hex(sent[i].packet), hex(bytes(row.messages[i]))) << row.request;
+  std::istringstream lines(said);
+  std::string all, problem;
+  uint16_t transaction = 0;
+  for (std::string line, mark, name, id, value; std::getline(lines, line);) {
+    if (line.starts_with("<")) continue;
+    all += line + "\n";
+    if (line.starts_with("-- ")) {
+      modem = sim::Modem::open(folder / ("phone" + std::to_string(all.size())), problem);
+      ASSERT_NE(modem, nullptr) << problem;
+      services["uim"] = std::make_unique<sim::UimService>(*modem);
+      services["pdc"] = std::make_unique<sim::PdcService>(modem->configurations());
+      services["nas"] = std::make_unique<sim::NasService>(*modem);
+      services["sar"] = std::make_unique<sim::SarService>(*modem);
+      services["vs"] = std::make_unique<sim::VsService>(modem->statistics());
+    }
+    std::istringstream words(line);
+    if (!(words >> mark >> name >> id) || mark != ">") continue;
+    Bytes body;
+    while (words >> value) {
+      const Bytes content = bytes(value.substr(3));
+      body.push_back(bytes(value.substr(0, 2))[0]);
+      body.insert(body.end(), {uint8_t(content.size() & 255), uint8_t(content.size() >> 8)});
+      body.insert(body.end(), content.begin(), content.end());
+    }
+    const auto message = static_cast<uint16_t>(std::stoul(id, nullptr, 16));
+    const auto exchange =
+        sim::carry_out(*services.at(name), {1, 1},
+                       packet(qmi::Kind::Request, ++transaction, message, body), no_faults, random);
+    for (const auto& [delay_ms, sent] : exchange.deliveries) {
+      const auto header = qmi::read_header(sent).value();
+      EXPECT_EQ(header.transaction == transaction, header.kind == qmi::Kind::Response);
+      all += header.kind == qmi::Kind::Response
+                 ? "< response"
+                 : "< indication " + std::to_string(header.transaction) + " after " +
+                       std::to_string(delay_ms) + " ms";
+      all += tlvs_of(std::span(sent).subspan(qmi::kHeaderBytes)) + "\n";
     }
   }
+  if (getenv("TOVI_TEST_UPDATE") != nullptr) write_file(path, all);
+  EXPECT_EQ(all, said);
 }
 
 // Two hundred times: three indications of the extension service, and the one of an activation.

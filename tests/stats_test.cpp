@@ -140,6 +140,8 @@ TEST_F(Stats, RequestsByteForByte) {
   EXPECT_EQ(data.entries[0].value_len, 700u);
   EXPECT_EQ(data.entries[9].id, 0x53u);
   EXPECT_EQ(hex(std::span(data.entries[9].value).first(3)), "aabb00");
+  EXPECT_EQ(modem_api_get_stats_parameter(vs, 1, 3, &data), 0);
+  EXPECT_EQ(modem.requests().back().size(), 839u);  // ten, as they came
   modem_api_free_client(vs);
 
   // Bound after every attempt, then registered twice: by the client and by the front door.

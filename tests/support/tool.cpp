@@ -1,9 +1,11 @@
 #include "support/tool.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -94,6 +96,14 @@ Result run(const std::string& name, const Args& args, const Variables& variables
 std::string without_lines(const std::string& text) {
   static const std::regex line("RIL\\[(\\w+):\\d+\\]");
   return std::regex_replace(text, line, "RIL[$1]");
+}
+
+void bind_in_turn(int socket, const sockaddr_un& address, size_t size) {
+  const auto* name = reinterpret_cast<const sockaddr*>(&address);
+  for (int tries = 0; bind(socket, name, static_cast<socklen_t>(size)) != 0; ++tries) {
+    if (errno != EADDRINUSE || tries == 30000) abort();
+    usleep(1000);
+  }
 }
 
 std::string read_file(const std::string& path) {

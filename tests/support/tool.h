@@ -2,6 +2,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <sys/un.h>
 
 #include <map>
 #include <string>
@@ -55,6 +56,9 @@ Result run(const std::string& name, const Args& args, const Variables& variables
 
 // `text` with "RIL[name:line]" turned into "RIL[name]": line numbers are nobody's business.
 std::string without_lines(const std::string& text);
+
+// Binds a socket to a name that other tests of this machine may have for a while.
+void bind_in_turn(int socket, const sockaddr_un& address, size_t size);
 
 std::string read_file(const std::string& path);
 void write_file(const std::string& path, const std::string& bytes);
