@@ -279,6 +279,25 @@ TEST_F(Ctl, TheDoctorNamesTheCause) {
     EXPECT_EQ(result.status, row.status) << modem << result.out;
     EXPECT_TRUE(result.out.ends_with(row.last_line)) << modem << "\n" << result.out;
   }
+
+  // So does a command that gets no client.
+  const struct {
+    const char* modem;
+    int status;
+    std::string cause;
+  } commands[] = {
+      {"nobody", 3, "nobody at unix:" + folder.path() + "/nobody"},
+      {"mute", 5, "the name service of unix:" + folder.path() + "/mute is mute"},
+      {"other", 4, "the extension service is there in version 2 only, not 1"},
+  };
+  for (const auto& row : commands) {
+    Variables with = variables;
+    with["TOVI_MODEM"] = "unix:" + (folder / row.modem);
+    with["TOVI_TIME_SCALE"] = "0.01";
+    const Result result = run("tovictl", {"run", "4", "1", "0", "550"}, with);
+    EXPECT_EQ(result.status, row.status);
+    EXPECT_TRUE(result.err.ends_with(": " + row.cause + "\n")) << result.err;
+  }
 }
 
 // TOVI_TEST_UPDATE=1 writes the page anew: look at it in a browser before it is kept.

@@ -1,12 +1,16 @@
 // Modules 10 and 11 as a person at the shell sees them: configurations, restart, dump, print
-// switches, shared memory, timer.
+// switches, shared memory, timer; and the log.
 #include <signal.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <memory>
 
+#include "qmi_client.h"
 #include "support/cli_fixture.h"
+#include "utilities/qcril_log.h"
+#include "utilities/qcril_qmi_err_utils.h"
+#include "utilities/velmor_log.h"
 #include "velmor_utils.h"
 
 namespace {
@@ -168,6 +172,48 @@ TEST(PrintFlags, AreThoseOfTheMomentForEveryMessage) {
     stale += flags.print != 1 || flags.shell_print != 1;
   }
   EXPECT_EQ(stale, 0);
+}
+
+TEST(Log, TellsWholeMessagesAndWhoseTheyAre) {
+  const ScratchFolder folder;
+  setenv("TOVI_STATE", (folder / "state").c_str(), 1);
+  setenv("TOVI_LOG", (folder / "log").c_str(), 1);
+  LogPlace place(Speaker::here("speaker"), "a/b/file.cpp", 7);
+  std::string log, echo;
+  testing::internal::CaptureStdout();
+  for (const size_t size : {1u, 511u, 512u, 980u, 981u, 982u, 5000u}) {
+    const std::string body(size, 'm');
+    velmor_log(LogLevel::Error, place, "%s", body.c_str());
+    log += "E [maintenance_test][file.cpp:7] speaker: " + body + "\n";
+    echo += "RIL[speaker:7]: " + body + "\n";
+  }
+  velmor_set_qcril_process_instance_id(1);
+  place.file = "file.cpp";
+  velmor_log(LogLevel::Debug, place, "%d", -5);
+  log += "D SUB[1][file.cpp:7] speaker: -5\n";
+  echo += "RIL[speaker:7]: -5\n";
+  qcril_log_error("tag", "%s", std::string(300, 'm').c_str());
+  log += "E tag: " + std::string(255, 'm') + "\n";
+  fflush(stdout);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), echo);
+  EXPECT_EQ(read_file(folder / "log"), log);
+}
+
+TEST(RilResult, IsGoodWithoutAnErrorAndWithoutAnEffect) {
+  const struct {
+    int transport;
+    uint32_t result, error;
+    int ril;
+  } rows[] = {{0, 0, 0x30, 0}, {-2, 0, 0, 0},    {0, 1, 0, 0}, {0, 1, 0x1A, 0},
+              {0, 1, 0x1B, 2}, {-2, 1, 0x30, 2}, {0, 2, 0, 2}, {-1, 0, 0, 2}};
+  for (const auto& row : rows) {
+    const qmi_response_type_v01 response{row.result, row.error};
+    EXPECT_EQ(qcril_qmi_util_convert_qmi_response_codes_to_ril_result(row.transport, &response),
+              row.ril)
+        << row.transport << " " << row.error;
+  }
+  EXPECT_EQ(qcril_qmi_util_convert_qmi_response_codes_to_ril_result(0, nullptr), 0);
+  EXPECT_EQ(qcril_qmi_util_convert_qmi_response_codes_to_ril_result(-1, nullptr), 2);
 }
 
 }  // namespace

@@ -357,6 +357,13 @@ TEST_F(Pdc, HandlersCheckWhatTheDecoderAlreadyChecked) {
     const pdc_load_config_ind_msg_v01 ind = {row.error, 0, 0, 1, 10, 1, 20, row.reset, row.reset};
     EXPECT_EQ(handled(qmi_pdc_load_config_ind_hdlr, PDC_LOAD, &ind), row.result);
   }
+  {
+    const pdc_load_config_ind_msg_v01 nothing_told{};
+    EXPECT_EQ(handled(qmi_pdc_load_config_ind_hdlr, PDC_LOAD, &nothing_told), 0);
+    MutexLock hold(g_pdc_info.mutex);
+    EXPECT_EQ(g_pdc_info.received_config_size, 10u);
+    EXPECT_EQ(g_pdc_info.remaining_config_size, 20u);
+  }
   EXPECT_EQ(handled<pdc_load_config_ind_msg_v01>(qmi_pdc_load_config_ind_hdlr, PDC_LOAD, nullptr),
             -1);
   const struct {

@@ -54,8 +54,9 @@ std::string tlvs_of(std::span<const uint8_t> body) {
   return body.empty() ? text : text + " and " + hex(body);
 }
 
-// The requests of tests/golden/exchanges.txt, and what the services say to each, each below a line
-// of dashes to a new modem. TOVI_TEST_UPDATE=1 writes it anew.
+// The requests of tests/golden/exchanges.txt, and what the services say to each: below a line with
+// "--" those of a new modem, below one with "$" after a command in its state folder.
+// TOVI_TEST_UPDATE=1 writes it anew.
 TEST_F(Simulator, SendsMessagesAsPhonesLayThemOut) {
   const std::string path = TOVI_TEST_DATA "/golden/exchanges.txt", said = read_file(path);
   std::unique_ptr<sim::Modem> modem;
@@ -64,10 +65,13 @@ TEST_F(Simulator, SendsMessagesAsPhonesLayThemOut) {
   std::minstd_rand random;
   std::istringstream lines(said);
   std::string all, problem;
-  uint16_t transaction = 0;
+  uint16_t transaction = 0x100;
   for (std::string line, mark, name, id, value; std::getline(lines, line);) {
     if (line.starts_with("<")) continue;
     all += line + "\n";
+    if (line.starts_with("$ ")) {
+      EXPECT_EQ(run("/bin/sh", {"-c", "cd " + modem->folder() + "; " + line.substr(2)}, {}).err, "");
+    }
     if (line.starts_with("-- ")) {
       modem = sim::Modem::open(folder / ("phone" + std::to_string(all.size())), problem);
       ASSERT_NE(modem, nullptr) << problem;

@@ -6,6 +6,7 @@ from dataclasses import dataclass
 NEGATED = {"==": "!=", "!=": "==", "<": ">=", ">=": "<", ">": "<=", "<=": ">"}
 SHIFTED = {"<": "<=", "<=": "<", ">": ">=", ">=": ">"}
 OTHER = {"&&": "||", "||": "&&", "true": "false", "false": "true"}
+ARRAY = re.compile(r"^ +(?!return |case )[\w:]+ \w+\[$", re.M)
 LOCK = re.compile(r"(const )?(\w+::)*\w*Lock \w+\(")
 
 
@@ -119,15 +120,16 @@ def faults_of(path, text):
 
     for match in re.finditer(r"(?<![\w.'])(0[xX][\da-fA-F']+|\d[\d']*)(?=[uUlL]*\b)(?![.'])", code):
         before = code[: match.start()]
-        if before.endswith("[") and kinds[match.start()] == "class":
-            continue  # the size of a member
+        if before.endswith("[") and (kinds[match.start()] == "class" or ARRAY.search(before)):
+            continue  # the size of an array
         if re.search(r"\)( const)? = $", before[-12:]):
             continue  # a function without a body
         value = int(match[1].replace("'", ""), 0 if match[1][:2] in ("0x", "0X") else 10)
         form = "0x{:x}" if match[1][:2] in ("0x", "0X") else "{}"
-        add("constant", *match.span(), form.format(value + 1))
-        if value > 0:
-            add("constant", *match.span(), form.format(value - 1))
+        # One millisecond or byte of many is no fault that a test could notice.
+        others = {value + 1, value - 1} if value < 100 else {value * 2, value // 2}
+        for other in sorted(others - {-1}, reverse=True):
+            add("constant", *match.span(), form.format(other))
     for match in re.finditer(r"\b(true|false)\b", code):
         add("constant", *match.span(), OTHER[match[1]])
 
