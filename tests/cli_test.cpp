@@ -50,8 +50,8 @@ TEST_P(Transcript, IsPrintedToTheByte) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, Transcript,
-                         testing::Values("cards", "configurations", "diag", "extension", "modem",
-                                         "nvefs", "restarts", "rf", "scans", "statistics",
+                         testing::Values("cards", "configurations", "diag", "extension", "failures",
+                                         "modem", "nvefs", "restarts", "rf", "scans", "statistics",
                                          "tovictl", "traces", "usage", "verdicts", "watch",
                                          "words"),
                          [](const auto& name) { return std::string(name.param); });

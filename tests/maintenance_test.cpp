@@ -5,12 +5,14 @@
 
 #include <filesystem>
 #include <memory>
+#include <regex>
 
 #include "qmi_client.h"
 #include "support/cli_fixture.h"
 #include "utilities/qcril_log.h"
 #include "utilities/qcril_qmi_err_utils.h"
 #include "utilities/velmor_log.h"
+#include "velmor_tovi_test_modules.h"
 #include "velmor_utils.h"
 
 namespace {
@@ -172,6 +174,23 @@ TEST(PrintFlags, AreThoseOfTheMomentForEveryMessage) {
     stale += flags.print != 1 || flags.shell_print != 1;
   }
   EXPECT_EQ(stale, 0);
+}
+
+TEST_F(Cli, AModuleThatIsEnteredWithTheNumberOfAnotherShowsItsHelp) {
+  setenv("TOVI_STATE", (folder / "state").c_str(), 1);
+  setenv("TOVI_LOG", (folder / "log").c_str(), 1);
+  const std::regex note("note: [^,]*,");
+  for (const TestModule& module : velmor_test_modules()) {
+    if (module.enter == nullptr) continue;
+    const std::string number = std::to_string(module.number);
+    const char* argv[] = {"tovi", "99", "0", "0", "0", "0", "0"};
+    testing::internal::CaptureStdout();
+    module.enter(module.number == 8 ? 3 : 7, const_cast<char**>(argv));
+    fflush(stdout);
+    EXPECT_EQ(without_lines(testing::internal::GetCapturedStdout()),
+              std::regex_replace(tovi({number}), note,
+                                 "note: the first parameters should be " + number + ","));
+  }
 }
 
 TEST(Log, TellsWholeMessagesAndWhoseTheyAre) {

@@ -54,8 +54,9 @@ std::string tlvs_of(std::span<const uint8_t> body) {
   return body.empty() ? text : text + " and " + hex(body);
 }
 
-// The requests of tests/golden/exchanges.txt, and what the services say to each: below a line with
-// "--" those of a new modem, below one with "$" after a command in its state folder.
+// The requests of tests/golden/exchanges.txt, after the name of a service those of a client that is
+// not the first, and what the services say to each: below a line with "--" those of a new modem,
+// below one with "$" after a command in its state folder, below "gone" without that client.
 // TOVI_TEST_UPDATE=1 writes it anew.
 TEST_F(Simulator, SendsMessagesAsPhonesLayThemOut) {
   const std::string path = TOVI_TEST_DATA "/golden/exchanges.txt", said = read_file(path);
@@ -70,7 +71,8 @@ TEST_F(Simulator, SendsMessagesAsPhonesLayThemOut) {
     if (line.starts_with("<")) continue;
     all += line + "\n";
     if (line.starts_with("$ ")) {
-      EXPECT_EQ(run("/bin/sh", {"-c", "cd " + modem->folder() + "; " + line.substr(2)}, {}).err, "");
+      EXPECT_EQ(run("/bin/sh", {"-c", "cd " + modem->folder() + "; " + line.substr(2)}, {}).err,
+                "");
     }
     if (line.starts_with("-- ")) {
       modem = sim::Modem::open(folder / ("phone" + std::to_string(all.size())), problem);
@@ -82,7 +84,11 @@ TEST_F(Simulator, SendsMessagesAsPhonesLayThemOut) {
       services["vs"] = std::make_unique<sim::VsService>(modem->statistics());
     }
     std::istringstream words(line);
-    if (!(words >> mark >> name >> id) || mark != ">") continue;
+    if (!(words >> mark >> name)) continue;
+    const size_t slash = std::min(name.find('/'), name.size());
+    const qmi::Address client{1, slash < name.size() ? name[slash + 1] - uint32_t{'0'} : 1};
+    if (mark == "gone") services.at(name.substr(0, slash))->client_gone(client);
+    if (mark != ">" || !(words >> id)) continue;
     Bytes body;
     while (words >> value) {
       const Bytes content = bytes(value.substr(3));
@@ -92,7 +98,7 @@ TEST_F(Simulator, SendsMessagesAsPhonesLayThemOut) {
     }
     const auto message = static_cast<uint16_t>(std::stoul(id, nullptr, 16));
     const auto exchange =
-        sim::carry_out(*services.at(name), {1, 1},
+        sim::carry_out(*services.at(name.substr(0, slash)), client,
                        packet(qmi::Kind::Request, ++transaction, message, body), no_faults, random);
     for (const auto& [delay_ms, sent] : exchange.deliveries) {
       const auto header = qmi::read_header(sent).value();

@@ -166,11 +166,11 @@ TEST_F(Stats, TheTableHoldsOneClientOfAType) {
   EXPECT_EQ(connect(MODEM_API_VS), -1);
   EXPECT_EQ(result, MODEM_API_ALREADY_CONNECTED);
   for (const int status :
-       {MODEM_API_SUSPENDED, MODEM_API_SUSPENDING, MODEM_API_SUSPENDED, MODEM_API_CONNECTING}) {
+       {MODEM_API_SUSPENDED, MODEM_API_SUSPENDING, MODEM_API_RELEASED, MODEM_API_CONNECTING}) {
     modem_api_operational_status_cb(MODEM_API_VS, status);
+    EXPECT_EQ(connect(MODEM_API_VS), -1);
+    EXPECT_EQ(result, MODEM_API_ALREADY_CONNECTING);
   }
-  EXPECT_EQ(connect(MODEM_API_VS), -1);
-  EXPECT_EQ(result, MODEM_API_ALREADY_CONNECTING);
   EXPECT_EQ(modem_api_set_skarn_feature_status(vs, 2, 1, 1, 1), MODEM_API_INVALID_CLIENT);
   modem_api_operational_status_cb(MODEM_API_VS, MODEM_API_OPERATIONAL);
   modem_stats_para_data data{};

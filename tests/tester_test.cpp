@@ -11,8 +11,11 @@
 #include <sstream>
 
 #include "gtest/gtest.h"
+#include "log.h"
+#include "support/fake_modem.h"
 #include "support/tool.h"
 #include "timing.h"
+#include "words.h"
 
 namespace {
 
@@ -214,6 +217,23 @@ TEST_F(Tester, TheLogTellsWhatWasAskedAndDoneWithoutIdentities) {
       modem_run({"--log", "/dev/full"}, {"sh", "-c", "tovi 4 1 0 10; tovi 4 1 0 10"});
   EXPECT_NE(full.out.find("data len(3)"), std::string::npos);
   EXPECT_EQ(full.err, "tovi-modem: /dev/full: No space left on device\n");
+}
+
+TEST_F(Tester, TheLogHasRequestsThatAreNone) {
+  sim::Log log_of_them;
+  std::string problem;
+  ASSERT_TRUE(log_of_them.open(log, problem)) << problem;
+  const auto* service = sim::service_named("sar");
+  for (const char* request : {"00 0100", "00 0100 0200 0100", "00 0100 0200 0000"}) {
+    log_of_them.saw(*service, {1, 2}, bytes(request), {});
+  }
+  const std::string client = R"({"client":"1:2","service":"sar","service_id":17,)",
+                    nothing = R"("responses":0,"indications":0})";
+  EXPECT_EQ(log_lines(),
+            (std::vector{
+                client + R"("malformed_bytes":3,)" + nothing,
+                client + R"("malformed_bytes":7,)" + nothing,
+                client + R"("message":"rf_get_state","message_id":2,"arguments":{},)" + nothing}));
 }
 
 TEST_F(Tester, NetworksAndAtCommandsAreThoseOfTheStateFolder) {

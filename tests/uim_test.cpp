@@ -5,8 +5,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "modem.h"
-#include "sim_uim.h"
 #include "support/fake_modem_fixture.h"
 #include "uim_service.h"
 #include "utilities/qcril_memory_management.h"
@@ -480,101 +478,6 @@ TEST_F(Uim, CommonRequestsOfModule5AndTheirDumps) {
                     "result = -3, rsp.result = 0\n"
                     "RIL[velmor_cmn_cmd_send]: velmor_extend_qmi_send_sync fail\n"
                     "RIL[velmor_test_cmn_do]: note: Error happen! error_code(-3)"));
-}
-
-// A client of the simulated UIM service, without packets in between.
-class SimulatedCards : public testing::Test {
- protected:
-  void SetUp() override {
-    std::string problem;
-    modem = sim::Modem::open(folder.path(), problem);
-    ASSERT_NE(modem, nullptr) << problem;
-    service = std::make_unique<sim::UimService>(*modem);
-  }
-  // The QMI error; `channel` becomes the one that was opened.
-  uint32_t open(uint32_t slot, const std::string& aid, uint32_t client = 1) {
-    uim_open_logical_channel_req_msg_v01 req{};
-    uim_open_logical_channel_resp_msg_v01 resp{};
-    const Bytes name = bytes(aid);
-    req.slot = slot;
-    req.aid_valid = 1;
-    req.aid_len = static_cast<uint32_t>(name.size());
-    std::copy(name.begin(), name.end(), req.aid);
-    const uint32_t error = answer(QMI_UIM_OPEN_LOGICAL_CHANNEL_REQ_V01, &req, &resp, client);
-    channel = resp.channel_id;
-    return error;
-  }
-  // The card's answer in hex; empty when the service refuses.
-  std::string apdu(const std::string& command, std::optional<uint8_t> id) {
-    uim_send_apdu_req_msg_v01 req{};
-    uim_send_apdu_resp_msg_v01 resp{};
-    const Bytes sent = bytes(command);
-    req.slot = 2;
-    req.apdu_len = static_cast<uint32_t>(sent.size());
-    std::copy(sent.begin(), sent.end(), req.apdu);
-    req.channel_id_valid = id.has_value();
-    req.channel_id = id.value_or(0);
-    if (answer(QMI_UIM_SEND_APDU_REQ_V01, &req, &resp, 1) != 0) return "";
-    return hex({resp.apdu, resp.apdu_len});
-  }
-  uint32_t answer(uint16_t message, const void* req, void* resp, uint32_t client) {
-    sim::Aftermath none(*service);
-    return service->answer({1, client}, message, req, resp, none);
-  }
-
-  ScratchFolder folder;
-  std::unique_ptr<sim::Modem> modem;
-  std::unique_ptr<sim::UimService> service;
-  uint8_t channel = 0;
-  const std::string isd_r = "a0000005591010ffffffff8900000100";
-};
-
-TEST_F(SimulatedCards, HaveThreeChannelsThatEndWithTheirClientOrThePower) {
-  for (const uint32_t id : {1u, 2u, 3u}) {
-    EXPECT_EQ(open(2, isd_r, id), 0u);
-    EXPECT_EQ(channel, id);
-  }
-  EXPECT_EQ(open(2, isd_r), sim::kQmiNoMemory);
-  EXPECT_EQ(open(1, isd_r), sim::kQmiNoEntry);
-  EXPECT_EQ(open(1, "a0000000871002"), 0u);  // channels are counted for each card
-  EXPECT_EQ(open(3, isd_r), sim::kQmiInvalidArgument);
-  service->client_gone({1, 2});
-  EXPECT_EQ(open(2, isd_r), 0u);
-  EXPECT_EQ(channel, 2);
-  const uim_power_down_req_msg_v01 down{2};
-  uim_power_down_resp_msg_v01 done{};
-  EXPECT_EQ(answer(QMI_UIM_POWER_DOWN_REQ_V01, &down, &done, 1), 0u);
-  EXPECT_EQ(answer(QMI_UIM_POWER_DOWN_REQ_V01, &down, &done, 1), sim::kQmiNoEffect);
-  EXPECT_EQ(open(2, isd_r), sim::kQmiNoSim);
-}
-
-TEST_F(SimulatedCards, AnswerCommandsWithTheProperStatusWords) {
-  ASSERT_EQ(open(2, isd_r), 0u);
-  const std::string select = "00a4040010" + isd_r, reset = "80e2910007bf3404820205e000";
-  const struct {
-    std::string command;
-    std::optional<uint8_t> channel;
-    std::string answer;
-  } rows[] = {
-      {reset, std::nullopt, "6d00"},  // nothing is selected on the basic channel
-      {select, std::nullopt, "6f128410" + isd_r + "9000"},
-      {"81e2910007bf340482020560", std::nullopt, "bf34038001019000"},
-      {reset, 1, "bf34038001009000"},
-      {reset, 1, "bf34038001019000"},
-      {"80e2910003bf2d00", 1, "6a88"},
-      {"80e2910007bf3404820204e0", 1, "6a80"},
-      {"80e2110007bf3404820205e0", 1, "6a86"},
-      {"80e2910007bf3404820205", 1, "6700"},
-      {"80", 1, "6700"},
-      {"80ca005a00", 1, "6d00"},
-      {"f0e29100", 1, "6e00"},
-      {"00a4040007a0000000871002", 1, "6a82"},
-      {"00a4000002 3f00", 1, "6a86"},
-      {reset, 2, ""},  // not open
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(apdu(row.command, row.channel), row.answer) << row.command;
-  }
 }
 
 TEST_F(Uim, MemoryThatCannotBeHadIsSaidInTheLog) {

@@ -108,6 +108,15 @@ def programs_of(build, test):
             if os.path.isfile(path) and os.access(path, os.X_OK)}
 
 
+def works_on_qrtr(copy):
+    """Whether the programs of a copy pass the checks inside the emulated machine."""
+    done = subprocess.run([os.path.join(copy.path, "tools/qrtr-lab/check"), "--commands"],
+                          env=dict(os.environ, BUILD=copy.build, VM_TIMEOUT="200"),
+                          stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                          stderr=subprocess.DEVNULL)
+    return done.returncode == 0
+
+
 def same(one, other):
     with open(one, "rb") as first, open(other, "rb") as second:
         return first.read() == second.read()
@@ -116,7 +125,8 @@ def same(one, other):
 class Tests:
     """The tests of the copy `first`. Each runs by itself, in a place of its own; those that noticed
     a fault near by come first, then the short ones. One whose programs are the
-    same as without the fault is left out."""
+    same as without the fault is left out. What only a kernel's QRTR reaches is tried on one, where
+    that can be emulated."""
 
     def __init__(self, first, jobs):
         self.jobs = jobs
@@ -134,10 +144,13 @@ class Tests:
         contained = not first.path.startswith("/tmp/") and subprocess.run(
             CONTAINED + ["true"], stderr=subprocess.DEVNULL).returncode == 0
         self.around = CONTAINED if contained else []
+        self.has_qrtr = False
 
-    def measure(self, copy):
+    def measure(self, copy, on_qrtr):
         """Runs all of them; those that failed, by themselves too."""
         failed = self._run(copy, list(self.commands), to_the_end=True)
+        emulates = shutil.which("qemu-system-x86_64") is not None
+        self.has_qrtr = on_qrtr and emulates and works_on_qrtr(copy)
         return [name for name in failed if not self._passes(copy, name, True)]
 
     def first_failure(self, copy, path):
@@ -153,6 +166,8 @@ class Tests:
         for name in failed[:1]:
             parts = path.split("/")
             self.noticed.update(("/".join(parts[:n]), name) for n in range(1, len(parts) + 1))
+        if not failed and self.has_qrtr and "qrtr" in path:
+            return None if works_on_qrtr(copy) or works_on_qrtr(copy) else "the kernel's QRTR"
         return failed[0] if failed else None
 
     def end_all(self, copy=None):
