@@ -86,7 +86,7 @@ TEST_F(Simulator, SendsMessagesAsPhonesLayThemOut) {
     std::istringstream words(line);
     if (!(words >> mark >> name)) continue;
     const size_t slash = std::min(name.find('/'), name.size());
-    const qmi::Address client{1, slash < name.size() ? name[slash + 1] - uint32_t{'0'} : 1};
+    const qmi::Address client{1, slash < name.size() ? static_cast<uint32_t>(name[slash + 1] - '0') : 1};
     if (mark == "gone") services.at(name.substr(0, slash))->client_gone(client);
     if (mark != ">" || !(words >> id)) continue;
     Bytes body;
