@@ -3,6 +3,7 @@
 
 #include <sstream>
 
+#include "sim_extension.h"
 #include "sim_nas.h"
 #include "sim_pdc.h"
 #include "sim_sar.h"
@@ -48,16 +49,23 @@ std::string tlvs_of(std::span<const uint8_t> body) {
   while (body.size() >= 3) {
     const size_t end = 3 + body[1] + body[2] * size_t{256};
     if (end > body.size()) break;
-    text += " " + hex(body.first(1)) + ":" + hex(body.subspan(3, end - 3));
+    std::span<const uint8_t> value = body.subspan(3, end - 3);
+    size_t zeros = 0;
+    while (value.size() > 16 && value.back() == 0) {
+      value = value.first(value.size() - 1);
+      ++zeros;
+    }
+    text += " " + hex(body.first(1)) + ":" + hex(value);
+    if (zeros > 0) text += "+" + std::to_string(zeros);
     body = body.subspan(end);
   }
   return body.empty() ? text : text + " and " + hex(body);
 }
 
-// The requests of tests/golden/exchanges.txt, after the name of a service those of a client that is
-// not the first, and what the services say to each: below a line with "--" those of a new modem,
-// below one with "$" after a command in its state folder, below "gone" without that client.
-// TOVI_TEST_UPDATE=1 writes it anew.
+// The requests of tests/golden/exchanges.txt, with "+N" for N zeros, after the name of a service
+// those of a client that is not the first, and what the services say to each: below a line with
+// "--" those of a new modem, below one with "$" after a command in its state folder, below "gone"
+// without that client. TOVI_TEST_UPDATE=1 writes it anew.
 TEST_F(Simulator, SendsMessagesAsPhonesLayThemOut) {
   const std::string path = TOVI_TEST_DATA "/golden/exchanges.txt", said = read_file(path);
   std::unique_ptr<sim::Modem> modem;
@@ -77,6 +85,7 @@ TEST_F(Simulator, SendsMessagesAsPhonesLayThemOut) {
     if (line.starts_with("-- ")) {
       modem = sim::Modem::open(folder / ("phone" + std::to_string(all.size())), problem);
       ASSERT_NE(modem, nullptr) << problem;
+      services["extend"] = std::make_unique<sim::ExtensionService>(*modem);
       services["uim"] = std::make_unique<sim::UimService>(*modem);
       services["pdc"] = std::make_unique<sim::PdcService>(modem->configurations());
       services["nas"] = std::make_unique<sim::NasService>(*modem);
@@ -86,12 +95,15 @@ TEST_F(Simulator, SendsMessagesAsPhonesLayThemOut) {
     std::istringstream words(line);
     if (!(words >> mark >> name)) continue;
     const size_t slash = std::min(name.find('/'), name.size());
-    const qmi::Address client{1, slash < name.size() ? static_cast<uint32_t>(name[slash + 1] - '0') : 1};
+    const qmi::Address client{
+        1, slash < name.size() ? static_cast<uint32_t>(name[slash + 1] - '0') : 1};
     if (mark == "gone") services.at(name.substr(0, slash))->client_gone(client);
     if (mark != ">" || !(words >> id)) continue;
     Bytes body;
     while (words >> value) {
-      const Bytes content = bytes(value.substr(3));
+      const size_t plus = std::min(value.find('+'), value.size());
+      Bytes content = bytes(value.substr(3, plus - 3));
+      if (plus < value.size()) content.resize(content.size() + std::stoul(value.substr(plus)));
       body.push_back(bytes(value.substr(0, 2))[0]);
       body.insert(body.end(), {uint8_t(content.size() & 255), uint8_t(content.size() >> 8)});
       body.insert(body.end(), content.begin(), content.end());
