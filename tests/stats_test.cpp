@@ -5,13 +5,11 @@
 #include <filesystem>
 #include <thread>
 
-#include "modem.h"
 #include "modem_api/modem_api.h"
 #include "modem_api/nas/nas_0_client.h"
 #include "modem_api/vs/vs_client.h"
 #include "modem_api/vs/vs_service.h"
 #include "properties.h"
-#include "sim_vs.h"
 #include "skarn_common/skarn_mem.h"
 #include "support/fake_modem_fixture.h"
 #include "velmor_tovi_skarn_data.h"
@@ -542,33 +540,6 @@ TEST(StatsEvents, ListsAndValuesAreClipped) {
   const Delivered clipped = last_event();
   EXPECT_EQ(hex(std::span(clipped.payload).subspan(404, 4)), "64000000");
   EXPECT_FALSE(vs_client_handle_indication(0x0999, &many, take_event));
-}
-
-TEST(StatsService, RaisesItsFourIndicationsOnRequest) {
-  ScratchFolder folder;
-  std::string problem;
-  const auto modem = sim::Modem::open(folder.path(), problem);
-  ASSERT_NE(modem, nullptr) << problem;
-  sim::VsService service(modem->statistics());
-  sim::Faults no_faults;
-  std::minstd_rand random;
-  const auto raised = [&](uint16_t message, const std::string& tlvs) {
-    const Bytes request = packet(qmi::Kind::Request, 1, message, bytes(tlvs));
-    std::string ids;
-    for (const auto& one : sim::carry_out(service, {1, 1}, request, no_faults, random).deliveries) {
-      ids +=
-          hex(std::span(one.packet).subspan(3, 2)) + ":" + std::to_string(one.packet.size()) + " ";
-    }
-    return ids;
-  };
-  EXPECT_EQ(raised(0x0208, "01 0200 0000 02 0200 0000 03 0500 01 6e000000"),
-            "0802:14 ");  // refused
-  EXPECT_EQ(raised(0x0003, "01 0400 02000000 02 0100 01"), "0300:14 ");
-  EXPECT_EQ(raised(0x0208, "01 0200 0000 02 0200 0000 03 0500 01 6e000000"), "0802:14 0302:37 ");
-  EXPECT_EQ(raised(0x0002, "01 0400 02000000"), "0200:22 0400:22 ");
-  EXPECT_EQ(raised(0x0202, "01 0400 01000000 02 0500 01 07000000"), "0202:14 0402:29 ");
-  EXPECT_EQ(raised(0x0400, ""), "0004:14 0106:11 ");
-  EXPECT_EQ(raised(0x0109, "01 0400 01000000"), "0901:14 ");
 }
 
 struct Answer {
