@@ -167,57 +167,5 @@ TEST_P(CtlRun, EveryFailureOfEveryExchangeHasItsStatus) {
 INSTANTIATE_TEST_SUITE_P(Command, CtlRun, testing::ValuesIn(commands()),
                          [](const auto& command) { return std::to_string(command.index); });
 
-// What is refused, told or excused beside the exchanges.
-TEST(CtlRunRows, HaveTheirStatus) {
-  const struct {
-    const char* command;
-    int status;
-    Variables variables = {};
-    const char* file = "";  // with this content instead
-    const char* content = "";
-  } rows[] = {
-      // The ports, a property, a local file.
-      {"8 AT+CSQ", 0},
-      {"8 AT+NO", 1},
-      {"8 AT", 3, {{"TOVI_MODEM", "unix:/nobody"}}},
-      {"5 0 0 0 30000 0", 0},
-      {"5 0 0 0 30000 0x99", 1},
-      {"5 0 0 0 1000 0", 3, {{"TOVI_MODEM", "unix:/nobody"}}},
-      {"11 3 1", 0},
-      {"11 7", 0},
-      {"11 7", 2, {{"TOVI_DEVICE_ROOT", "/nonexistent"}}},
-      {"11 8 1", 0},
-      {"7 0 0", 0},
-      // Inside the answers.
-      {"4 4 0 /none", 1},
-      {"4 4 0 /e", 6, {}, "efs/0/e", ""},
-      {"5 10 5 1", 1, {}, "slot/2", "holds=sim\nsim=present\npower=on\n"},
-      {"5 10 3 1", 6, {}, "euicc", "eid=89049032123451234512345678901234\n"},
-      {"9 8 0", 6, {}, "stats/0/112", "length=19\n"},
-      {"7 1 1", 6, {{"TOVI_SIM_FAULTS", "extend=len:60"}}},
-      {"10 0 1", 1, {}, "pdc/software/0", "selected=\nactive=\npending=\n"},
-      {"10 1 1", 1, {}, "pdc/software/0", "selected=\nactive=\npending=\n"},
-      {"12 1", 5, {{"TOVI_SIM_FAULTS", "nas=no-ind"}}},
-      // The normal course.
-      {"5 10 1 1", 0, {{"TOVI_SIM_FAULTS", "uim/get_eid#1=error:94;uim/get_eid#2=drop"}}},
-      {"5 10 1 1", 1, {{"TOVI_SIM_FAULTS", "uim/get_eid=error:94"}}},
-      {"5 10 1 1", 0},
-      {"11 1", 0},
-      {"11 1", 1, {{"TOVI_SIM_FAULTS", "extend/efs_read=result:-5"}}},
-  };
-  for (const auto& row : rows) {
-    ScratchFolder folder;
-    fill(folder / "state");
-    if (*row.file != '\0') write_file(folder / "state/" + row.file, row.content);
-    Variables variables = row.variables;
-    variables.insert(
-        {{"TOVI_STATE", folder / "state"}, {"TOVI_LOG", "/dev/null"}, {"TOVI_TIME_SCALE", "0.02"}});
-    Args words = words_of(row.command);
-    words.insert(words.begin(), {"--yes", "--timeout", "5", "run"});
-    const Result result = run("tovictl", words, variables);
-    EXPECT_EQ(result.status, row.status) << row.command << " " << result.err;
-  }
-}
-
 }  // namespace
 }  // namespace testing_support

@@ -58,55 +58,6 @@ TEST_F(Ctl, ContentOfEverySizeGoesThereAndBack) {
   }
 }
 
-TEST_F(Ctl, StatusesSayWhatWentWrong) {
-  write_file(folder / "plain", "");
-  const struct {
-    Args args;
-    int status;
-    const char* err = "";
-    Variables more = {};
-  } rows[] = {
-      {{"get", "550"}, 0},
-      {{"get", "77"}, 1, "tovictl: refused: NV item 77 of subscription 0: 5 (not active)\n"},
-      {{"get", "/no"}, 1, "tovictl: refused: /no of subscription 0: -2 (no such file)\n"},
-      {{"get", "550"}, 1, "9 (INVALID_HANDLE)", {{"TOVI_SIM_FAULTS", "extend=error:9"}}},
-      {{}, 2},
-      {{"fetch"}, 2, "fetch: no such verb"},
-      {{"get", "7233"}, 2},
-      {{"get", "0x10"}, 2},
-      {{"get", "nv"}, 2},
-      {{"get", "550", "--sub", "2"}, 2},
-      {{"get", "/" + std::string(70, 'x')}, 2},
-      {{"get", "550", "-o", "/nonexistent/x"}, 2, "/nonexistent/x"},
-      {{"put", "/x", "hex:012"}, 2},
-      {{"put", "/x", "/nonexistent"}, 2},
-      {{"get", "550"}, 3, "", {{"TOVI_MODEM", "unix:/nobody"}}},
-      {{"get", "550"}, 3, "", {{"TOVI_MODEM", "unix:" + (folder / "plain")}}},
-      {{"get", "550"}, 3, "", {{"TOVI_MODEM", "what"}}},
-      {{"get", "550"}, 4, "no extension service", {{"TOVI_SIM_FAULTS", "extend=absent"}}},
-      {{"get", "550", "--timeout", "0.1"}, 5, "", {{"TOVI_SIM_FAULTS", "extend=drop"}}},
-      {{"get", "550"}, 5, "went away", {{"TOVI_SIM_FAULTS", "extend=down"}}},
-      {{"get", "550"}, 6, "", {{"TOVI_SIM_FAULTS", "extend=garbage"}}},
-      {{"get", "550"}, 6, "", {{"TOVI_SIM_FAULTS", "extend=len:21"}}},
-      {{"put", "550", "hex:01"}, 6, "written, but", {{"TOVI_SIM_FAULTS", "extend#2=len:20"}}},
-      {{"put", "550", "hex:02"}, 1, "the commit", {{"TOVI_SIM_FAULTS", "extend/nv_sync=result:3"}}},
-      {{"rm", "550"}, 8},
-      {{"rm", "550", "--yes"}, 0},
-      {{"rm", "550", "--yes"}, 0, "absent already"},
-      {{"rm", "/no", "--yes"}, 0, "absent already"},
-  };
-  for (const auto& row : rows) {
-    Variables with = variables;
-    for (const auto& [name, value] : row.more) with[name] = value;
-    const Result result = run("tovictl", row.args, with);
-    std::string what;
-    for (const std::string& arg : row.args) what += arg + " ";
-    EXPECT_EQ(result.status, row.status) << what << result.err;
-    EXPECT_NE(result.err.find(row.err), std::string::npos) << what << result.err;
-    EXPECT_TRUE(row.status == 0 || result.out.empty()) << what;
-  }
-}
-
 TEST_F(Ctl, OneAtATimeChangesAModem) {
   variables["TOVI_SIM_FAULTS"] = "extend#1=delay:300";
   Program first("tovictl", {"put", "/a", "hex:01"}, variables);
