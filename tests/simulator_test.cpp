@@ -44,87 +44,106 @@ TEST_F(Simulator, TheSameCommandsPrintTheSameOverBothEndpoints) {
   EXPECT_FALSE(exists(folder / "elsewhere"));
 }
 
-std::string tlvs_of(std::span<const uint8_t> body) {
+using Services = std::map<std::string, std::unique_ptr<sim::Service>>;
+
+Services services_of(sim::Modem& modem) {
+  Services all;
+  all["extend"] = std::make_unique<sim::ExtensionService>(modem);
+  all["uim"] = std::make_unique<sim::UimService>(modem);
+  all["pdc"] = std::make_unique<sim::PdcService>(modem.configurations());
+  all["nas"] = std::make_unique<sim::NasService>(modem);
+  all["sar"] = std::make_unique<sim::SarService>(modem);
+  all["vs"] = std::make_unique<sim::VsService>(modem.statistics());
+  return all;
+}
+
+// TLVs as words, "01:0a0b+2" for one with the bytes 0a 0b 00 00, to a message's body and back.
+Bytes body_of(std::istringstream& words) {
+  Bytes body;
+  for (std::string word; words >> word;) {
+    const size_t plus = std::min(word.find('+'), word.size());
+    Bytes value = bytes(word.substr(3, plus - 3));
+    if (plus < word.size()) value.resize(value.size() + std::stoul(word.substr(plus)));
+    body.push_back(bytes(word.substr(0, 2))[0]);
+    body.insert(body.end(), {uint8_t(value.size() & 255), uint8_t(value.size() >> 8)});
+    body.insert(body.end(), value.begin(), value.end());
+  }
+  return body;
+}
+std::string words_of(std::span<const uint8_t> body) {
   std::string text;
   while (body.size() >= 3) {
     const size_t end = 3 + body[1] + body[2] * size_t{256};
     if (end > body.size()) break;
-    std::span<const uint8_t> value = body.subspan(3, end - 3);
-    size_t zeros = 0;
-    while (value.size() > 16 && value.back() == 0) {
-      value = value.first(value.size() - 1);
-      ++zeros;
-    }
-    text += " " + hex(body.first(1)) + ":" + hex(value);
-    if (zeros > 0) text += "+" + std::to_string(zeros);
+    const auto value = body.subspan(3, end - 3);
+    size_t shown = value.size();
+    while (shown > 16 && value[shown - 1] == 0) --shown;
+    text += " " + hex(body.first(1)) + ":" + hex(value.first(shown));
+    if (shown < value.size()) text += "+" + std::to_string(value.size() - shown);
     body = body.subspan(end);
   }
   return body.empty() ? text : text + " and " + hex(body);
 }
 
-// The requests of tests/golden/exchanges.txt, with "+N" for N zeros, after the name of a service
-// those of a client that is not the first, and what the services say to each: below a line with
-// "--" those of a new modem, below one with "$" after a command in its state folder, below "gone"
-// without that client. TOVI_TEST_UPDATE=1 writes it anew.
+// A line for what a service says to the request with this transaction.
+std::string line_of(const sim::Delivery& said, uint16_t transaction) {
+  const auto header = qmi::read_header(said.packet).value();
+  const bool responds = header.kind == qmi::Kind::Response;
+  EXPECT_EQ(header.transaction == transaction, responds);
+  EXPECT_EQ(qmi::kHeaderBytes + header.length, said.packet.size());
+  std::string line = "< " + hex(Bytes{uint8_t(header.message >> 8), uint8_t(header.message)});
+  if (!responds) {
+    line += " indication " + std::to_string(header.transaction) + " after " +
+            std::to_string(said.delay_ms) + " ms";
+  }
+  return line + words_of(std::span(said.packet).subspan(qmi::kHeaderBytes)) + "\n";
+}
+
+// The requests of tests/golden/exchanges.txt, after the name of a service those of a client that is
+// not the first, and what the services say to each: below a line with "--" those of a new modem,
+// below one with "$" after a command in its state folder, below "gone" without that client.
+// TOVI_TEST_UPDATE=1 writes it anew.
 TEST_F(Simulator, SendsMessagesAsPhonesLayThemOut) {
-  const std::string path = TOVI_TEST_DATA "/golden/exchanges.txt", said = read_file(path);
+  const std::string path = TOVI_TEST_DATA "/golden/exchanges.txt", golden = read_file(path);
   std::unique_ptr<sim::Modem> modem;
-  std::map<std::string, std::unique_ptr<sim::Service>> services;
+  Services services;
   sim::Faults no_faults;
   std::minstd_rand random;
-  std::istringstream lines(said);
+  std::istringstream lines(golden);
   std::string all, problem;
   uint16_t transaction = 0x100;
-  for (std::string line, mark, name, id, value; std::getline(lines, line);) {
+  for (std::string line, mark, name, id; std::getline(lines, line);) {
     if (line.starts_with("<")) continue;
     all += line + "\n";
-    if (line.starts_with("$ ")) {
-      EXPECT_EQ(run("/bin/sh", {"-c", "cd " + modem->folder() + "; " + line.substr(2)}, {}).err,
-                "");
-    }
-    if (line.starts_with("-- ")) {
+    std::istringstream words(line);
+    words >> mark >> name;
+    if (mark == "--") {
       modem = sim::Modem::open(folder / ("phone" + std::to_string(all.size())), problem);
       ASSERT_NE(modem, nullptr) << problem;
-      services["extend"] = std::make_unique<sim::ExtensionService>(*modem);
-      services["uim"] = std::make_unique<sim::UimService>(*modem);
-      services["pdc"] = std::make_unique<sim::PdcService>(modem->configurations());
-      services["nas"] = std::make_unique<sim::NasService>(*modem);
-      services["sar"] = std::make_unique<sim::SarService>(*modem);
-      services["vs"] = std::make_unique<sim::VsService>(modem->statistics());
-    }
-    std::istringstream words(line);
-    if (!(words >> mark >> name)) continue;
-    const size_t slash = std::min(name.find('/'), name.size());
-    const qmi::Address client{
-        1, slash < name.size() ? static_cast<uint32_t>(name[slash + 1] - '0') : 1};
-    if (mark == "gone") services.at(name.substr(0, slash))->client_gone(client);
-    if (mark != ">" || !(words >> id)) continue;
-    Bytes body;
-    while (words >> value) {
-      const size_t plus = std::min(value.find('+'), value.size());
-      Bytes content = bytes(value.substr(3, plus - 3));
-      if (plus < value.size()) content.resize(content.size() + std::stoul(value.substr(plus)));
-      body.push_back(bytes(value.substr(0, 2))[0]);
-      body.insert(body.end(), {uint8_t(content.size() & 255), uint8_t(content.size() >> 8)});
-      body.insert(body.end(), content.begin(), content.end());
-    }
-    const auto message = static_cast<uint16_t>(std::stoul(id, nullptr, 16));
-    const auto exchange =
-        sim::carry_out(*services.at(name.substr(0, slash)), client,
-                       packet(qmi::Kind::Request, ++transaction, message, body), no_faults, random);
-    for (const auto& [delay_ms, sent] : exchange.deliveries) {
-      const auto header = qmi::read_header(sent).value();
-      EXPECT_EQ(header.transaction == transaction, header.kind == qmi::Kind::Response);
-      all += "< " + hex(Bytes{uint8_t(header.message >> 8), uint8_t(header.message)});
-      if (header.kind != qmi::Kind::Response) {
-        all += " indication " + std::to_string(header.transaction) + " after " +
-               std::to_string(delay_ms) + " ms";
+      services = services_of(*modem);
+    } else if (mark == "$") {
+      const std::string command = "cd " + modem->folder() + "; " + line.substr(2);
+      EXPECT_EQ(run("/bin/sh", {"-c", command}, {}).err, "");
+    } else {
+      const size_t slash = std::min(name.find('/'), name.size());
+      const bool first = slash == name.size();
+      const qmi::Address client{1, first ? 1 : static_cast<uint32_t>(name[slash + 1] - '0')};
+      sim::Service& service = *services.at(name.substr(0, slash));
+      if (mark == "gone") {
+        service.client_gone(client);
+        continue;
       }
-      all += tlvs_of(std::span(sent).subspan(qmi::kHeaderBytes)) + "\n";
+      words >> id;
+      const Bytes request = packet(qmi::Kind::Request, ++transaction,
+                                   uint16_t(std::stoul(id, nullptr, 16)), body_of(words));
+      for (const auto& said :
+           sim::carry_out(service, client, request, no_faults, random).deliveries) {
+        all += line_of(said, transaction);
+      }
     }
   }
   if (getenv("TOVI_TEST_UPDATE") != nullptr) write_file(path, all);
-  EXPECT_EQ(all, said);
+  EXPECT_EQ(all, golden);
 }
 
 // Two hundred times: three indications of the extension service, and the one of an activation.
