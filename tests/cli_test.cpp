@@ -45,8 +45,7 @@ TEST_P(Transcript, IsPrintedToTheByte) {
     const Result result = run("/bin/sh", {"-c", start + line.substr(2)}, variables);
     printed += line + "\n" + std::regex_replace(without_lines(result.out), here, "HERE");
   }
-  if (getenv("TOVI_TEST_UPDATE") != nullptr) write_file(path, printed);
-  EXPECT_EQ(printed, said);
+  expect_golden(path, printed);
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, Transcript,

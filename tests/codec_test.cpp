@@ -63,9 +63,7 @@ TEST(MessageTables, AreThoseOfTheModem) {
           << text_of(message.fields, "    ");
     }
   }
-  const std::string path = TOVI_TEST_DATA "/golden/messages.txt";
-  if (getenv("TOVI_TEST_UPDATE") != nullptr) testing_support::write_file(path, out.str());
-  EXPECT_EQ(out.str(), testing_support::read_file(path));
+  testing_support::expect_golden(TOVI_TEST_DATA "/golden/messages.txt", out.str());
 }
 
 TEST(NameService, PacketsByteForByte) {

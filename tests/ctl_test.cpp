@@ -271,8 +271,7 @@ TEST(CtlReport, IsDrawnToTheByte) {
   brief.add("ant", "", "ant_tx_0", 2.5, 3);
   const std::string drawn = report.page("long", "then") + brief.page("short", "now");
   const std::string golden = TOVI_TEST_DATA "/golden/report.html";
-  if (getenv("TOVI_TEST_UPDATE") != nullptr) write_file(golden, drawn);
-  EXPECT_EQ(drawn, read_file(golden));
+  expect_golden(golden, drawn);
 }
 
 TEST_F(Ctl, AWatchTellsARestartAndOutlivesIt) {

@@ -142,8 +142,7 @@ TEST_F(Simulator, SendsMessagesAsPhonesLayThemOut) {
       }
     }
   }
-  if (getenv("TOVI_TEST_UPDATE") != nullptr) write_file(path, all);
-  EXPECT_EQ(all, golden);
+  expect_golden(path, all);
 }
 
 // Two hundred times: three indications of the extension service, and the one of an activation.

@@ -49,8 +49,7 @@ class FakeModemTest : public testing::Test {
     }
     std::string said;
     for (const std::string& line : lines) said += line;
-    if (getenv("TOVI_TEST_UPDATE") != nullptr) write_file(known, said);
-    EXPECT_EQ(said, read_file(known));
+    expect_golden(known, said);
   }
 
   // A response of the extension service to `request` that carries `payload`.

@@ -121,4 +121,9 @@ bool exists(const std::string& path) {
   return std::filesystem::exists(path);
 }
 
+void expect_golden(const std::string& path, const std::string& text) {
+  if (getenv("TOVI_TEST_UPDATE") != nullptr) write_file(path, text);
+  EXPECT_EQ(text, read_file(path));
+}
+
 }  // namespace testing_support

@@ -64,4 +64,7 @@ std::string read_file(const std::string& path);
 void write_file(const std::string& path, const std::string& bytes);
 bool exists(const std::string& path);
 
+// `text` must be what the file holds, which is written anew with TOVI_TEST_UPDATE=1.
+void expect_golden(const std::string& path, const std::string& text);
+
 }  // namespace testing_support
