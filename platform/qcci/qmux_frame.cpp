@@ -9,7 +9,6 @@ namespace {
 
 constexpr uint8_t kMarker = 0x01;
 constexpr size_t kControlHeaderBytes = 6;
-constexpr size_t kBufferBytes = 2 * kMaxFrameBytes;
 
 uint16_t word(const uint8_t* bytes) {
   return static_cast<uint16_t>(bytes[0] | bytes[1] << 8);
@@ -50,15 +49,13 @@ std::vector<uint8_t> make_frame(Sender sender, const Frame& frame) {
   return bytes;
 }
 
-FrameReader::FrameReader(Sender sender) : sender_(sender), buffer_(new uint8_t[kBufferBytes]) {}
+FrameReader::FrameReader(Sender sender) : sender_(sender), buffer_(new uint8_t[kMaxFrameBytes]) {}
 
 std::span<uint8_t> FrameReader::room() {
-  if (kBufferBytes - end_ < kMaxFrameBytes || begin_ == end_) {
-    memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
-    end_ -= begin_;
-    begin_ = 0;
-  }
-  return {buffer_.get() + end_, kBufferBytes - end_};
+  if (begin_ > 0) memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
+  end_ -= begin_;
+  begin_ = 0;
+  return {buffer_.get() + end_, kMaxFrameBytes - end_};
 }
 
 std::optional<Frame> FrameReader::next() {
