@@ -6,6 +6,19 @@ namespace program {
 
 using state_files::FolderLock;
 
+namespace {
+
+// Says of a damaged one how far it goes.
+std::optional<sim::Record> read_record(const std::string& path, std::string& problem) {
+  std::string damage;
+  auto record = sim::Record::read(path, damage);
+  if (record && !damage.empty()) environment::complain("%s", damage.c_str());
+  if (!record) problem = damage;
+  return record;
+}
+
+}  // namespace
+
 Wishes::Wishes() : faults(environment::sim_faults()) {}
 
 bool Wishes::take(const Args& args, size_t& at) {
@@ -51,7 +64,9 @@ std::unique_ptr<ServedModem> ServedModem::open(const std::string& folder, const 
   }
   served->behaviour_.witness = served->witness_;
   if (!wishes.replay.empty()) {
-    if (!served->replay_.open(wishes.replay, wishes.fast, problem)) return nullptr;
+    auto record = read_record(wishes.replay, problem);
+    if (!record) return nullptr;
+    served->replay_.play(std::move(*record), wishes.fast);
     served->behaviour_.script = &served->replay_;
   }
   return served;

@@ -23,7 +23,7 @@ std::optional<RecordedPacket> packet_from(const std::string& hex) {
   const auto digit = [](char c) { return c >= 'a' ? c - 'a' + 10 : c - '0'; };
   RecordedPacket packet;
   for (size_t i = 0; i < hex.size(); i += 2) {
-    const std::string pair = hex.substr(i, 2);
+    const auto pair = std::string_view(hex).substr(i, 2);
     const bool hidden = pair == "..";
     if (!hidden && (pair.size() != 2 || pair.find_first_not_of("0123456789abcdef") != pair.npos)) {
       return std::nullopt;

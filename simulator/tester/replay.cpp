@@ -74,16 +74,11 @@ std::string first_difference(const qmi_idl_service_object& service, Packet reque
 
 }  // namespace
 
-bool Replay::open(const std::string& path, bool fast, std::string& problem) {
+void Replay::play(Record record, bool fast) {
   fast_ = fast;
-  auto record = Record::read(path, problem);
-  if (!record) return false;
-  if (!problem.empty()) environment::complain("%s", problem.c_str());
-  problem.clear();
-  record_ = std::move(*record);
+  record_ = std::move(record);
   asked_.resize(record_.exchanges.size());
   sought_.resize(record_.searches.size());
-  return true;
 }
 
 // As long as it took then: the network's times are scaled, the recorded ones are not.

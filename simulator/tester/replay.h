@@ -9,9 +9,8 @@ namespace sim {
 
 class Replay final : public Script {
  public:
-  // False, with `problem` in words, when the file is no record. That it is damaged is said on
-  // standard error.
-  bool open(const std::string& path, bool fast, std::string& problem);
+  // Answers from `record` from now on; with `fast` at once.
+  void play(Record record, bool fast);
 
   std::optional<Exchange> answer(const qmi_idl_service_object& service,
                                  std::span<const uint8_t> request) override;
