@@ -93,12 +93,12 @@ class HostileModem::End final : public std::enable_shared_from_this<End> {
 
   void deliver(Later& later) EXCLUDES(lock_) {
     MutexLock hold(lock_);
+    if (inbox_.empty()) arrived_.set();
     if (later.closes) {
       closed_ = true;
     } else {
       inbox_.push_back(std::move(later));
     }
-    arrived_.set();
   }
 
   void close() EXCLUDES(lock_) {
@@ -267,16 +267,11 @@ void HostileModem::say(qmi::Address source, std::vector<uint8_t> packet) {
 
 void HostileModem::deliver_due() {
   const auto now = timing::Clock::now();
-  std::deque<Later> kept;
-  for (Later& one : std::exchange(later_, {})) {
+  for (Later& one : later_) {
     const auto end = one.to.lock();
-    if (end != nullptr && one.due <= now) {
-      end->deliver(one);
-    } else if (end != nullptr) {
-      kept.push_back(std::move(one));
-    }
+    if (end != nullptr && one.due <= now) end->deliver(one);
   }
-  later_ = std::move(kept);
+  std::erase_if(later_, [&](const Later& one) { return one.due <= now || one.to.expired(); });
   if (!later_.empty()) changed_.notify_all();
 }
 

@@ -57,7 +57,7 @@ class HostileModem {
   Input acts_ GUARDED_BY(lock_){nullptr, 0};
   uint32_t delay_ms_ GUARDED_BY(lock_) = 0;
   std::vector<std::weak_ptr<End>> ends_ GUARDED_BY(lock_);
-  std::deque<Later> later_ GUARDED_BY(lock_);
+  std::vector<Later> later_ GUARDED_BY(lock_);
   // Who asked last, what, and whom.
   std::weak_ptr<End> by_ GUARDED_BY(lock_);
   std::vector<uint8_t> request_ GUARDED_BY(lock_);
