@@ -49,10 +49,11 @@ TEST_P(Transcript, IsPrintedToTheByte) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, Transcript,
-                         testing::Values("cards", "configurations", "diag", "extension", "failures",
-                                         "modem", "nvefs", "restarts", "rf", "scans", "statistics",
-                                         "tovictl", "traces", "usage", "verdicts", "watch",
-                                         "words"),
+                         testing::Values("answers", "cards", "configurations", "diag", "extension",
+                                         "failures", "folders", "modem", "nvefs", "replays",
+                                         "requests", "restarts", "rf", "runs", "scans",
+                                         "statistics", "tovictl", "traces", "usage", "verdicts",
+                                         "watch", "words"),
                          [](const auto& name) { return std::string(name.param); });
 
 TEST_F(Cli, TheFlagsSwitchLogAndEchoApart) {
@@ -88,96 +89,6 @@ TEST_F(Cli, EveryMessageHasASourceLineOfItsOwn) {
   EXPECT_GT(said.size(), 80u);
   for (const auto& [place, bodies] : said) {
     EXPECT_EQ(bodies.size(), 1u) << place << " " << *bodies.begin() << " " << *bodies.rbegin();
-  }
-}
-
-TEST_F(Cli, AVariableThatCannotBeUsedIsSaidInOneLine) {
-  const struct {
-    const char* name;
-    const char* value;
-    bool modem;  // still there?
-  } rows[] = {
-      {"TOVI_MODEM", "wire", false},           {"TOVI_MODEM", "unix:", false},
-      {"TOVI_STATE", "/proc/nowhere", false},  {"TOVI_TIME_SCALE", "0", false},
-      {"TOVI_SIM_FAULTS", "3=explode", false}, {"TOVI_SIM_SEED", "many", false},
-      {"TOVI_LOG", "/proc/nowhere/log", true}, {"TOVI_TRACE", "/proc/nowhere/trace", true},
-  };
-  for (const auto& row : rows) {
-    Variables changed = variables;
-    if (!row.modem) changed["TOVI_TIME_SCALE"] = "0.01";
-    changed[row.name] = row.value;
-    const Result result = run("tovi", {"4", "1", "0", "550"}, changed);
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << row.name << result.err;
-    EXPECT_NE(result.err.find(row.value), std::string::npos) << result.err;
-    EXPECT_EQ(result.out.find("data len(9)") != std::string::npos, row.modem) << row.name;
-    EXPECT_EQ(result.out.find("returned -5 num_services = 0") != std::string::npos, !row.modem);
-    EXPECT_EQ(run("tovi", {}, changed).err, "");
-  }
-}
-
-TEST_F(Cli, TheTraceShowsWhatWasAskedAndAnswered) {
-  variables["TOVI_TRACE"] = folder / "trace";
-  const struct {
-    std::vector<std::string> command;
-    std::vector<std::string> parts;  // in this order
-  } rows[] = {
-      {{"6", "5", "35"},
-       {" > extend 0x0002 send_data req #1 len 529\n  request_id = 5\n"
-        "  data_len = 1\n  data = 512 bytes: 23 00*511\n  00 01 00 02 00 11 02 ",
-        "\n  *\n  00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00\n",
-        " < extend 0x0002 send_data rsp #1 len 14\n  result = 1\n"}},
-      {{"4", "4", "1", "/nv/item_files/ims/IMS_enable"},
-       {"data = efs_read {op_type = 4, sub_id = 1, id = 0, path_len = 29, "
-        "path = \"/nv/item_files/ims/IMS_enable\", ",
-        "data = efs_read {unread_0 = 0, data_len_all = 1, ", "result = 0, data = 424 bytes: "}},
-      {{"4", "6", "1", "/nothing"}, {"result = -2, data = 424 bytes: 00*424}\n"}},
-      {{"3", "0", "7"},
-       {"data = gpio_set {type = 0, reserved = 0, value = 504 bytes: 01 00 00 00 07"}},
-      {{"11", "2"},
-       {"data = nv_sync {form = 2, reserved = 0, type = 35, length = 0, ",
-        "data = nv_sync {unread = 0, result = 0, "}},
-      {{"12", "0"}, {"network = [{mcc = 1, mnc = 1, status = 165, name = \"TEST 1\"}, "}},
-  };
-  for (const auto& row : rows) {
-    write_file(folder / "trace", "");
-    tovi(row.command);
-    const std::string trace = read_file(folder / "trace");
-    size_t at = 0;
-    for (const std::string& part : row.parts) {
-      const size_t found = trace.find(part, at);
-      ASSERT_NE(found, std::string::npos) << part << "\nin\n" << trace;
-      at = found + part.size();
-    }
-  }
-}
-
-TEST_F(Cli, TheTraceHidesWhatIdentifiesTheDevice) {
-  const std::string imei = "08 0a 10 10 32 54 76 98 20", eid = "89 04 90 32";
-  const std::string eid_file = "/nv/item_files/modem/uim/uimdrv/esim_eid";
-  const struct {
-    std::vector<std::string> command;
-    std::string secret;
-  } rows[] = {
-      {{"4", "1", "0", "550"}, imei},
-      {{"4", "2", "0", "550", "8", "10", "16", "16", "50", "84", "118", "152", "32"}, imei},
-      {{"5", "10", "1", "0"}, eid},
-      {{"4", "4", "1", eid_file}, eid},
-      {{"4", "5", "0", eid_file, "137", "4", "144", "50"}, eid},
-      {{"4", "4", "0", eid_file}, eid},
-      {{"4", "4", "1", eid_file.substr(1)}, eid},
-  };
-  for (const auto& row : rows) {
-    for (const char* full : {"1", "0"}) {
-      write_file(folder / "trace", "");
-      variables["TOVI_TRACE"] = folder / "trace";
-      variables["TOVI_TRACE_FULL"] = full;
-      tovi(row.command);
-      std::string trace = read_file(folder / "trace");
-      std::replace(trace.begin(), trace.end(), '\n', ' ');
-      for (size_t at; (at = trace.find("   ")) != std::string::npos;) trace.erase(at, 2);
-      EXPECT_EQ(trace.find(row.secret) != std::string::npos, full[0] == '1') << row.command[1];
-    }
   }
 }
 

@@ -16,19 +16,6 @@ std::string captured() {
   return testing::internal::GetCapturedStdout();
 }
 
-TEST_F(Extend, ARequestAlwaysCarriesAll512Bytes) {
-  unsigned int room = 512;
-  EXPECT_EQ(send(3, room), 0);
-  EXPECT_EQ(send(512, room = 512), 0);
-  const auto requests = modem.requests();
-  ASSERT_EQ(requests.size(), 2u);
-  const std::string header = "00" + hex(std::span(requests[0]).subspan(1, 2)) + "02001102";
-  EXPECT_EQ(hex(requests[0]),
-            header + request_prefix("02000000", "03000000") + "5a5a5a" + std::string(509 * 2, '0'));
-  EXPECT_EQ(hex(requests[1]).substr(14),
-            request_prefix("02000000", "00020000") + hex(Bytes(512, 0x5a)));
-}
-
 TEST_F(Extend, ArgumentsOutOfRangeAreRefusedUnsent) {
   Bytes buf(512);
   const struct {
@@ -279,38 +266,6 @@ TEST_F(Extend, ANasRequestIsSentOnAClientOfItsOwn) {
   time_out_ms = 60;
   EXPECT_EQ(send_scan(), QMI_TIMEOUT_ERR);
   modem.remove_service(11);
-}
-
-TEST_F(Extend, RfSettingsByteForByte) {
-  std::vector<std::string> sixty = {"tovi", "3", "0"};
-  sixty.insert(sixty.end(), 60, "1");
-  std::string fifty = "000000000000000032";
-  for (int i = 0; i < 50; ++i) fifty += "00000001";
-  const std::string kGpioPath = "/nv/item_files/modem/velmor/rf_ant_port_config";
-  const std::string kTxPath = "/nv/item_files/modem/antenna/ant_tx_config";
-  const struct {
-    std::vector<std::string> words;
-    std::string payload;
-  } rows[] = {
-      {{"tovi", "3", "0"}, ""},
-      {{"tovi", "3", "0", "7", "-1"}, "00000000000000000200000007000000ffffffff"},
-      {sixty, fifty},
-      {{"tovi", "3", "3", "1", "4", "0x30000"}, "01000000000000000100000004000000000003"},
-      {{"tovi", "3", "3", "0", "2", "18446744073709551615"},
-       "01000000000000000000000002000000ffffffffffffffff"},
-      {{"tovi", "3", "1"},
-       "040000002f" + hex(Bytes(kGpioPath.begin(), kGpioPath.end()))},  // 47 with its NUL
-      {{"tovi", "3", "5"}, "060000002b" + hex(Bytes(kTxPath.begin(), kTxPath.end()))},
-  };
-  for (const auto& row : rows) {
-    std::vector<char*> argv;
-    for (const std::string& word : row.words) argv.push_back(const_cast<char*>(word.c_str()));
-    reply(nvefs_rsp(1, 1, 0, {1}));
-    testing::internal::CaptureStdout();
-    velmor_test_rf_do(static_cast<int>(argv.size()), argv.data());
-    testing::internal::GetCapturedStdout();
-    EXPECT_EQ(sent(), row.payload);
-  }
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
 #include <time.h>
@@ -61,60 +60,6 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 class Limits : public Simulator {};
-
-TEST_F(Limits, WhatCannotBeReadIsTheModemsOwnFailureAndStopsNobody) {
-  using std::filesystem::path;
-  const struct {
-    const char* file;
-    Args args;
-    const char* found;    // in what is printed and traced when the file cannot be read
-    uintmax_t too_large;  // 0: there is no limit below that of every file
-  } rows[] = {
-      {"nv/0/550", {"4", "1", "0", "550"}, "rsp.result = -5\n", 425},
-      {"efs/0/nv/item_files/ims/IMS_enable",
-       {"4", "4", "0", "/nv/item_files/ims/IMS_enable"},
-       "error_code(-5)",
-       102411},
-      {"slot/1", {"5", "2", "0"}, "rsp.result = -5\n", 0},
-      {"slot/1", {"8", "AT+CPIN?"}, "ERROR", 0},
-      {"sar", {"5", "5"}, "resp = {result = 1, error = 3}", 0},
-      {"stats/0/82", {"9", "0", "0"}, "resp = {result = 1, error = 3}", 0},
-      {"pdc/software/0", {"10", "1", "1"}, "resp = {result = 1, error = 3}", 0},
-      {"version", {"5", "2", "0"}, "/version: ", 0},
-  };
-  Variables traced = state;
-  traced["TOVI_TRACE"] = "stderr";
-  traced["TOVI_TIME_SCALE"] = "0.1";
-  EXPECT_EQ(run("tovi", {"5", "2", "0"}, state).status, 0);
-  for (const auto& row : rows) {
-    const path file = path(folder / "state") / row.file;
-    const auto put = [&](int kind) {
-      switch (kind) {
-        case 0: std::filesystem::create_symlink(file.filename(), file); break;
-        case 1: EXPECT_EQ(mkfifo(file.c_str(), 0600), 0); break;
-        default: write_file(file, "");
-      }
-      if (kind == 2) std::filesystem::resize_file(file, uintmax_t{1} << 40);
-      if (kind == 3) std::filesystem::resize_file(file, row.too_large);
-    };
-    std::filesystem::rename(file, file.string() + ".kept");
-    for (int kind = 0; kind < (row.too_large != 0 ? 4 : 3); ++kind) {
-      put(kind);
-      const Result result = run("tovi", row.args, traced);
-      EXPECT_NE((result.out + result.err).find(row.found), std::string::npos)
-          << row.file << " " << kind << "\n"
-          << result.out << result.err;
-      std::filesystem::remove(file);
-    }
-    std::filesystem::rename(file.string() + ".kept", file);
-  }
-  // A setting is not lost for one that could not be read.
-  const std::string properties = folder / "state/properties";
-  std::filesystem::remove(properties);
-  ASSERT_EQ(mkfifo(properties.c_str(), 0600), 0);
-  EXPECT_EQ(modem({"setprop", "a", "1"}).status, 1);
-  EXPECT_TRUE(std::filesystem::is_fifo(properties));
-}
 
 // A socket that listens with room for `clients`, and lets none of them in.
 qmi::Descriptor mute_listener(const std::string& path, int clients) {
@@ -228,51 +173,6 @@ TEST_F(Limits, AServerThatRunsOutOfDescriptorsHangsUpOnClientsAndServesTheOthers
   EXPECT_EQ(server.wait().status, 0);
 }
 
-TEST_F(Limits, NothingIsWrittenIntoAFolderOfSomebodysOwn) {
-  const struct {
-    const char* file;
-    const char* content;
-    const char* why;
-  } folders[] = {
-      {"thesis.txt", "x", "holds other things than a modem's state"},
-      {"version", "2.3.1\n", "holds the state of another version of this program"},
-  };
-  write_file(folder / "log", "");
-  for (const auto& row : folders) {
-    std::filesystem::remove_all(folder / "state");
-    write_file(folder / "state/" + row.file, row.content);
-    write_file(folder / "state/device/dev/smd8", "");
-    const std::string before = listing();
-    Variables embedded = {
-        {"TOVI_STATE", folder / "state"}, {"TOVI_LOG", "/dev/null"}, {"TOVI_TIME_SCALE", "0.01"}};
-    Variables elsewhere = embedded;
-    elsewhere["TOVI_MODEM"] = "unix:" + (folder / "nobody");
-    const struct {
-      const char* program;
-      Args args;
-      const Variables& variables;
-      bool says_why = true;
-    } rows[] = {
-        {"tovi", {"4", "1", "0", "550"}, embedded},
-        {"tovi", {"11", "1"}, embedded},
-        {"tovi", {"11", "1"}, elsewhere},
-        {"tovi-modem", {"setprop", "a", "1"}, embedded},
-        {"tovi-modem", {"serve", "--unix", socket}, embedded},
-        {"tovi-modem", {"reset"}, embedded, false},
-    };
-    for (const auto& [program, args, variables, says_why] : rows) {
-      SCOPED_TRACE(std::string(row.file) + " " + program + " " + args[0]);
-      const std::string said = run(program, args, variables).err;
-      EXPECT_TRUE(!says_why || said.find(row.why) != std::string::npos) << said;
-      EXPECT_EQ(listing(), before);
-    }
-    run("tovi", {"8", "AT"},
-        elsewhere);  // the shell's echo finds the file; the port is not removed
-    EXPECT_EQ(read_file(folder / "state/device/dev/smd8"), "AT\r\n");
-    EXPECT_FALSE(exists(folder / "state/lock"));
-  }
-}
-
 // How long something takes.
 template <typename Work>
 seconds duration_of(Work work) {
@@ -378,48 +278,6 @@ TEST_F(Limits, APortThatWasLeftBehindIsRemovedOnlyByWhoeverHoldsThePorts) {
   velmor_device_port("/dev/smd8");
   EXPECT_EQ(removed, 1);
   EXPECT_FALSE(exists(port));
-}
-
-TEST_F(Limits, WhatKilledProcessesLeaveGoesAtTheNextStart) {
-  EXPECT_EQ(modem({"setprop", "a", "1"}).status, 0);
-  const auto file = [&](const char* name, int age_s) {
-    const std::string path = folder / "state/tmp/" + name;
-    write_file(path, "x");
-    const timespec times[2] = {{time(nullptr) - age_s, 0}, {time(nullptr) - age_s, 0}};
-    utimensat(AT_FDCWD, path.c_str(), times, 0);
-    return path;
-  };
-  const std::string old = file("1.1", 61), young = file("1.2", 50), used = file("1.3", 61);
-  const qmi::Descriptor user(open(used.c_str(), O_WRONLY));
-  ASSERT_EQ(flock(user.get(), LOCK_EX), 0);
-  run("tovi", {"4", "1", "0", "550"}, state);
-  EXPECT_FALSE(exists(old));
-  EXPECT_TRUE(exists(young));
-  EXPECT_TRUE(exists(used));
-}
-
-TEST_F(Limits, FilesOfTheStateFollowTheUmaskAndWhatIsRecordedIsPrivate) {
-  for (const mode_t mask : {mode_t{0022}, mode_t{0077}, mode_t{0002}}) {
-    const std::string state_folder = folder / std::to_string(mask), log = state_folder + ".log",
-                      trace = state_folder + ".trace";
-    char script[128];
-    snprintf(script, sizeof script, "umask %o; exec %s/tovi 4 2 0 9 1", mask, TOVI_BUILD_FOLDER);
-    run("/bin/sh", {"-c", script},
-        {{"TOVI_STATE", state_folder}, {"TOVI_LOG", log}, {"TOVI_TRACE", trace}});
-    const std::pair<std::string, mode_t> rows[] = {
-        {state_folder, 0700},
-        {state_folder + "/nv/0", 0700},
-        {state_folder + "/nv/0/9", 0666 & ~mask},
-        {state_folder + "/properties", 0666 & ~mask},
-        {log, 0600},
-        {trace, 0600},
-    };
-    for (const auto& [path, mode] : rows) {
-      struct stat status {};
-      EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
-      EXPECT_EQ(status.st_mode & 07777, mode) << path;
-    }
-  }
 }
 
 TEST_F(Limits, AServerThatCannotStartWholeSaysWhyAndEnds) {

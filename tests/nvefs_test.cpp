@@ -22,36 +22,6 @@ class Nvefs : public Extend {};
 
 char g_path[] = "/ab";
 
-TEST_F(Nvefs, NvAndEfsRequestsByteForByte) {
-  unsigned char buf[512] = {0x11, 0x22, 0x33};
-  unsigned int room = 8;
-  const std::string no_path(2 * 72, '0');  // offsets 4 to 75
-  const std::string path = "032f6162" + std::string(2 * 68, '0');
-  const std::string nothing(2 * 72, '0');
-  const struct {
-    std::function<int()> call;
-    std::string payload;
-  } rows[] = {
-      {[&] { return velmor_nv_read(1, 7232, buf, &room); }, "0101401c"},
-      {[&] { return velmor_nv_write_ex(0, 550, buf, 3); },
-       "02002602" + no_path + "03000000" + std::string(16, '0') + "112233"},
-      {[&] { return velmor_nv_delete(1, 10); }, "03010a"},
-      {[&] { return velmor_efs_read(0, g_path, 3, buf, &room); }, "04000000032f6162"},
-      {[&] { return velmor_efs_write(1, g_path, 3, buf, 3); },
-       "0501ff00" + path + "03000000" + "03000000" + "00000000" + "112233"},
-      {[&] { return velmor_efs_delete(0, g_path, 3); }, "06000000032f6162"},
-  };
-  for (const auto& row : rows) {
-    room = 8;
-    buf[0] = 0x11;
-    reply(nvefs_rsp(1, 1, 0, {0x11}));
-    EXPECT_EQ(row.call(), 0) << row.payload;
-    EXPECT_EQ(sent(), row.payload);
-    EXPECT_EQ(hex(std::span(modem.requests()[0]).subspan(7, 17)),
-              request_prefix("02000000", "00020000"));
-  }
-}
-
 TEST_F(Nvefs, NvefsChecksItsArgumentsInOrderAndSendsNothing) {
   unsigned char buf[512] = {};
   unsigned int room = 8, none = 0;
@@ -100,63 +70,20 @@ TEST_F(Nvefs, NvefsChecksItsArgumentsInOrderAndSendsNothing) {
   EXPECT_EQ(modem.requests().size(), 3u);
 }
 
-TEST_F(Nvefs, AnswersOfEveryShapeHaveADocumentedOutcome) {
+TEST_F(Nvefs, NoMoreIsStoredThanThereIsRoomFor) {
   unsigned char buf[64];
   unsigned int room;
-  const auto nv_read = [&] { return velmor_nv_read(0, 1, buf, &(room = 8)); };
-  const auto nv_write = [&] { return velmor_nv_write_ex(0, 1, buf, 1); };
-  const auto nv_delete = [&] { return velmor_nv_delete(0, 1); };
-  const auto efs_read = [&] { return velmor_efs_read(0, g_path, 3, buf, &(room = 8)); };
-  const auto efs_write = [&] { return velmor_efs_write(0, g_path, 3, buf, 1); };
-  const auto efs_delete = [&] { return velmor_efs_delete(0, g_path, 3); };
-  const Bytes five = bytes("0102030405");
-  const struct {
-    const char* what;
-    std::function<int()> call;
-    Bytes payload;
-    int code;
-    unsigned int stored;  // of a read that succeeds
-  } rows[] = {
-      {"the item", nv_read, nvefs_rsp(5, 0, 0, five), 0, 5},
-      {"an item larger than the room", nv_read, nvefs_rsp(9, 0, 0, Bytes(9)), 0, 8},
-      {"fewer bytes than it says", nv_read, nvefs_rsp(7, 0, 0, five), 0, 5},
-      {"a size of 4294967295", nv_read, nvefs_rsp(0xFFFFFFFF, 0, 0, five), 0, 5},
-      {"an empty item", nv_read, nvefs_rsp(0, 0, 0, five), -108, 0},
-      {"no data byte", nv_read, nvefs_rsp(5, 0, 0, {}), -108, 0},
-      {"one data byte", nv_read, nvefs_rsp(5, 0, 0, {9}), 0, 1},
-      {"no room for a result", nv_read, Bytes(19), -103, 0},
-      {"an empty answer", nv_read, {}, -103, 0},
-      {"the modem's refusal", nv_read, nvefs_rsp(5, 0, 5, five), 5, 0},
-      {"a negative refusal", nv_read, nvefs_rsp(5, 0, -5, five), -5, 0},
-      {"success", nv_write, nvefs_rsp(0, 0, 0, {}), 0, 0},
-      {"a refusal", nv_write, nvefs_rsp(0, 0, 7, {}), 7, 0},
-      {"no room for a result", nv_write, Bytes(19), -103, 0},
-      {"no room for a result", efs_read, Bytes(19, 1), -103, 0},
-      {"no room for a result", nv_delete, Bytes(19), -103, 0},
-      {"no room for a result", efs_write, Bytes(19), -103, 0},
-      {"no room for a result", efs_delete, {}, -103, 0},
-      {"an instance", efs_write, nvefs_rsp(0, 0, 254, {}), 0, 0},
-      {"a negative refusal", efs_write, nvefs_rsp(0, 0, -22, {}), -22, 0},
-      {"a positive refusal", efs_delete, nvefs_rsp(0, 0, 2, {}), 2, 0},
-      {"the file", efs_read, nvefs_rsp(5, 5, 0, five), 0, 5},
-      {"more bytes than the room", efs_read, nvefs_rsp(20, 20, 0, Bytes(20)), 0, 8},
-      {"more bytes than it says", efs_read, nvefs_rsp(3, 3, 0, five), 0, 3},
-      {"a chunk of 4294967295", efs_read, nvefs_rsp(5, 0xFFFFFFFF, 0, five), 0, 5},
-      {"an empty chunk", efs_read, nvefs_rsp(5, 0, 0, five), -108, 0},
-      {"a chunk without its bytes", efs_read, nvefs_rsp(5, 5, 0, {}), -108, 0},
-      {"a refusal", efs_read, nvefs_rsp(5, 5, 2, five), 2, 0},
-  };
-  for (const auto& row : rows) {
+  const std::function<int()> reads[] = {
+      [&] { return velmor_nv_read(0, 1, buf, &(room = 8)); },
+      [&] { return velmor_efs_read(0, g_path, 3, buf, &(room = 8)); }};
+  for (const auto& read : reads) {
     memset(buf, 0xee, sizeof buf);
-    reply(row.payload);
-    EXPECT_EQ(row.call(), row.code) << row.what;
-    if (row.code == 0 && row.stored > 0) {
-      EXPECT_EQ(room, row.stored) << row.what;
-      EXPECT_EQ(buf[8], 0xee) << row.what;
-    }
+    reply(nvefs_rsp(20, 20, 0, Bytes(20)));
+    EXPECT_EQ(read(), 0);
+    EXPECT_EQ(room, 8u);
+    EXPECT_EQ(buf[7], 0);
+    EXPECT_EQ(buf[8], 0xee);
   }
-  reply({}, 1);
-  EXPECT_EQ(nv_read(), -103);
 }
 
 TEST_F(SilentModem, AnAnswerThatDoesNotComeIsAFailedExchange) {

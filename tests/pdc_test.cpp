@@ -83,29 +83,23 @@ class Pdc : public FakeModemTest {
   const std::string active = std::string(kGood) + "11 1500 14" + kId;
 };
 
-TEST_F(Pdc, RequestsByteForByte) {
-  const auto ex = [](uint32_t type, pdc_activation_type_enum_v01 act) {
-    return pdc_activate_config_ex(static_cast<pdc_config_type_enum_v01>(type), act, 0, 0);
-  };
+// Those of the platform's configuration, and the list's next page.
+TEST_F(Pdc, RequestsThatNoCommandSendsByteForByte) {
   const struct {
     std::function<int()> call;
     std::string message;  // id, length, TLVs
   } rows[] = {
-      {get, "2200 0e00 01 0400 01000000 11 0400 00000000"},
       {[] {
          pdc_config_pdc_info out{};
          return pdc_get_current_config(&out, PDC_CONFIG_TYPE_MODEM_PLATFORM_V01, 1);
        },
        "2200 0700 01 0400 00000000"},
-      {select, std::string("2300 2300 01 1900 01000000 14") + kId + "11 0400 00000000"},
-      {deactivate, "2b00 0e00 01 0400 01000000 11 0400 00000000"},
       {[] { return pdc_deactivate_config(1, PDC_CONFIG_TYPE_MODEM_PLATFORM_V01); },
        "2b00 0e00 01 0400 00000000 11 0400 01000000"},
-      {[&] { return ex(1, PDC_ACTIVATION_REFRESH_ONLY_V01); },
-       "2700 1c00 01 0400 01000000 11 0400 01000000 12 0400 00000000 13 0400 00000000"},
-      {[] { return pdc_activate_config(kSoftware, 1); },
-       "2700 1c00 01 0400 01000000 11 0400 00000000 12 0400 01000000 13 0400 01000000"},
-      {[&] { return ex(0, PDC_ACTIVATION_REGULAR_V01); },
+      {[] {
+         return pdc_activate_config_ex(PDC_CONFIG_TYPE_MODEM_PLATFORM_V01,
+                                       PDC_ACTIVATION_REGULAR_V01, 0, 0);
+       },
        "2700 0e00 01 0400 00000000 11 0400 00000000"},
       {[] {
          uint32_t timer_id = 1;

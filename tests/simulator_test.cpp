@@ -16,34 +16,6 @@ namespace {
 
 using namespace testing_support;
 
-TEST_F(Simulator, TheSameCommandsPrintTheSameOverBothEndpoints) {
-  const auto server = serve();
-  const std::string path = "/nv/item_files/modem/mmode/device_mode";
-  const Args commands[] = {
-      {"4", "1", "0", "550"},
-      {"4", "2", "1", "9", "1", "2"},
-      {"4", "1", "1", "9"},
-      {"4", "3", "1", "9"},
-      {"4", "1", "1", "9"},
-      {"4", "4", "0", path},
-      {"4", "5", "0", path, "1", "2"},
-      {"4", "4", "0", path},
-      {"4", "6", "0", path},
-      {"4", "6", "0", path},
-      {"6", "4", "35"},
-      {"6", "5", "1"},
-      {"6", "2", "9"},
-      {"4", "1", "0", "7233"},
-  };
-  Variables embedded = state;
-  embedded["TOVI_STATE"] = folder / "other";
-  for (const Args& args : commands) {
-    EXPECT_EQ(without_lines(run("tovi", args, served).out),
-              without_lines(run("tovi", args, embedded).out));
-  }
-  EXPECT_FALSE(exists(folder / "elsewhere"));
-}
-
 using Services = std::map<std::string, std::unique_ptr<sim::Service>>;
 
 Services services_of(sim::Modem& modem) {
@@ -218,25 +190,6 @@ TEST_F(Simulator, EightProgramsMayMakeTheStateAtOnceAndWriteOneFile) {
   EXPECT_TRUE(std::filesystem::is_empty(folder / "state/tmp"));
 }
 
-TEST_F(Simulator, NothingIsWrittenOutsideTheStateFolder) {
-  run("tovi", {"4", "5", "0", "/plain/file", "1"}, state);
-  write_file(folder / "log", "");
-  Variables quiet = state;
-  quiet["TOVI_LOG"] = "/dev/null";
-  const std::string before = listing();
-  for (const char* path : {"/../../../x", "..", "/a/../../x", "/./x", "//x", "/x/", "/", "/a//b",
-                           "/plain/file/x", "/plain"}) {
-    for (const char* command : {"5", "6", "4"}) {
-      Args args = {"4", command, "0", path};
-      if (command[0] == '5') args.push_back("1");
-      EXPECT_NE(run("tovi", args, quiet).out.find("note: Error happen! error_code(-"),
-                std::string::npos)
-          << command << " " << path;
-    }
-  }
-  EXPECT_EQ(listing(), before);
-}
-
 TEST_F(Simulator, AServerReplacesADeadSocketAndRefusesALiveOne) {
   auto server = serve();
   const Result second = modem({"serve", "--unix", socket});
@@ -258,71 +211,6 @@ TEST_F(Simulator, AServerReplacesADeadSocketAndRefusesALiveOne) {
   EXPECT_EQ(read_file(socket), "a file, not a socket");
 }
 
-TEST_F(Simulator, ResetEmptiesOnlyAStateFolderThatNoServerUses) {
-  EXPECT_EQ(modem({"reset"}).status, 0);
-  EXPECT_FALSE(exists(folder / "state"));
-  write_file(folder / "state/lock", "");
-  EXPECT_EQ(modem({"reset"}).status, 0);
-  write_file(folder / "state/precious", "x");
-  EXPECT_EQ(modem({"reset"}).status, 1);
-  EXPECT_EQ(read_file(folder / "state/precious"), "x");
-  std::filesystem::remove(folder / "state/precious");
-  auto server = serve();
-  EXPECT_EQ(modem({"reset"}).err, "tovi-modem: " + (folder / "state") + ": a server is using it\n");
-  EXPECT_TRUE(exists(folder / "state/nv/0/550"));
-  server->kill(SIGTERM);
-  server->wait();
-  write_file(folder / "outside", "x");
-  write_file(folder / "state/precious", "x");
-  std::filesystem::create_directory_symlink(folder.path(), folder / "state/efs/link");
-  EXPECT_EQ(modem({"reset"}).status, 0);
-  EXPECT_FALSE(exists(folder / "state/nv"));
-  EXPECT_FALSE(exists(folder / "state/precious"));
-  EXPECT_TRUE(exists(folder / "outside"));
-  EXPECT_NE(run("tovi", {"4", "1", "0", "550"}, state).out.find("data len(9)"), std::string::npos);
-  for (const char* version : {"999\n", "", "1 x\n", "1 1 1\n", "1 -1\n", "11\n", "2 1\n"}) {
-    write_file(folder / "state/version", version);
-    EXPECT_NE(run("tovi", {"4", "1", "0", "550"}, state).err.find("another version"),
-              std::string::npos)
-        << version;
-  }
-}
-
-TEST_F(Simulator, AFolderOfAnEarlierBuildGetsWhatItLacksOnce) {
-  run("tovi", {"4", "1", "0", "550"}, state);
-  const std::string current = read_file(folder / "state/version");
-  EXPECT_EQ(current, "1 2\n");
-  const std::string record = read_file(folder / "state/stats/1/110");
-  const struct {
-    const char* version;
-    bool completes;
-    std::string afterwards;
-    bool adds_the_last;
-  } rows[] = {{"1\n", true, current, true},
-              {"1 0\n", true, current, true},
-              {"1 1\n", false, current, true},
-              {"1 2\n", false, current, false},
-              {"1 999\n", false, "1 999\n", false}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.version);
-    write_file(folder / "state/version", row.version);
-    write_file(folder / "state/nv/0/550", "mine");
-    std::filesystem::remove(folder / "state/sar");
-    std::filesystem::remove(folder / "state/networks");
-    std::filesystem::remove_all(folder / "state/stats");
-    EXPECT_EQ(run("tovi", {"4", "1", "0", "550"}, state).err, "");
-    EXPECT_EQ(exists(folder / "state/sar"), row.completes);
-    EXPECT_EQ(exists(folder / "state/networks"), row.adds_the_last);
-    EXPECT_EQ(exists(folder / "state/stats/1/110"), row.completes);
-    EXPECT_EQ(read_file(folder / "state/nv/0/550"), "mine");
-    EXPECT_EQ(read_file(folder / "state/version"), row.afterwards);
-    if (row.completes) {
-      EXPECT_EQ(read_file(folder / "state/stats/1/110"), record);
-      EXPECT_EQ(read_file(folder / "state/sar"), "# DSI, 0 to 20\ndsi=3\n");
-    }
-  }
-}
-
 TEST_F(Simulator, OfTwoServersStartedTogetherOneServes) {
   serve()->kill(SIGKILL);  // leaves a dead socket
   std::vector<std::unique_ptr<Program>> servers;
@@ -337,62 +225,6 @@ TEST_F(Simulator, OfTwoServersStartedTogetherOneServes) {
   for (auto& server : servers) refused += server->wait().status == 1;
   EXPECT_EQ(refused, 5);
   EXPECT_FALSE(exists(socket));
-}
-
-TEST_F(Simulator, NothingIsPrintedIntoTheFilesOfAProgramWithClosedDescriptors) {
-  const std::string script = "cd " + folder.path() + " && PATH=" TOVI_BUILD_FOLDER R"(:$PATH
-export TOVI_STATE=state TOVI_LOG=log TOVI_MODEM=unix:socket TOVI_TRACE=stderr
-tovi-modem serve --unix socket 2>&- &
-for i in $(seq 500); do [ ! -S socket ] || break; sleep 0.01; done
-tovi 4 2 0 77 1 >&-
-tovi 4 2 0 78 1 2>&-
-TOVI_MODEM=sim tovi 4 2 0 79 1 <&- >&- 2>&-
-kill $! && wait $!)";
-  const Result shell = run("/bin/sh", {"-c", script}, {});
-  EXPECT_EQ(shell.status, 0);
-  for (const char* item : {"77", "78", "79"}) {
-    EXPECT_EQ(read_file(folder / "state/nv/0/" + item), "\x01");
-  }
-  EXPECT_EQ(read_file(folder / "state/lock"), "");
-  std::istringstream log(read_file(folder / "log"));
-  for (std::string line; std::getline(log, line);) {
-    EXPECT_TRUE(line.starts_with("D [tovi]") || line == "D ") << line;
-  }
-}
-
-TEST_F(Simulator, PropertiesKeepWhatAPersonWroteAroundThem) {
-  EXPECT_EQ(modem({"getprop", "a.b"}).out, "\n");
-  EXPECT_EQ(modem({"setprop", "a.b", "1"}).status, 0);
-  EXPECT_EQ(run("tovi-modem", {"getprop", "a.b"}, {{"HOME", ""}, {"XDG_STATE_HOME", ""}}).status,
-            1);
-  const std::string file = folder / "state/properties";
-  write_file(file, "# mine\n a.b = 7 # old\nother=x\na.b=8");
-  EXPECT_EQ(modem({"getprop", "a.b"}).out, "8\n");
-  EXPECT_EQ(modem({"setprop", "a.b", "two words"}).status, 0);
-  EXPECT_EQ(read_file(file), "# mine\na.b=two words\nother=x\n");
-  for (const Args& bad :
-       {Args{"setprop", "", "1"}, Args{"setprop", "a=b", "1"}, Args{"setprop", "a", "1\n2"},
-        Args{"setprop", "a", std::string(92, 'x')}, Args{"setprop", "a", "#"}}) {
-    EXPECT_EQ(modem(bad).status, 1);
-  }
-  EXPECT_EQ(read_file(file), "# mine\na.b=two words\nother=x\n");
-}
-
-TEST_F(Simulator, WrongUsageEndsWithStatus2) {
-  for (const Args& args : {Args{}, Args{"fly"}, Args{"serve"}, Args{"serve", "--unix"},
-                           Args{"reset", "now"}, Args{"getprop"}, Args{"setprop", "a"}}) {
-    const Result result = modem(args);
-    EXPECT_EQ(result.status, 2);
-    EXPECT_TRUE(result.err.starts_with("usage: tovi-modem serve"));
-    EXPECT_EQ(result.out, "");
-  }
-  const std::string help = modem({"--help"}).out;
-  EXPECT_TRUE(help.starts_with("usage:"));
-  for (const char* action : {" drop ", " ind-other:ID ", " restart[:MS]\n"}) {
-    EXPECT_NE(help.find(action), std::string::npos) << help;
-  }
-  EXPECT_EQ(modem({"-h"}).out, help);
-  EXPECT_TRUE(modem({"--version"}).out.starts_with("tovi-modem "));
 }
 
 // A tree of the script and of a build that copies one file, in place of the real one.

@@ -114,41 +114,10 @@ class Uim : public FakeModemTest {
   };
 };
 
-TEST_F(Uim, SevenRequestsByteForByte) {
-  const struct {
-    std::function<int()> call;
-    const char* message;  // id, length, TLVs
-  } rows[] = {
-      {status, "2f00 0400 10 0100 01"},
-      {open, "4200 1c00 01 0100 02 10 1100 10 a0000005591010ffffffff8900000100 11 0100 01"},
-      {apdu, "3b00 1e00 01 0100 02 02 0f00 0d00 80e2910007bf3404820205e000 10 0100 01 11 0100 01"},
-      {close, "3f00 0c00 01 0100 02 11 0100 01 13 0100 00"},
-      {power_down, "3000 0400 01 0100 02"},
-      {power_up, "3100 0c00 01 0100 02 10 0100 01 11 0100 00"},
-      {eid, "6500 0400 01 0100 02"},
-  };
-  for (const auto& row : rows) {
-    reply(kSuccess);
-    echo_of(row.call);
-    EXPECT_EQ(result, 0);
-    const Bytes sent = modem.requests().back();
-    EXPECT_EQ(hex(sent).substr(6), hex(bytes(row.message)));
-    EXPECT_EQ(sent[0], 0);
-  }
-}
-
-TEST_F(Uim, TheModeIsStoredBeforeTheCardIsPowered) {
-  const std::string path = "/nv/item_files/modem/uim/uimdrv/esim_enable";
-  const std::string head = "0501ff002b" + hex(Bytes(path.begin(), path.end())) +
-                           std::string(2 * (71 - path.size()), '0') + "0400000004";
-  echo_of(power_up);
-  const auto requests = modem.requests();
-  ASSERT_EQ(requests.size(), 2u);
-  EXPECT_EQ(payload_of(requests[0]), head + "000000" + "00000000" + "01");
+TEST_F(Uim, ACardWhoseModeCannotBeStoredIsNotPowered) {
   reply(kRefusal);
   const std::string refused = echo_of(power_down);
   EXPECT_EQ(result, 0);  // what the service says is not looked at
-  EXPECT_EQ(payload_of(modem.requests().at(0)), head);
   const std::string f = "RIL[velmor_esim_request_uicc_power_ex]: ";
   EXPECT_TRUE(holds(refused, f + "velmor_uim_request_uicc_power_ex power down sim\n"));
   EXPECT_TRUE(holds(refused, f + "uicc_power_ex res = 0, failed_cnt = 0\n" + f +
@@ -426,60 +395,6 @@ TEST_F(Uim, AnEidIsValidByItsRemainder) {
   }
 }
 
-TEST_F(Uim, CommonRequestsOfModule5AndTheirDumps) {
-  const auto run_module = [&](std::vector<std::string> words) {
-    words.insert(words.begin(), {"tovi", "5"});
-    std::vector<char*> argv;
-    for (std::string& word : words) argv.push_back(word.data());
-    return echo_of([&] { return velmor_test_cmn_do(static_cast<int>(argv.size()), argv.data()); });
-  };
-  const struct {
-    std::vector<std::string> words;
-    const char* payload;
-  } sent[] = {
-      {{"1"}, "020000000000000027"},
-      {{"2", "5"}, "0200000000000000370000000400000001"},
-      {{"3", "0", "1", "7"}, "0200000000000000390000000c000000000000000100000001"},
-      {{"4"}, "020000000000000038"},
-      {{"6", "0"}, "02000000000000005000000004"},
-      {{"6", "1", "10", "10", "3"}, "02000000000000005000000010000000010000000a0000000a00000003"},
-  };
-  for (const auto& row : sent) {
-    reply(kSuccess);
-    run_module(row.words);
-    EXPECT_EQ(payload_of(modem.requests().at(0)), row.payload);
-  }
-  const struct {
-    const char* answer;
-    size_t filler;  // bytes of 0x77 behind it
-    const char* printed;
-  } answers[] = {
-      {"00000000 00000000 27000000 04000000 01000000", 0,
-       "data len(12)\ndata: 27 00 00 00 04 00 00 00 01 00 00 00\n"},
-      {"00000000 00000000 11223344 00000000", 0, "data len(8)\ndata: 11 22 33 44 00 00 00 00\n"},
-      {"00000000 00000000", 0, "data len(8)\ndata: 00 00 00 00 00 00 00 00\n"},
-      {"00000000 000000", 0,
-       "result = 0, rsp.result = 0\ndata len(8)\ndata: 00 00 00 00 00 00 00 00\n"},
-      {"00000000 00000000 00000000 ec010000", 492, "data len(500)\n"},
-      {"00000000 00000000 00000000 ed010000", 492, "data len(500)\n"},
-      {"00000000 00000000 00000000 f8ffffff", 492, "data len(500)\n"},
-      {"00000000 00000000 00000000 ffffffff", 0, "data len(500)\n"},
-      {"00000000 05000000", 0,
-       "result = 0, rsp.result = 5\nRIL[velmor_cmn_cmd_send]: rsp.result fail\n"},
-  };
-  for (const auto& row : answers) {
-    Bytes payload = bytes(row.answer);
-    payload.resize(payload.size() + row.filler, 0x77);
-    modem.on_request([=](const Bytes& request) { return Replies{answer(request, payload)}; });
-    EXPECT_TRUE(holds(run_module({"1"}), row.printed)) << row.answer;
-  }
-  modem.on_request([](const Bytes& request) { return Replies{answer(request, {}, 9)}; });
-  EXPECT_TRUE(holds(run_module({"1"}),
-                    "result = -3, rsp.result = 0\n"
-                    "RIL[velmor_cmn_cmd_send]: velmor_extend_qmi_send_sync fail\n"
-                    "RIL[velmor_test_cmn_do]: note: Error happen! error_code(-3)"));
-}
-
 TEST_F(Uim, MemoryThatCannotBeHadIsSaidInTheLog) {
   const std::string log = std::filesystem::path(socket_path()).parent_path() / "log";
   EXPECT_EQ(qcril_malloc_adv(SIZE_MAX / 2, "some_caller", 42), nullptr);
@@ -490,74 +405,6 @@ TEST_F(Uim, MemoryThatCannotBeHadIsSaidInTheLog) {
   ASSERT_NE(block, nullptr);
   EXPECT_EQ(hex({static_cast<uint8_t*>(block), 100}), std::string(200, '0'));
   qcril_free_adv(block, "some_caller", 44);
-}
-
-std::string hex_of(const std::string& text) {
-  return hex(Bytes(text.begin(), text.end()));
-}
-
-// The payload of a write of the file that says what slot 2 is to hold.
-std::string esim_enable_write(const std::string& value) {
-  const std::string path = "/nv/item_files/modem/uim/uimdrv/esim_enable";
-  Bytes payload = bytes("05 01 ff00 2b");
-  payload.insert(payload.end(), path.begin(), path.end());
-  payload.resize(76);
-  const Bytes rest = bytes("04000000 04000000 00000000" + value);
-  payload.insert(payload.end(), rest.begin(), rest.end());
-  while (payload.back() == 0) payload.pop_back();
-  return hex(payload);
-}
-
-TEST_F(Uim, TheEsimTestSendsTheseRequestsAndNoOther) {
-  const std::string eid_path = hex_of("/nv/item_files/modem/uim/uimdrv/esim_eid");
-  const std::string eid = "89049032123451234512345678901235";
-  modem.on_request([&](const Bytes& request) {
-    const auto id = static_cast<uint16_t>(request[3] | request[4] << 8);
-    if (id == kExtendSendDataMsg) return Replies{answer(request, Bytes(20))};
-    std::string tlvs = kSuccess;
-    if (id == 0x65) tlvs += "10 1100 10" + eid;
-    if (id == 0x42) tlvs += "10 0100 03";
-    if (id == 0x3b) tlvs += "10 0a00 0800 bf34038001009000";
-    return Replies{packet(qmi::Kind::Response, transaction_of(request), id, bytes(tlvs))};
-  });
-  const struct {
-    const char* test;
-    std::vector<std::string> requests;  // without their transactions; payloads of the extension
-  } rows[] = {
-      {"1",
-       {esim_enable_write("00000000"), "00 3000 0400 01 0100 02", esim_enable_write("01000000"),
-        "00 3100 0c00 01 0100 02 10 0100 01 11 0100 00", "00 6500 0400 01 0100 02",
-        "0401 0000 28" + eid_path,
-        "0501 ff00 28" + eid_path + std::string(62, '0') + "10000000 10000000 00000000" + eid}},
-      {"2",
-       {esim_enable_write("01000000"), "00 3000 0400 01 0100 02", esim_enable_write("00000000"),
-        "00 3100 0c00 01 0100 02 10 0100 00 11 0100 00"}},
-      {"3", {"00 6500 0400 01 0100 02"}},
-      {"4", {"00 2f00 0400 10 0100 01"}},
-      {"5",
-       {"00 4200 1c00 01 0100 02 10 1100 10 a0000005591010ffffffff8900000100 11 0100 01",
-        "00 3b00 1e00 01 0100 02 02 0f00 0d00 80e2910007bf3404820205e000 10 0100 03 11 0100 01",
-        "00 3f00 0c00 01 0100 02 11 0100 03 13 0100 00"}},
-      {"6", {}},
-  };
-  size_t seen = 0;
-  for (const auto& row : rows) {
-    const char* argv[] = {"tovi", "5", "10", row.test, "1"};
-    echo_of([&] { return velmor_cmn_esim_test(5, const_cast<char**>(argv)); });
-    const std::vector<Bytes> all = modem.requests();
-    std::vector<std::string> sent, wanted;
-    for (; seen < all.size(); ++seen) {
-      Bytes request = all[seen];
-      if (request[3] == kExtendSendDataMsg) {
-        sent.push_back(payload_of(request));
-      } else {
-        request.erase(request.begin() + 1, request.begin() + 3);
-        sent.push_back(hex(request));
-      }
-    }
-    for (const std::string& request : row.requests) wanted.push_back(hex(bytes(request)));
-    EXPECT_EQ(sent, wanted) << row.test;
-  }
 }
 
 }  // namespace
