@@ -55,51 +55,6 @@ class Mbn : public Cli {
   }
 };
 
-TEST_F(Mbn, WhateverTheModemDoesToAReactivationHasADocumentedEnd) {
-  const struct {
-    std::string faults;
-    std::string lines;
-    bool is_left = false;
-  } rows[] = {
-      {"24/22=error:3", reactivated(0, -1)},
-      {"24/22=drop", reactivated(0, -1)},
-      {"24/22=no-ind", reactivated(0, -1)},
-      {"24/22=ind-delay:60000", reactivated(0, -1)},
-      {"24/22=ind-other:0x23", reactivated(0, -1)},
-      {"24/2b=ind-other:0x23", reactivated(0)},
-      {"24/2b=ind-delay:60000", reactivated(0)},
-      {"24/23=no-ind", reactivated(0, 0, -1), true},
-      {"24/23=ind-first", reactivated(0)},
-      {"24/23=ind-delay:60000", reactivated(0, 0, -1), true},
-      {"24/22=ind-delay:1000", reactivated(0)},
-      {"24/22=ind-first", reactivated(0)},
-      {"24=ind-twice", reactivated(0)},
-      {"24/22=restart", reactivated(0, -1)},
-      {"24/2b=error:3", reactivated(0)},
-      {"24/2b=no-ind", reactivated(0)},
-      {"24/2b=drop", reactivated(0)},
-      {"24/2b=restart", reactivated(0, 0, -1, -1), true},
-      {"24/23=error:3;24/27=drop", reactivated(0, 0, -1, -1), true},
-      {"24/23=restart", reactivated(0, 0, -1, -1), true},
-      {"24/27=restart", reactivated(0, 0, 0, -1), true},
-      {"24/27=error:3", reactivated(0)},
-      {"ffe4=drop", reactivated(0)},
-  };
-  // Side by side, since most of them wait: each with a modem of its own.
-  std::vector<std::unique_ptr<Program>> programs;
-  variables["TOVI_TIME_SCALE"] = "0.2";
-  for (const auto& row : rows) {
-    variables["TOVI_SIM_FAULTS"] = row.faults;
-    variables["TOVI_STATE"] = folder / ("state" + std::to_string(programs.size()));
-    programs.push_back(std::make_unique<Program>("tovi", Args{"10", "1", "1"}, variables));
-  }
-  for (size_t i = 0; i < programs.size(); ++i) {
-    const Result result = programs[i]->wait();
-    EXPECT_EQ(outcome_in(result.out), rows[i].lines) << rows[i].faults;
-    EXPECT_EQ(result.err, rows[i].is_left ? left_without(0, kFirst) : "") << rows[i].faults;
-  }
-}
-
 TEST_F(Mbn, WhoStopsAReactivationStopsItBehindTheActivation) {
   const struct {
     int signal;
