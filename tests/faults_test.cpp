@@ -174,73 +174,6 @@ TEST(Faults, ChangeAnswerAndIndications) {
   }
 }
 
-TEST(FaultsFile, IsFollowedByARunningModem) {
-  const ScratchFolder folder;
-  Variables variables = {{"TOVI_STATE", folder / "state"}, {"TOVI_LOG", "/dev/null"}};
-  Program server("tovi-modem", {"serve", "--unix", folder / "socket", "--faults", "uim=error:3"},
-                 variables);
-  server.wait_for_error_line("tovi-modem: ready\n");
-  variables["TOVI_MODEM"] = "unix:" + (folder / "socket");
-  variables["TOVI_TIME_SCALE"] = "0.2";
-  variables["TOVI_TRACE"] = "stderr";
-  const std::string file = folder / "state/faults";
-  const std::string good = "data len(9)";
-  const struct {
-    const char* rules;
-    Args args;
-    std::string printed;
-  } rows[] = {
-      {"", {"4", "1", "0", "550"}, good},
-      {"extend/nv_read=result:6", {"4", "1", "0", "550"}, "error_code(6)"},
-      {"extend/nv_read=result:7", {"4", "1", "0", "550"}, "error_code(7)"},
-      {"extend/efs_read=result:-28", {"4", "1", "0", "550"}, good},
-      {"extend/efs_read=result:-28", {"4", "4", "0", "/none"}, "error_code(-28)"},
-      {"extend/restart=result:94", {"11", "0"}, "modem_ssr {unread = 0, result = 94,"},
-      {"extend/2=len:19", {"4", "1", "0", "550"}, "resp_len:19"},
-      {"# mine\nextend=stray", {"4", "1", "0", "550"}, "error_code(-103)"},
-      {"ffe4=drop;what", {"4", "1", "0", "550"}, good},
-      {"uim/get_eid=error:7", {"5", "10", "2", "0"}, "error = 3}"},
-      {"uim/power_down=error:26", {"5", "10", "2", "0"}, "error = 26}"},
-  };
-  for (const auto& row : rows) {
-    write_file(file, row.rules);
-    const Result result = run("tovi", row.args, variables);
-    const std::string out = result.out + result.err;
-    EXPECT_NE(out.find(row.printed), std::string::npos) << row.rules << "\n" << out;
-  }
-  std::filesystem::remove(file);
-  EXPECT_NE(run("tovi", {"4", "1", "0", "550"}, variables).out.find(good), std::string::npos);
-  server.kill(SIGTERM);
-  const std::string complaint = file + ": the fault rule 'what' cannot be read: it has no =\n";
-  EXPECT_EQ(server.wait().err, "tovi-modem: ready\ntovi-modem: " + complaint);
-  // What cannot be read at the start keeps the modem from starting.
-  write_file(file, "what");
-  EXPECT_EQ(run("tovi-modem", {"serve", "--unix", folder / "socket"}, variables).err,
-            "tovi-modem: " + complaint);
-  variables["TOVI_MODEM"] = "sim";
-  EXPECT_EQ(run("tovi", {"4", "1", "0", "550"}, variables).err,
-            "tovi: the simulated modem: " + complaint);
-}
-
-TEST(Faults, KeepAServiceAwayFromTheStart) {
-  const ScratchFolder folder;
-  Variables variables = {{"TOVI_STATE", folder / "state"}, {"TOVI_LOG", "/dev/null"}};
-  const struct {
-    const char* rules;
-    const char* found;
-  } rows[] = {
-      {"extend=absent", "error_code(-102)"},
-      {"uim=absent", "data len(9)"},
-      {"extend=absent:300", "data len(9)"},
-  };
-  for (const auto& row : rows) {
-    variables["TOVI_SIM_FAULTS"] = row.rules;
-    variables["TOVI_TIME_SCALE"] = "0.3";
-    const std::string out = run("tovi", {"4", "1", "0", "550"}, variables).out;
-    EXPECT_NE(out.find(row.found), std::string::npos) << row.rules << "\n" << out;
-  }
-}
-
 // What a run of one operation in a process of its own came to.
 struct Outcome {
   int code;
@@ -423,28 +356,5 @@ TEST_P(FaultLoop, AResponseCutAtABorderIsNoSuccess) {
 
 INSTANTIATE_TEST_SUITE_P(Modem, FaultLoop, testing::Values(false, true),
                          [](const auto& served) { return served.param ? "served" : "embedded"; });
-
-TEST(FaultsOfAServer, ARestartedModemIsThereForTheNextCommand) {
-  ScratchFolder folder;
-  const std::string socket = folder / "socket";
-  const Variables variables = {{"TOVI_STATE", folder / "state"},
-                               {"TOVI_LOG", "/dev/null"},
-                               {"TOVI_MODEM", "unix:" + socket}};
-  Program server("tovi-modem",
-                 {"serve", "--unix", socket, "--faults", "ffe4#2=restart;ffe4#4=down:200"},
-                 variables);
-  server.wait_for_error_line("tovi-modem: ready\n");
-  for (const bool works : {true, false, true, false, true}) {
-    const std::string out = run("tovi", {"4", "1", "0", "550"}, variables).out;
-    EXPECT_EQ(out.find("data len(9)") != std::string::npos, works) << out;
-    EXPECT_EQ(out.find("send msg sync failed:-2") != std::string::npos, !works) << out;
-  }
-  const Result bad =
-      run("tovi-modem", {"serve", "--unix", socket + "2", "--faults", "3=explode"}, variables);
-  EXPECT_EQ(bad.status, 1);
-  EXPECT_EQ(bad.err,
-            "tovi-modem: the fault rule '3=explode' cannot be read: 'explode' is no action; "
-            "tovi-modem --help names them\n");
-}
 
 }  // namespace
