@@ -205,8 +205,12 @@ class NvefsWithModem : public Nvefs {
     ASSERT_NE(simulated_, nullptr) << problem;
     service_ = std::make_unique<sim::ExtensionService>(*simulated_);
     modem.on_request([this](const Bytes& request) {
-      const auto done = sim::carry_out(*service_, {1, 1}, request, no_faults_, random_);
-      return Replies{done.deliveries.at(0).packet};
+      Replies replies;
+      for (const auto& said :
+           sim::carry_out(*service_, {1, 1}, request, faults_, random_).deliveries) {
+        replies.push_back(said.packet);
+      }
+      return replies;
     });
     g_velmor_extend_print_flag = 0;
     g_velmor_shell_print_flag = 0;
@@ -219,7 +223,7 @@ class NvefsWithModem : public Nvefs {
   ScratchFolder folder_;
   std::unique_ptr<sim::Modem> simulated_;
   std::unique_ptr<sim::ExtensionService> service_;
-  sim::Faults no_faults_;
+  sim::Faults faults_;
   std::minstd_rand random_;
 };
 
@@ -261,6 +265,35 @@ TEST_F(NvefsWithModem, AChunkQuotesTheInstanceItWasGiven) {
   ASSERT_EQ(requests.size(), 2u);
   EXPECT_EQ(payload_of(requests[0]).substr(0, 8), "0500ff00");
   EXPECT_EQ(payload_of(requests[1]).substr(0, 8), "0500e803");
+}
+
+// The response's TLVs begin at 0, 7, 14 and, after one that nobody knows, 18; they end at 533.
+TEST_F(NvefsWithModem, AFileEndsBeforeTheExchangeThatFails) {
+  constexpr unsigned int kSize = 2000, kChunk = 424, kExchanges = 5;
+  Bytes data(kSize), back(kSize + 1);
+  for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<uint8_t>(i * 7 + i / 251);
+  EXPECT_EQ(velmor_efs_write(0, g_path, 3, data.data(), kSize), 0);
+  for (const std::string action :
+       {"twice", "short:533", "error:9", "garbage", "short:0", "short:1", "short:6", "short:7",
+        "short:8", "short:13", "short:14", "short:15", "short:18", "short:19", "short:532"}) {
+    const bool good = action == "twice" || action == "short:533";
+    for (unsigned int n = 1; n <= kExchanges; ++n) {
+      const std::string rule = "ffe4/2#" + std::to_string(n) + "=" + action;
+      std::string problem;
+      faults_ = *sim::Faults::parse(rule, problem);
+      unsigned int len = kSize + 1;
+      const int code = velmor_efs_read(0, g_path, 3, back.data(), &len);
+      EXPECT_EQ(code, good ? 0 : -103) << rule;
+      if (code == 0 || n > 1) {
+        EXPECT_EQ(len, good ? kSize : kChunk * (n - 1)) << rule;
+        EXPECT_EQ(memcmp(back.data(), data.data(), len), 0) << rule;
+      }
+      faults_ = *sim::Faults::parse(rule, problem);
+      EXPECT_EQ(velmor_efs_write(0, g_path, 3, data.data(), kSize), good ? 0 : -103) << rule;
+      EXPECT_EQ(velmor_nv_delete(0, 7232), 5) << rule;
+    }
+  }
+  EXPECT_EQ(read_file(folder_ / "efs/0/ab"), std::string(data.begin(), data.end()));
 }
 
 }  // namespace
