@@ -50,10 +50,10 @@ TEST_P(Transcript, IsPrintedToTheByte) {
 
 INSTANTIATE_TEST_SUITE_P(Of, Transcript,
                          testing::Values("answers", "at", "cards", "configurations", "diag",
-                                         "extension", "failures", "faults", "folders", "modem",
-                                         "nvefs", "replays", "requests", "restarts", "rf", "runs",
-                                         "scans", "statistics", "tovictl", "traces", "usage",
-                                         "verdicts", "watch", "words"),
+                                         "extension", "failures", "faults", "files", "folders",
+                                         "modem", "nvefs", "replays", "requests", "restarts", "rf",
+                                         "runs", "scans", "statistics", "tovictl", "traces",
+                                         "usage", "verdicts", "watch", "words"),
                          [](const auto& name) { return std::string(name.param); });
 
 TEST_F(Cli, TheFlagsSwitchLogAndEchoApart) {

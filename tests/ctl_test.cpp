@@ -8,7 +8,6 @@
 
 #include <filesystem>
 #include <map>
-#include <sstream>
 
 #include "gtest/gtest.h"
 #include "report.h"
@@ -25,51 +24,6 @@ class Ctl : public testing::Test {
   ScratchFolder folder;
   Variables variables = {{"TOVI_STATE", folder / "state"}, {"TOVI_LOG", folder / "log"}};
 };
-
-std::string pattern(size_t size) {
-  std::string bytes(size, '\0');
-  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i * 7 + i / 251);
-  return bytes;
-}
-
-TEST_F(Ctl, ContentOfEverySizeGoesThereAndBack) {
-  const struct {
-    const char* target;
-    size_t size;
-    int status;
-  } rows[] = {
-      {"/f", 0, 0},   {"/f", 1, 0},   {"/f", 413, 0},  {"/f", 414, 0},    {"/f", 415, 0},
-      {"/f", 424, 0}, {"/f", 425, 0}, {"/f", 4096, 0}, {"/f", 102410, 0}, {"/f", 102411, 2},
-      {"77", 1, 0},   {"77", 424, 0}, {"77", 0, 2},    {"77", 425, 2},
-  };
-  for (const auto& row : rows) {
-    const std::string what = std::string(row.target) + " of " + std::to_string(row.size);
-    const std::string bytes = pattern(row.size);
-    write_file(folder / "in", bytes);
-    EXPECT_EQ(ctl({"put", row.target, folder / "in", "--sub", "1"}).status, row.status) << what;
-    const std::string held = *row.target == '/' ? "state/efs/1/f" : "state/nv/1/77";
-    EXPECT_EQ(exists(folder / held) && read_file(folder / held) == bytes, row.status == 0) << what;
-    if (row.status != 0) continue;
-    const Result got = ctl({"get", row.target, "--sub", "1"});
-    EXPECT_EQ(got.status, 0) << got.err;
-    EXPECT_EQ(got.out, bytes) << what;
-    EXPECT_EQ(ctl({"get", row.target, "--sub", "1", "-o", folder / "out"}).status, 0);
-    EXPECT_EQ(read_file(folder / "out"), bytes) << what;
-  }
-}
-
-TEST_F(Ctl, OneAtATimeChangesAModem) {
-  variables["TOVI_SIM_FAULTS"] = "extend#1=delay:300";
-  Program first("tovictl", {"put", "/a", "hex:01"}, variables);
-  // Until the first has the lock.
-  while (!exists(folder / "state/efs/0/a")) usleep(1000);
-  variables.erase("TOVI_SIM_FAULTS");
-  EXPECT_EQ(ctl({"put", "/a", "hex:02"}).status, 9);
-  EXPECT_EQ(ctl({"get", "/a"}).status, 0);
-  EXPECT_EQ(ctl({"--wait", "put", "/a", "hex:02"}).status, 0);
-  EXPECT_EQ(first.wait().status, 0);
-  EXPECT_EQ(ctl({"get", "/a"}).out, "\x02");
-}
 
 // It keeps its own output and that of the libraries apart, which takes two descriptors.
 TEST_F(Ctl, WithoutADescriptorForItItSaysWhy) {
@@ -93,64 +47,6 @@ std::map<std::string, std::string> tree(const std::string& root) {
     files[path.substr(root.size())] = read_file(path);
   }
   return files;
-}
-
-TEST_F(Ctl, ABackupAnswersAsTheModemDidAndBringsItBack) {
-  const std::string backup = folder / "backup";
-  ASSERT_EQ(ctl({"put", "/a/b", "hex:0102"}).status, 0);
-  write_file(folder / "paths", "# beside the known ones\n/a/b\n/none\n");
-  const Args save = {"save", backup, "--nv", "0-700", "--paths", folder / "paths"};
-  ASSERT_EQ(ctl(save).status, 0);
-  EXPECT_EQ(ctl(save).status, 2) << "complete already";
-  const auto of_modem = [&](const std::string& state) {
-    return run("tovi", {"4", "1", "1", "550"}, {{"TOVI_STATE", state}, {"TOVI_LOG", "/dev/null"}});
-  };
-  EXPECT_EQ(of_modem(backup).out, of_modem(folder / "state").out);
-  EXPECT_EQ(of_modem(backup).out.find("fail"), std::string::npos);
-  EXPECT_EQ(ctl({"diff", backup}).out, "");
-  EXPECT_EQ(ctl({"restore", backup}).status, 8);
-
-  write_file(folder / "state/nv/1/77", "x");
-  write_file(folder / "state/efs/0/a/b", "longer");
-  std::filesystem::remove(folder / "state/nv/0/10");
-  const Result differs = ctl({"diff", backup});
-  EXPECT_EQ(differs.status, 7);
-  EXPECT_EQ(differs.out,
-            "removed NV item 10 of subscription 0: 3 bytes, now nothing\n"
-            "changed /a/b of subscription 0: 2 bytes, now 6 bytes\n"
-            "added NV item 77 of subscription 1: nothing, now 1 bytes\n");
-  EXPECT_EQ(ctl({"--yes", "restore", backup}).status, 0);
-  EXPECT_EQ(ctl({"diff", backup}).status, 0);
-
-  // Another device gets the rest and stays itself.
-  const std::string other = "\x08\x0a\x10\x10\x32\x54\x76\x98\x03";
-  write_file(folder / "state/nv/0/550", other);
-  write_file(folder / "state/nv/0/10", "new");
-  EXPECT_EQ(ctl({"--yes", "restore", backup}).status, 7);
-  EXPECT_EQ(read_file(folder / "state/nv/0/10"), "new");
-  EXPECT_EQ(ctl({"--yes", "restore", backup, "--other-device"}).status, 0);
-  EXPECT_EQ(read_file(folder / "state/nv/0/550"), other);
-  EXPECT_EQ(ctl({"diff", backup}).out,
-            "changed NV item 550 of subscription 0: 9 bytes, now 9 bytes\n");
-
-  // A folder that cannot be read is not one without items, which a restore would delete.
-  std::filesystem::remove_all(backup + "/nv/0");
-  std::filesystem::create_symlink("0", backup + "/nv/0");
-  EXPECT_EQ(ctl({"--yes", "restore", backup, "--other-device"}).status, 2);
-}
-
-TEST_F(Ctl, AFileIsReplacedBehindItsLinkAndKeepsItsMode) {
-  write_file(folder / "file", "old");
-  std::filesystem::permissions(folder / "file", std::filesystem::perms::owner_all);
-  std::filesystem::create_symlink("file", folder / "link");
-  std::filesystem::create_hard_link(folder / "file", folder / "before");
-  EXPECT_EQ(ctl({"get", "550", "-o", folder / "link"}).status, 0);
-  EXPECT_EQ(read_file(folder / "file").size(), 9u);
-  EXPECT_EQ(std::filesystem::status(folder / "file").permissions(),
-            std::filesystem::perms::owner_all);
-  EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
-  EXPECT_EQ(read_file(folder / "before"), "old") << "it was not written into";
-  EXPECT_EQ(ctl({"get", "550", "-o", "/dev/full"}).status, 2);
 }
 
 TEST_F(Ctl, AnInterruptedSaveContinuesAndEndsEqual) {
@@ -272,51 +168,6 @@ TEST(CtlReport, IsDrawnToTheByte) {
   const std::string drawn = report.page("long", "then") + brief.page("short", "now");
   const std::string golden = TOVI_TEST_DATA "/golden/report.html";
   expect_golden(golden, drawn);
-}
-
-TEST_F(Ctl, AWatchTellsARestartAndOutlivesIt) {
-  variables["TOVI_SIM_FAULTS"] = "vs/get_stats#3=restart:50;vs/get_stats#6=error:52";
-  const std::string page = folder / "page.html";
-  const Result json = ctl({"--json", "watch", "--every", "0", "--count", "6", "nr-snr", "wcdma",
-                           "--sub", "1", "--report", page});
-  EXPECT_EQ(json.status, 0) << json.err;
-  std::string events;
-  std::istringstream lines(json.out);
-  for (std::string line; std::getline(lines, line);) {
-    events += line.find("\"away\"") != std::string::npos   ? 'a'
-              : line.find("\"back\"") != std::string::npos ? 'b'
-              : line.find("snr_rx0") != std::string::npos  ? 's'
-                                                           : 'w';
-  }
-  EXPECT_EQ(events, "swswabswswswsw");
-  const std::string html = read_file(page);
-  for (const char* part : {"<svg", "class=\"gap\"", "nr-snr: 5G", "away 1 time", "rx_agc"}) {
-    EXPECT_NE(html.find(part), std::string::npos) << part;
-  }
-  for (const char* fetched : {"http", "src=", "url(", "@import"}) {
-    EXPECT_EQ(html.find(fetched), std::string::npos) << fetched;
-  }
-  variables.erase("TOVI_SIM_FAULTS");
-
-  write_file(folder / "state/stats/0/110", "length=5\n");
-  const Result csv = ctl({"watch", "--csv", "--count", "1", "wcdma", "gsm"});
-  EXPECT_EQ(csv.out.substr(0, csv.out.find('\n')),
-            "time,wcdma.rx_agc_0,wcdma.rx_agc_1,gsm.rx_prx,gsm.rx_drx");
-  EXPECT_NE(csv.out.find("Z,,,-"), std::string::npos) << csv.out;
-
-  const struct {
-    Args args;
-    int status;
-  } rows[] = {
-      {{"watch", "--list"}, 0},
-      {{"watch"}, 2},
-      {{"watch", "snr"}, 2},
-      {{"watch", "ant", "--sub", "1"}, 2},
-      {{"watch", "nr-snr", "--every", "1min"}, 2},
-      {{"watch", "nr-snr", "--count", "1", "--report", "/nonexistent/x"}, 2},
-      {{"watch", "nr-snr", "--csv", "--json"}, 2},
-  };
-  for (const auto& row : rows) EXPECT_EQ(ctl(row.args).status, row.status) << row.args.back();
 }
 
 }  // namespace
