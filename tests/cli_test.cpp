@@ -23,8 +23,9 @@ TEST_F(Cli, WithoutAModuleThereIsTheWholeHelp) {
   EXPECT_EQ(tovi({}), help());
 }
 
-// A transcript is what a shell prints, line numbers left out: its commands run one after the other
-// in a folder of their own, with the modem's state in `state`. TOVI_TEST_UPDATE=1 writes it anew.
+// A transcript is what a shell prints, line numbers left out: its commands, each behind a $ and as
+// many lines as end in a backslash, run one after the other in a folder of their own, with the
+// modem's state in `state`. TOVI_TEST_UPDATE=1 writes it anew.
 class Transcript : public testing::TestWithParam<const char*> {};
 
 TEST_P(Transcript, IsPrintedToTheByte) {
@@ -42,6 +43,9 @@ TEST_P(Transcript, IsPrintedToTheByte) {
   for (std::string line; std::getline(transcript, line);) {
     if (line.starts_with("-- ")) printed += line + "\n";
     if (!line.starts_with("$ ")) continue;
+    for (std::string more; line.ends_with('\\') && std::getline(transcript, more);) {
+      line += "\n" + more;
+    }
     const Result result = run("/bin/sh", {"-c", start + line.substr(2)}, variables);
     printed += line + "\n" + std::regex_replace(without_lines(result.out), here, "HERE");
   }
