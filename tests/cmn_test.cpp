@@ -23,22 +23,7 @@ class Cmn : public Cli {
     for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++n;
     return n;
   }
-  // Sets one line of a file of the modem's state.
-  void edit(const std::string& file, const std::string& from, const std::string& to) {
-    std::string text = read_file(folder / "state/" + file);
-    const size_t at = text.find(from);
-    ASSERT_NE(at, std::string::npos);
-    write_file(folder / "state/" + file, text.replace(at, from.size(), to));
-  }
-  const std::string uimdrv = folder / "state/efs/1/nv/item_files/modem/uim/uimdrv/";
 };
-
-std::string diag_lines(const std::string& mode, const std::string& bytes_sent,
-                       const std::string& rest) {
-  const std::string f = "velmor_cmn_diag_cmd_send";
-  return line(f, "function entry ------------->") + "diag cmd:\n" + bytes_sent + "\n" +
-         line(f, mode) + rest + line(f, "function exit <-------------");
-}
 
 // Also who asked for nothing.
 TEST_F(Cmn, TheDiagPortTellsEveryClientWhatTheModemSays) {
@@ -73,9 +58,11 @@ TEST_F(Cmn, DiagAnswersAreCutAndWithoutOneThereIsAnError) {
                {"TOVI_DEVICE_ROOT", folder.path()},
                {"TOVI_LOG", folder / "log"}};
   const Args command = {"5", "0", "0", "0", "1000", "1"};
+  const std::string f = "velmor_cmn_diag_cmd_send";
   const std::string failure =
-      diag_lines("callback mode with result", "0x01 ",
-                 line("velmor_cmn_diag_cmd_send", "velmor_diag_cmd_send fail")) +
+      line(f, "function entry ------------->") + "diag cmd:\n0x01 \n" +
+      line(f, "callback mode with result") + line(f, "velmor_diag_cmd_send fail") +
+      line(f, "function exit <-------------") +
       line("velmor_test_cmn_do", "note: Error happen! error_code(-1)") + help("5: cmn");
   EXPECT_EQ(tovi(command), failure);  // no port
 

@@ -1,8 +1,5 @@
-// A modem for other people's tests: run for one command, logged, told to refuse, recorded and
-// replayed.
+// A modem that runs for one command: signals, what is left of those that are killed; its log.
 #include <signal.h>
-#include <string.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -39,9 +36,6 @@ class Tester : public testing::Test {
     all.push_back("--");
     all.insert(all.end(), command.begin(), command.end());
     return all;
-  }
-  Result modem_run(const Args& options, const Args& command) {
-    return run("tovi-modem", words(options, command), variables);
   }
 
   // The lines of the log, without the time.
@@ -147,27 +141,5 @@ TEST_F(Tester, TheLogHasRequestsThatAreNone) {
                 client + R"("malformed_bytes":7,)" + nothing,
                 client + R"("message":"rf_get_state","message_id":2,"arguments":{},)" + nothing}));
 }
-
-class Recorded : public Tester {
- protected:
-  const std::string record = folder / "record";
-
-  // `tovi ARGS` with a modem of its own, recorded.
-  Result recorded(const Args& args, const std::string& rules = "") {
-    std::filesystem::remove(record);
-    variables["TOVI_RECORD"] = record;
-    return modem_run({"--faults", rules}, command(args));
-  }
-  Result replayed(const Args& args, const Args& options = {}) {
-    variables.erase("TOVI_RECORD");
-    Args all = {"--replay", record};
-    all.insert(all.end(), options.begin(), options.end());
-    return modem_run(all, command(args));
-  }
-  static Args command(Args args) {
-    args.insert(args.begin(), "tovi");
-    return args;
-  }
-};
 
 }  // namespace
