@@ -77,8 +77,7 @@ TEST_F(Ctl, AnInterruptedSaveContinuesAndEndsEqual) {
   EXPECT_EQ(ctl({"diff", folder / "holey"}).status, 0);
 }
 
-TEST_F(Ctl, TheDoctorNamesTheCause) {
-  write_file(folder / "plain", "");
+TEST_F(Ctl, TheDoctorAndACommandNameTheCause) {
   FakeModem mute(folder / "mute"), other(folder / "other");
   mute.answer_lookups(false);
   other.add_service(0xFFE4, 9, 2);
@@ -91,59 +90,25 @@ TEST_F(Ctl, TheDoctorNamesTheCause) {
   const qmi::Descriptor user(open(name, O_RDWR | O_NOCTTY));
   ASSERT_EQ(flock(user.get(), LOCK_EX), 0);
   const struct {
-    const char* modem;
+    std::string scheme, name;
+    Args args;
     int status;
-    const char* last_line;
-    const char* faults = "";
-    Args more = {};
+    std::string last_words;
   } rows[] = {
-      {"sim", 0, "nothing is wrong\n"},
-      {"sim", 0, "nothing is wrong\n", "", {"--ask"}},
-      {"unix:@nobody", 3, ": no such socket\n"},
-      {"unix:@plain", 3, ": not a socket\n"},
-      {"unix:@mute", 5, " does not answer\n"},
-      {"unix:@other", 4, "wrong: extension: only version 2 on node 0: not used\n"},
-      {"sim", 4, "wrong: no PDC service; it is for configurations: module 10\n", "pdc=absent"},
-      {"sim", 1, "the UIM service: 94 (NOT_SUPPORTED)\n", "uim=error:94", {"--ask"}},
-      {"sim", 5, "the SAR service: no answer\n", "sar=drop", {"--ask", "--timeout", "0.1"}},
-      {"what", 3, "a TOVI_ variable cannot be used\n"},
-      {"qmux:@wdm", 0, "nothing is wrong\n", "", {"--ask"}},
-      {"qmux:@busy", 3, "programs share it through qmux-proxy:PATH\n"},
-      {"qmux:@none", 3, ": no such device: is the modem there?\n"},
-      {"qmux-proxy:@plain", 3, ": not a character device\n"},
-      {"qmux:/dev/null", 5, "wrong: names: no modem answers behind it\n"},
+      {"unix:", "mute", {"doctor"}, 5, " does not answer\n"},
+      {"unix:", "other", {"doctor"}, 4, "wrong: extension: only version 2 on node 0: not used\n"},
+      {"qmux:", "wdm", {"doctor", "--ask"}, 0, "nothing is wrong\n"},
+      {"qmux:", "busy", {"doctor"}, 3, "programs share it through qmux-proxy:PATH\n"},
+      {"unix:", "mute", {"run", "4", "1", "0", "550"}, 5, "/mute is mute\n"},
+      {"unix:", "other", {"run", "4", "1", "0", "550"}, 4, "is there in version 2 only, not 1\n"},
   };
+  variables["TOVI_TIME_SCALE"] = "0.1";
   for (const auto& row : rows) {
-    std::string modem = row.modem;
-    if (const size_t at = modem.find('@'); at != std::string::npos)
-      modem.replace(at, 1, folder / "");
-    Variables with = variables;
-    with["TOVI_MODEM"] = modem;
-    with["TOVI_SIM_FAULTS"] = row.faults;
-    Args args = row.more;
-    args.insert(args.begin(), "doctor");
-    const Result result = run("tovictl", args, with);
-    EXPECT_EQ(result.status, row.status) << modem << result.out;
-    EXPECT_TRUE(result.out.ends_with(row.last_line)) << modem << "\n" << result.out;
-  }
-
-  // So does a command that gets no client.
-  const struct {
-    const char* modem;
-    int status;
-    std::string cause;
-  } commands[] = {
-      {"nobody", 3, "nobody at unix:" + folder.path() + "/nobody"},
-      {"mute", 5, "the name service of unix:" + folder.path() + "/mute is mute"},
-      {"other", 4, "the extension service is there in version 2 only, not 1"},
-  };
-  for (const auto& row : commands) {
-    Variables with = variables;
-    with["TOVI_MODEM"] = "unix:" + (folder / row.modem);
-    with["TOVI_TIME_SCALE"] = "0.01";
-    const Result result = run("tovictl", {"run", "4", "1", "0", "550"}, with);
-    EXPECT_EQ(result.status, row.status);
-    EXPECT_TRUE(result.err.ends_with(": " + row.cause + "\n")) << result.err;
+    variables["TOVI_MODEM"] = row.scheme + (folder / row.name);
+    const Result result = ctl(row.args);
+    const std::string& said = row.args[0] == "run" ? result.err : result.out;
+    EXPECT_EQ(result.status, row.status) << row.name << said;
+    EXPECT_TRUE(said.ends_with(row.last_words)) << row.name << "\n" << said;
   }
 }
 
